@@ -1,0 +1,3 @@
+#include "QvDebugLog.h"
+
+void* g_debugLogContext = nullptr;
