@@ -1,0 +1,3 @@
+qv_add_test(SchemaTest
+  SOURCES ${CMAKE_CURRENT_SOURCE_DIR}/SchemaTest.cpp
+  LIBS VelaProto)
