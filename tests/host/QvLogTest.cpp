@@ -1,0 +1,258 @@
+// libQvLog: line format, level filtering, whole lines under concurrency, null contexts.
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <regex>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "DbgLog.h"
+#include "LogLine.h"
+#include "QvLog.h"
+#include "host/HostTestSupport.h"
+
+namespace {
+
+using qvtest::ReadFile;
+using qvtest::SplitLines;
+using qvtest::TempDir;
+
+qvlog::LogStamp FixedStamp() {
+    qvlog::LogStamp stamp{};
+    stamp.localTime.tm_year = 2026 - 1900;
+    stamp.localTime.tm_mon = 10;
+    stamp.localTime.tm_mday = 22;
+    stamp.localTime.tm_hour = 9;
+    stamp.localTime.tm_min = 5;
+    stamp.localTime.tm_sec = 7;
+    stamp.milliseconds = 23;
+    stamp.pid = 1234;
+    stamp.tid = 1240;
+    return stamp;
+}
+
+std::string Format(const char* name, const char* text, int level = 3) {
+    char line[qvlog::kMaxLineBytes];
+    size_t length = qvlog::FormatLogLine(line, sizeof line, FixedStamp(), level, name, text);
+    return std::string(line, length);
+}
+
+TEST(LogLineTest, LaysOutTimeLevelIdsNameAndText) {
+    EXPECT_EQ(Format("QvFw", "RuleMgr::DoCmd failed"),
+              "2026-11-22 09:05:07.023 <3> 1234:1240 QvFw RuleMgr::DoCmd failed\n");
+}
+
+TEST(LogLineTest, DropsExactlyOneTrailingNewline) {
+    EXPECT_EQ(Format("n", "text\n"), "2026-11-22 09:05:07.023 <3> 1234:1240 n text\n");
+    EXPECT_EQ(Format("n", "text\n\n"), "2026-11-22 09:05:07.023 <3> 1234:1240 n text\n\n");
+    EXPECT_EQ(Format("n", ""), "2026-11-22 09:05:07.023 <3> 1234:1240 n \n");
+}
+
+TEST(LogLineTest, CutsLongNameAndText) {
+    std::string name(500, 'N');
+    std::string text(9000, 'x');
+    std::string line = Format(name.c_str(), text.c_str());
+    std::string prefix = "2026-11-22 09:05:07.023 <3> 1234:1240 ";
+    ASSERT_EQ(line.size(), prefix.size() + qvlog::kMaxNameBytes + 1 + qvlog::kMaxTextBytes + 1);
+    EXPECT_EQ(line.substr(prefix.size(), qvlog::kMaxNameBytes + 1),
+              std::string(qvlog::kMaxNameBytes, 'N') + " ");
+    EXPECT_EQ(line.back(), '\n');
+}
+
+TEST(LogLineTest, RefusesABufferThatCannotHoldTheLongestLine) {
+    char small[64];
+    EXPECT_EQ(qvlog::FormatLogLine(small, sizeof small, FixedStamp(), 3, "n", "t"), 0u);
+}
+
+// A context on a file in a fresh directory, released at scope end.
+class LogFileTest : public ::testing::Test {
+  protected:
+    void TearDown() override { QvrnReleaseDbgLog(m_context); }
+    void* Open(int level) {
+        m_context = QvrnCreateDbgLog("QvFw", path().c_str(), level);
+        return m_context;
+    }
+    std::string path() const { return m_dir / "QvFw.log"; }
+
+    TempDir m_dir;
+    void* m_context = nullptr;
+};
+
+TEST_F(LogFileTest, WritesTheLineWithLocalTimeAndIds) {
+    ASSERT_NE(Open(7), nullptr);
+    time_t before = time(nullptr);
+    QvrnWriteDbgLog(m_context, 3, "%s: code %d\n", "FwMgr::Init", 20016);
+
+    std::vector<std::string> lines = SplitLines(ReadFile(path()));
+    ASSERT_EQ(lines.size(), 1u);
+    std::smatch match;
+    std::regex layout(
+        R"(^(\d{4}-\d\d-\d\d \d\d:\d\d:\d\d)\.\d{3} <3> (\d+):(\d+) QvFw FwMgr::Init: code 20016$)");
+    ASSERT_TRUE(std::regex_match(lines[0], match, layout)) << lines[0];
+    EXPECT_EQ(std::stol(match[2]), static_cast<long>(getpid()));
+    EXPECT_EQ(std::stol(match[3]), static_cast<long>(syscall(SYS_gettid)));
+
+    struct tm local {};
+    localtime_r(&before, &local);
+    char expected[32];
+    strftime(expected, sizeof expected, "%Y-%m-%d %H:%M", &local);
+    EXPECT_EQ(match[1].str().substr(0, 16), expected);
+}
+
+TEST_F(LogFileTest, WritesOnlyLevelsUpToTheContextLevel) {
+    ASSERT_NE(Open(4), nullptr);
+    EXPECT_TRUE(QvrnIsEnableLog(m_context, 4));
+    EXPECT_FALSE(QvrnIsEnableLog(m_context, 5));
+    for (int level = 0; level <= 7; ++level) {
+        QvrnWriteDbgLog(m_context, level, "level %d", level);
+    }
+    QvrnSetDbgLogLevel(m_context, 1);
+    QvrnWriteDbgLog(m_context, 2, "dropped after lowering");
+    QvrnWriteDbgLog(m_context, 1, "kept after lowering");
+
+    std::vector<std::string> lines = SplitLines(ReadFile(path()));
+    ASSERT_EQ(lines.size(), 6u);
+    for (int level = 0; level <= 4; ++level) {
+        EXPECT_NE(lines[level].find("<" + std::to_string(level) + ">"), std::string::npos);
+    }
+    EXPECT_NE(lines[5].find("kept after lowering"), std::string::npos);
+}
+
+TEST_F(LogFileTest, ClampsLevelsOutsideTheRange) {
+    ASSERT_NE(Open(99), nullptr);
+    EXPECT_TRUE(QvrnIsEnableLog(m_context, 7));
+    EXPECT_FALSE(QvrnIsEnableLog(m_context, 8));
+    QvrnSetDbgLogLevel(m_context, -5);
+    EXPECT_TRUE(QvrnIsEnableLog(m_context, 0));
+    EXPECT_FALSE(QvrnIsEnableLog(m_context, 1));
+}
+
+TEST_F(LogFileTest, CreatesTheFileOnFirstLineOnlyAndAppends) {
+    qvtest::WriteFile(path(), "earlier content\n");
+    ASSERT_NE(Open(7), nullptr);
+    QvrnWriteDbgLog(m_context, 6, "appended");
+    std::vector<std::string> lines = SplitLines(ReadFile(path()));
+    ASSERT_EQ(lines.size(), 2u);
+    EXPECT_EQ(lines[0], "earlier content");
+
+    void* other = QvrnCreateDbgLog("Other", (m_dir / "new.log").c_str(), 7);
+    struct stat info {};
+    EXPECT_NE(stat((m_dir / "new.log").c_str(), &info), 0) << "created before any line";
+    QvrnWriteDbgLog(other, 6, "first");
+    ASSERT_EQ(stat((m_dir / "new.log").c_str(), &info), 0);
+    mode_t mask = umask(0);
+    umask(mask);
+    EXPECT_EQ(info.st_mode & 0777, 0644 & ~mask);
+    QvrnReleaseDbgLog(other);
+}
+
+TEST_F(LogFileTest, RetriesWhenTheDirectoryAppearsLater) {
+    std::string dir = m_dir / "later";
+    void* context = QvrnCreateDbgLog("QvFw", (dir + "/x.log").c_str(), 7);
+    ASSERT_NE(context, nullptr);
+    QvrnWriteDbgLog(context, 3, "lost: no directory yet");
+    ASSERT_EQ(mkdir(dir.c_str(), 0755), 0);
+    QvrnWriteDbgLog(context, 3, "kept");
+    std::vector<std::string> lines = SplitLines(ReadFile(dir + "/x.log"));
+    ASSERT_EQ(lines.size(), 1u);
+    EXPECT_NE(lines[0].find("kept"), std::string::npos);
+    QvrnReleaseDbgLog(context);
+}
+
+TEST(LogContextTest, NullContextEnablesAndWritesNothing) {
+    EXPECT_EQ(QvrnIsEnableLog(nullptr, 0), 0);
+    QvrnWriteDbgLog(nullptr, 0, "%s", "ignored");
+    QvrnSetDbgLogLevel(nullptr, 7);
+    QvrnReleaseDbgLog(nullptr);
+    EXPECT_EQ(QvrnCreateDbgLog(nullptr, "/tmp/x", 3), nullptr);
+    EXPECT_EQ(QvrnCreateDbgLog("n", nullptr, 3), nullptr);
+}
+
+// The payload of each line names its writer and sequence number and carries filler long
+// enough that interleaved writes would show.
+std::string Payload(int writer, int sequence) {
+    return "w" + std::to_string(writer) + " s" + std::to_string(sequence) + " " +
+           std::string(300 + (sequence % 7) * 100, static_cast<char>('a' + writer % 26));
+}
+
+void WriteMany(const std::string& path, int writer, int count) {
+    void* context = QvrnCreateDbgLog("Conc", path.c_str(), 7);
+    for (int i = 0; i < count; ++i) {
+        QvrnWriteDbgLog(context, 6, "%s", Payload(writer, i).c_str());
+    }
+    QvrnReleaseDbgLog(context);
+}
+
+// Every line is one of the expected payloads, whole, and each appears exactly once.
+void ExpectWholeLines(const std::string& content, int writers, int count) {
+    std::vector<std::string> lines = SplitLines(content);
+    ASSERT_EQ(lines.size(), static_cast<size_t>(writers * count));
+    std::vector<std::vector<int>> seen(writers, std::vector<int>(count, 0));
+    std::regex layout(R"(^\S+ \S+ <6> \d+:\d+ Conc w(\d+) s(\d+) .*$)");
+    for (const std::string& line : lines) {
+        std::smatch match;
+        ASSERT_TRUE(std::regex_match(line, match, layout)) << line.substr(0, 120);
+        int writer = std::stoi(match[1]);
+        int sequence = std::stoi(match[2]);
+        ASSERT_LT(writer, writers);
+        ASSERT_LT(sequence, count);
+        size_t textStart = line.find(" w" + std::to_string(writer) + " ") + 1;
+        ASSERT_EQ(line.substr(textStart), Payload(writer, sequence));
+        ++seen[writer][sequence];
+    }
+    for (const auto& writer : seen) {
+        for (int times : writer) {
+            EXPECT_EQ(times, 1);
+        }
+    }
+}
+
+TEST(LogConcurrencyTest, EightThreadsOnOneContextWriteWholeLines) {
+    TempDir dir;
+    std::string path = dir / "threads.log";
+    void* context = QvrnCreateDbgLog("Conc", path.c_str(), 7);
+    constexpr int kThreads = 8;
+    constexpr int kLines = 400;
+    std::vector<std::thread> threads;
+    for (int t = 0; t < kThreads; ++t) {
+        threads.emplace_back([context, t] {
+            for (int i = 0; i < kLines; ++i) {
+                QvrnWriteDbgLog(context, 6, "%s", Payload(t, i).c_str());
+            }
+        });
+    }
+    for (auto& thread : threads) {
+        thread.join();
+    }
+    QvrnReleaseDbgLog(context);
+    ExpectWholeLines(ReadFile(path), kThreads, kLines);
+}
+
+TEST(LogConcurrencyTest, SeveralProcessesOnOneFileWriteWholeLines) {
+    TempDir dir;
+    std::string path = dir / "processes.log";
+    constexpr int kProcesses = 4;
+    constexpr int kLines = 300;
+    std::vector<pid_t> children;
+    for (int p = 0; p < kProcesses; ++p) {
+        pid_t child = fork();
+        ASSERT_GE(child, 0);
+        if (child == 0) {
+            WriteMany(path, p, kLines);
+            _exit(0);
+        }
+        children.push_back(child);
+    }
+    for (pid_t child : children) {
+        int status = 0;
+        ASSERT_EQ(waitpid(child, &status, 0), child);
+        ASSERT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
+    }
+    ExpectWholeLines(ReadFile(path), kProcesses, kLines);
+}
+
+}  // namespace
