@@ -9,11 +9,11 @@
 // writes nothing.
 extern void* g_debugLogContext;
 
-#define QV_LOG(level, ...)                                      \
-    do {                                                        \
-        if (QvrnIsEnableLog(g_debugLogContext, (level))) {      \
+#define QV_LOG(level, ...)                                            \
+    do {                                                              \
+        if (QvrnIsEnableLog(g_debugLogContext, (level))) {            \
             QvrnWriteDbgLog(g_debugLogContext, (level), __VA_ARGS__); \
-        }                                                       \
+        }                                                             \
     } while (0)
 
 // Levels of the host's debug log as the plug-in uses them.

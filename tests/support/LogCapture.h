@@ -1,0 +1,58 @@
+// Points the plug-in's debug log at a file in a temporary directory for the lifetime of
+// the object, so a test can assert on the exact messages and levels written.
+#pragma once
+
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "QvDebugLog.h"
+#include "QvLog.h"
+#include "TempDir.h"
+
+namespace qvtest {
+
+class LogCapture {
+  public:
+    explicit LogCapture(int level = 7) {
+        m_path = m_dir.file("QvFw.log");
+        m_previous = g_debugLogContext;
+        g_debugLogContext = QvrnCreateDbgLog("QvFw", m_path.c_str(), level);
+    }
+    ~LogCapture() {
+        QvrnReleaseDbgLog(g_debugLogContext);
+        g_debugLogContext = m_previous;
+    }
+    LogCapture(const LogCapture&) = delete;
+    LogCapture& operator=(const LogCapture&) = delete;
+
+    std::string text() const { return readFile(m_path); }
+
+    std::vector<std::string> lines() const {
+        std::vector<std::string> result;
+        std::istringstream in(text());
+        for (std::string line; std::getline(in, line);) {
+            result.push_back(line);
+        }
+        return result;
+    }
+
+    // True when some line was written at `level` and ends with `message`.
+    bool has(int level, const std::string& message) const {
+        const std::string tag = "<" + std::to_string(level) + ">";
+        for (const std::string& line : lines()) {
+            if (line.find(tag) != std::string::npos && line.size() >= message.size() &&
+                line.compare(line.size() - message.size(), message.size(), message) == 0) {
+                return true;
+            }
+        }
+        return false;
+    }
+
+  private:
+    TempDir m_dir;
+    std::string m_path;
+    void* m_previous = nullptr;
+};
+
+}  // namespace qvtest
