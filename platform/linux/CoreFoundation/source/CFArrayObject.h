@@ -1,0 +1,22 @@
+// Arrays. Immutable unless read from a property list with mutable containers; the
+// subset has no public mutator.
+#pragma once
+
+#include "CFObject.h"
+
+#include <CoreFoundation/CFArray.h>
+
+#include <vector>
+
+struct __CFArray : qvcf::CFObject {
+    __CFArray(const CFArrayCallBacks* callBacks, bool isMutable);
+    ~__CFArray() override;
+
+    // Takes one reference to `value` through the retain callback.
+    void append(const void* value);
+    bool equals(const __CFArray& other) const;
+
+    const CFArrayCallBacks callBacks;
+    const bool isMutable;
+    std::vector<const void*> values;
+};

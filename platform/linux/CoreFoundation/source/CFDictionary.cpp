@@ -1,0 +1,197 @@
+#include "CFDictionaryObject.h"
+
+namespace {
+
+const void* retainObject(CFAllocatorRef, const void* value) {
+    return CFRetain(value);
+}
+
+void releaseObject(CFAllocatorRef, const void* value) {
+    CFRelease(value);
+}
+
+Boolean equalObjects(const void* a, const void* b) {
+    return qvcf::equal(a, b);
+}
+
+CFHashCode hashObject(const void* value) {
+    return qvcf::hash(value);
+}
+
+CFDictionaryKeyCallBacks copyKeyCallBacks(const CFDictionaryKeyCallBacks* callBacks) {
+    return callBacks != nullptr ? *callBacks : CFDictionaryKeyCallBacks{0,       nullptr, nullptr,
+                                                                        nullptr, nullptr, nullptr};
+}
+
+CFDictionaryValueCallBacks copyValueCallBacks(const CFDictionaryValueCallBacks* callBacks) {
+    return callBacks != nullptr ? *callBacks
+                                : CFDictionaryValueCallBacks{0, nullptr, nullptr, nullptr, nullptr};
+}
+
+const __CFDictionary* asDictionary(CFDictionaryRef dictionary, const char* function) {
+    return qvcf::checked<__CFDictionary>(dictionary, qvcf::kDictionaryTypeId, function);
+}
+
+__CFDictionary* asMutableDictionary(CFMutableDictionaryRef dictionary, const char* function) {
+    auto* object = const_cast<__CFDictionary*>(asDictionary(dictionary, function));
+    if (!object->isMutable) {
+        qvcf::fatal(function, "immutable collection given to mutating function");
+    }
+    return object;
+}
+
+}  // namespace
+
+const CFDictionaryKeyCallBacks kCFTypeDictionaryKeyCallBacks = {
+    0, retainObject, releaseObject, nullptr, equalObjects, hashObject};
+const CFDictionaryValueCallBacks kCFTypeDictionaryValueCallBacks = {0, retainObject, releaseObject,
+                                                                    nullptr, equalObjects};
+
+size_t __CFDictionary::KeyHash::operator()(const void* key) const {
+    return callBacks->hash != nullptr ? callBacks->hash(key) : std::hash<const void*>{}(key);
+}
+
+bool __CFDictionary::KeyEqual::operator()(const void* a, const void* b) const {
+    return a == b || (callBacks->equal != nullptr && callBacks->equal(a, b));
+}
+
+__CFDictionary::__CFDictionary(const CFDictionaryKeyCallBacks* keys,
+                               const CFDictionaryValueCallBacks* values, bool mutableDictionary)
+    : CFObject(qvcf::kDictionaryTypeId, false),
+      keyCallBacks(copyKeyCallBacks(keys)),
+      valueCallBacks(copyValueCallBacks(values)),
+      isMutable(mutableDictionary),
+      table(0, KeyHash{&keyCallBacks}, KeyEqual{&keyCallBacks}) {}
+
+__CFDictionary::~__CFDictionary() {
+    clear();
+}
+
+const void* __CFDictionary::find(const void* key, bool& found) const {
+    const auto entry = table.find(key);
+    found = entry != table.end();
+    return found ? entry->second : nullptr;
+}
+
+void __CFDictionary::put(const void* key, const void* value, bool replace) {
+    const auto entry = table.find(key);
+    if (entry == table.end()) {
+        table.emplace(retainKey(key), retainValue(value));
+        return;
+    }
+    if (replace) {
+        // Retain first: the new value may be the old one.
+        const void* old = entry->second;
+        entry->second = retainValue(value);
+        releaseValue(old);
+    }
+}
+
+void __CFDictionary::remove(const void* key) {
+    const auto entry = table.find(key);
+    if (entry == table.end()) {
+        return;
+    }
+    const void* storedKey = entry->first;
+    const void* storedValue = entry->second;
+    table.erase(entry);
+    releaseKey(storedKey);
+    releaseValue(storedValue);
+}
+
+void __CFDictionary::clear() {
+    // Released after the table is emptied, so that a release that reaches back into
+    // this dictionary finds it consistent.
+    auto entries = std::move(table);
+    table = decltype(table)(0, KeyHash{&keyCallBacks}, KeyEqual{&keyCallBacks});
+    for (const auto& entry : entries) {
+        releaseKey(entry.first);
+        releaseValue(entry.second);
+    }
+}
+
+bool __CFDictionary::equals(const __CFDictionary& other) const {
+    if (table.size() != other.table.size()) {
+        return false;
+    }
+    for (const auto& entry : table) {
+        bool found = false;
+        const void* otherValue = other.find(entry.first, found);
+        if (!found) {
+            return false;
+        }
+        const bool same = valueCallBacks.equal != nullptr
+                              ? valueCallBacks.equal(entry.second, otherValue)
+                              : entry.second == otherValue;
+        if (!same) {
+            return false;
+        }
+    }
+    return true;
+}
+
+const void* __CFDictionary::retainKey(const void* key) const {
+    return keyCallBacks.retain != nullptr ? keyCallBacks.retain(kCFAllocatorDefault, key) : key;
+}
+
+const void* __CFDictionary::retainValue(const void* value) const {
+    return valueCallBacks.retain != nullptr ? valueCallBacks.retain(kCFAllocatorDefault, value)
+                                            : value;
+}
+
+void __CFDictionary::releaseKey(const void* key) const {
+    if (keyCallBacks.release != nullptr) {
+        keyCallBacks.release(kCFAllocatorDefault, key);
+    }
+}
+
+void __CFDictionary::releaseValue(const void* value) const {
+    if (valueCallBacks.release != nullptr) {
+        valueCallBacks.release(kCFAllocatorDefault, value);
+    }
+}
+
+CFTypeID CFDictionaryGetTypeID(void) {
+    return qvcf::kDictionaryTypeId;
+}
+
+// The capacity is only a hint, as in current CoreFoundation.
+CFMutableDictionaryRef CFDictionaryCreateMutable(CFAllocatorRef, CFIndex capacity,
+                                                 const CFDictionaryKeyCallBacks* keyCallBacks,
+                                                 const CFDictionaryValueCallBacks* valueCallBacks) {
+    if (capacity < 0) {
+        return nullptr;
+    }
+    return new __CFDictionary(keyCallBacks, valueCallBacks, true);
+}
+
+CFIndex CFDictionaryGetCount(CFDictionaryRef theDict) {
+    return asDictionary(theDict, "CFDictionaryGetCount")->count();
+}
+
+Boolean CFDictionaryContainsKey(CFDictionaryRef theDict, const void* key) {
+    bool found = false;
+    asDictionary(theDict, "CFDictionaryContainsKey")->find(key, found);
+    return found;
+}
+
+const void* CFDictionaryGetValue(CFDictionaryRef theDict, const void* key) {
+    bool found = false;
+    return asDictionary(theDict, "CFDictionaryGetValue")->find(key, found);
+}
+
+void CFDictionaryAddValue(CFMutableDictionaryRef theDict, const void* key, const void* value) {
+    asMutableDictionary(theDict, "CFDictionaryAddValue")->put(key, value, false);
+}
+
+void CFDictionarySetValue(CFMutableDictionaryRef theDict, const void* key, const void* value) {
+    asMutableDictionary(theDict, "CFDictionarySetValue")->put(key, value, true);
+}
+
+void CFDictionaryRemoveValue(CFMutableDictionaryRef theDict, const void* key) {
+    asMutableDictionary(theDict, "CFDictionaryRemoveValue")->remove(key);
+}
+
+void CFDictionaryRemoveAllValues(CFMutableDictionaryRef theDict) {
+    asMutableDictionary(theDict, "CFDictionaryRemoveAllValues")->clear();
+}
