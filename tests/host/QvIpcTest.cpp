@@ -1,0 +1,308 @@
+// ipc::call against real Unix-socket listeners: round trips, absent and silent services,
+// broken frames, and the frame layout on plain bytes.
+#include <gtest/gtest.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <chrono>
+#include <functional>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "IpcFrame.h"
+#include "QvIpc.h"
+#include "host/HostTestSupport.h"
+
+namespace {
+
+using qvtest::ScopedEnv;
+using qvtest::SecondsSince;
+using qvtest::TempDir;
+using Clock = std::chrono::steady_clock;
+using Bytes = std::string;
+
+Bytes Le32(uint32_t value) {
+    Bytes out(4, '\0');
+    for (int i = 0; i < 4; ++i) {
+        out[i] = static_cast<char>(value >> (8 * i));
+    }
+    return out;
+}
+
+uint32_t ReadLe32(const Bytes& in, size_t at) {
+    uint32_t value = 0;
+    for (int i = 3; i >= 0; --i) {
+        value = value << 8 | static_cast<uint8_t>(in[at + i]);
+    }
+    return value;
+}
+
+bool ReadExactly(int fd, size_t length, Bytes* out) {
+    out->assign(length, '\0');
+    size_t done = 0;
+    while (done < length) {
+        ssize_t got = read(fd, &(*out)[done], length - done);
+        if (got <= 0) {
+            return false;
+        }
+        done += static_cast<size_t>(got);
+    }
+    return true;
+}
+
+void WriteAll(int fd, const Bytes& data) {
+    size_t done = 0;
+    while (done < data.size()) {
+        ssize_t put = send(fd, data.data() + done, data.size() - done, MSG_NOSIGNAL);
+        if (put <= 0) {
+            return;
+        }
+        done += static_cast<size_t>(put);
+    }
+}
+
+// A request as the fake service saw it.
+struct Request {
+    uint32_t command = 0;
+    Bytes payload;
+};
+
+bool ReadRequest(int fd, Request* request) {
+    Bytes header;
+    if (!ReadExactly(fd, 8, &header)) {
+        return false;
+    }
+    request->command = ReadLe32(header, 0);
+    return ReadExactly(fd, ReadLe32(header, 4), &request->payload);
+}
+
+// A listening Unix socket in a temporary directory, serving each connection with
+// `handler` on its own thread; $QV_IPC_SOCKET points at it while it lives.
+class FakeService {
+  public:
+    explicit FakeService(std::function<void(int)> handler)
+        : m_handler(std::move(handler)), m_env("QV_IPC_SOCKET", m_dir / "svc.sock") {
+        m_listener = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+        sockaddr_un address{};
+        address.sun_family = AF_UNIX;
+        std::string path = m_dir / "svc.sock";
+        snprintf(address.sun_path, sizeof address.sun_path, "%s", path.c_str());
+        bool ok = bind(m_listener, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0 &&
+                  listen(m_listener, 16) == 0;
+        EXPECT_TRUE(ok) << path;
+        m_acceptor = std::thread([this] { AcceptLoop(); });
+    }
+    ~FakeService() {
+        m_stopping = true;
+        shutdown(m_listener, SHUT_RDWR);
+        m_acceptor.join();
+        for (auto& worker : m_workers) {
+            worker.join();
+        }
+        close(m_listener);
+    }
+
+  private:
+    void AcceptLoop() {
+        for (;;) {
+            int connection = accept(m_listener, nullptr, nullptr);
+            if (connection < 0 || m_stopping) {
+                if (connection >= 0)
+                    close(connection);
+                return;
+            }
+            m_workers.emplace_back([this, connection] {
+                m_handler(connection);
+                close(connection);
+            });
+        }
+    }
+
+    TempDir m_dir;
+    std::function<void(int)> m_handler;
+    ScopedEnv m_env;
+    int m_listener = -1;
+    std::atomic<bool> m_stopping{false};
+    std::thread m_acceptor;
+    std::vector<std::thread> m_workers;
+};
+
+TEST(IpcFrameTest, RequestHeaderIsLittleEndianCommandThenLength) {
+    uint8_t header[ipc::kHeaderBytes];
+    ASSERT_TRUE(ipc::EncodeRequestHeader(65567, 0x00fedcba, header));
+    EXPECT_EQ(Bytes(reinterpret_cast<char*>(header), 8),
+              Bytes("\x1f\x00\x01\x00\xba\xdc\xfe\x00", 8));
+    EXPECT_FALSE(ipc::EncodeRequestHeader(1, ipc::kMaxPayload + 1, header));
+}
+
+TEST(IpcFrameTest, ReplyHeaderCarriesASignedCodeAndABoundedLength) {
+    ipc::ReplyHeader header{};
+    Bytes raw = Le32(static_cast<uint32_t>(-20010)) + Le32(5);
+    ASSERT_TRUE(ipc::DecodeReplyHeader(reinterpret_cast<const uint8_t*>(raw.data()), &header));
+    EXPECT_EQ(header.code, -20010);
+    EXPECT_EQ(header.length, 5u);
+
+    Bytes huge = Le32(0) + Le32(ipc::kMaxPayload + 1);
+    EXPECT_FALSE(ipc::DecodeReplyHeader(reinterpret_cast<const uint8_t*>(huge.data()), &header));
+}
+
+TEST(IpcCallTest, RoundTripsCommandPayloadCodeAndReply) {
+    Request seen;
+    FakeService service([&seen](int fd) {
+        if (ReadRequest(fd, &seen)) {
+            WriteAll(fd, Le32(7) + Le32(static_cast<uint32_t>(seen.payload.size() + 5)) +
+                             "echo:" + seen.payload);
+        }
+    });
+    const Bytes request("event\0bytes", 11);
+    void* reply = nullptr;
+    int replyLength = 0;
+    EXPECT_EQ(
+        ipc::call(65567, request.data(), static_cast<int>(request.size()), &reply, &replyLength),
+        7);
+    ASSERT_NE(reply, nullptr);
+    EXPECT_EQ(Bytes(static_cast<char*>(reply), replyLength), "echo:" + request);
+    ipc::free(reply, replyLength);
+    EXPECT_EQ(seen.command, 65567u);
+    EXPECT_EQ(seen.payload, request);
+}
+
+TEST(IpcCallTest, EmptyReplyGivesNullBufferAndNegativeCodesPassThrough) {
+    FakeService service([](int fd) {
+        Request request;
+        if (ReadRequest(fd, &request)) {
+            WriteAll(fd, Le32(static_cast<uint32_t>(-20010)) + Le32(0));
+        }
+    });
+    void* reply = reinterpret_cast<void*>(0x1);
+    int replyLength = 99;
+    EXPECT_EQ(ipc::call(3, nullptr, 0, &reply, &replyLength), -20010);
+    EXPECT_EQ(reply, nullptr);
+    EXPECT_EQ(replyLength, 0);
+    ipc::free(nullptr, 0);
+}
+
+TEST(IpcCallTest, AbsentServiceFailsQuickly) {
+    TempDir dir;
+    ScopedEnv env("QV_IPC_SOCKET", dir / "nobody.sock");
+    void* reply = nullptr;
+    int replyLength = 0;
+    Clock::time_point start = Clock::now();
+    EXPECT_EQ(ipc::call(1, "x", 1, &reply, &replyLength), -1);
+    EXPECT_LT(SecondsSince(start), 1.0);
+    EXPECT_EQ(reply, nullptr);
+}
+
+TEST(IpcCallTest, SilentServiceTimesOutAfterAboutThreeSeconds) {
+    std::atomic<bool> release{false};
+    FakeService service([&release](int fd) {
+        Request request;
+        ReadRequest(fd, &request);
+        Clock::time_point deadline = Clock::now() + std::chrono::seconds(10);
+        while (!release && Clock::now() < deadline) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(5));
+        }
+    });
+    void* reply = nullptr;
+    int replyLength = 0;
+    Clock::time_point start = Clock::now();
+    EXPECT_EQ(ipc::call(1, "x", 1, &reply, &replyLength), -1);
+    double elapsed = SecondsSince(start);
+    release = true;
+    EXPECT_GE(elapsed, 2.5);
+    EXPECT_LT(elapsed, 6.0);
+    EXPECT_EQ(reply, nullptr);
+}
+
+TEST(IpcCallTest, PeerClosingMidFrameFailsWithoutAReply) {
+    FakeService service([](int fd) {
+        Request request;
+        if (ReadRequest(fd, &request)) {
+            WriteAll(fd, Le32(0) + Le32(100) + Bytes(10, 'p'));
+        }
+    });
+    void* reply = nullptr;
+    int replyLength = 0;
+    EXPECT_EQ(ipc::call(1, "x", 1, &reply, &replyLength), -1);
+    EXPECT_EQ(reply, nullptr);
+    EXPECT_EQ(replyLength, 0);
+}
+
+TEST(IpcCallTest, PeerClosingMidHeaderOrClaimingTooMuchFails) {
+    FakeService shortHeader([](int fd) {
+        Request request;
+        if (ReadRequest(fd, &request)) {
+            WriteAll(fd, Bytes("\x00\x00\x00", 3));
+        }
+    });
+    void* reply = nullptr;
+    int replyLength = 0;
+    EXPECT_EQ(ipc::call(1, "x", 1, &reply, &replyLength), -1);
+}
+
+TEST(IpcCallTest, OversizedReplyIsRefused) {
+    FakeService service([](int fd) {
+        Request request;
+        if (ReadRequest(fd, &request)) {
+            WriteAll(fd, Le32(0) + Le32(ipc::kMaxPayload + 1));
+        }
+    });
+    void* reply = nullptr;
+    int replyLength = 0;
+    EXPECT_EQ(ipc::call(1, "x", 1, &reply, &replyLength), -1);
+    EXPECT_EQ(reply, nullptr);
+}
+
+TEST(IpcCallTest, ServiceHangingUpDuringALargeRequestRaisesNoSigpipe) {
+    FakeService service([](int) {});  // closes without reading
+    Bytes large(4 * 1024 * 1024, 'z');
+    void* reply = nullptr;
+    int replyLength = 0;
+    EXPECT_EQ(ipc::call(1, large.data(), static_cast<int>(large.size()), &reply, &replyLength), -1);
+}
+
+TEST(IpcCallTest, RefusesInvalidArguments) {
+    void* reply = nullptr;
+    int replyLength = 0;
+    EXPECT_EQ(ipc::call(1, "x", -1, &reply, &replyLength), -1);
+    EXPECT_EQ(ipc::call(1, nullptr, 4, &reply, &replyLength), -1);
+    EXPECT_EQ(ipc::call(1, "x", 1, nullptr, &replyLength), -1);
+    EXPECT_EQ(ipc::call(1, "x", 1, &reply, nullptr), -1);
+}
+
+TEST(IpcCallTest, ConcurrentCallsEachGetTheirOwnReply) {
+    FakeService service([](int fd) {
+        Request request;
+        if (ReadRequest(fd, &request)) {
+            WriteAll(fd, Le32(request.command) +
+                             Le32(static_cast<uint32_t>(request.payload.size())) + request.payload);
+        }
+    });
+    constexpr int kThreads = 8;
+    std::vector<std::thread> threads;
+    std::atomic<int> good{0};
+    for (int t = 0; t < kThreads; ++t) {
+        threads.emplace_back([t, &good] {
+            for (int round = 0; round < 20; ++round) {
+                Bytes payload = "t" + std::to_string(t) + "r" + std::to_string(round);
+                void* reply = nullptr;
+                int length = 0;
+                int code = ipc::call(100 + t, payload.data(), static_cast<int>(payload.size()),
+                                     &reply, &length);
+                if (code == 100 + t && Bytes(static_cast<char*>(reply), length) == payload) {
+                    ++good;
+                }
+                ipc::free(reply, length);
+            }
+        });
+    }
+    for (auto& thread : threads) {
+        thread.join();
+    }
+    EXPECT_EQ(good, kThreads * 20);
+}
+
+}  // namespace

@@ -1,0 +1,260 @@
+// QvSystem with real shells: capture, truncation, streams, status, time-outs, threads and
+// descriptor hygiene.
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <set>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "OutputCapture.h"
+#include "QvUtil.h"
+#include "host/HostTestSupport.h"
+
+namespace {
+
+using qvtest::ReadFile;
+using qvtest::SecondsSince;
+using qvtest::SplitLines;
+using qvtest::TempDir;
+using Clock = std::chrono::steady_clock;
+
+std::string RunShell(const std::string& command, bool* ok = nullptr, unsigned int timeout = 10,
+                     unsigned int size = 4096) {
+    std::vector<char> buffer(size, '#');
+    bool result = QvSystem(command.c_str(), buffer.data(), size, timeout);
+    if (ok) {
+        *ok = result;
+    }
+    return buffer.data();
+}
+
+TEST(OutputCaptureTest, KeepsSizeMinusOneBytesAcrossChunks) {
+    char buffer[8];
+    qvutil::OutputCapture capture(buffer, sizeof buffer);
+    EXPECT_STREQ(buffer, "");
+    capture.Append("abcd", 4);
+    capture.Append("efgh", 4);
+    capture.Append("ijkl", 4);
+    EXPECT_STREQ(buffer, "abcdefg");
+    EXPECT_EQ(capture.Length(), 7u);
+    EXPECT_TRUE(capture.Truncated());
+}
+
+TEST(OutputCaptureTest, ExactFitIsNotTruncatedAndNullBufferTakesNothing) {
+    char buffer[4];
+    qvutil::OutputCapture exact(buffer, sizeof buffer);
+    exact.Append("abc", 3);
+    EXPECT_STREQ(buffer, "abc");
+    EXPECT_FALSE(exact.Truncated());
+
+    qvutil::OutputCapture none(nullptr, 100);
+    none.Append("abc", 3);
+    EXPECT_EQ(none.Length(), 0u);
+    char untouched = 'x';
+    qvutil::OutputCapture zero(&untouched, 0);
+    zero.Append("abc", 3);
+    EXPECT_EQ(untouched, 'x');
+}
+
+TEST(QvSystemTest, CapturesStandardOutput) {
+    bool ok = false;
+    EXPECT_EQ(RunShell("printf 'hello\\nworld'; echo ' and more'", &ok), "hello\nworld and more\n");
+    EXPECT_TRUE(ok);
+}
+
+TEST(QvSystemTest, TruncatesLongOutputWithoutBlockingTheCommand) {
+    // Far more than a pipe holds, so the command finishes only if the rest is drained.
+    bool ok = false;
+    std::string output = RunShell("head -c 300000 /dev/zero | tr '\\0' x; echo tail", &ok, 10, 16);
+    EXPECT_TRUE(ok);
+    EXPECT_EQ(output, std::string(15, 'x'));
+}
+
+TEST(QvSystemTest, LeavesStandardErrorToTheCaller) {
+    TempDir dir;
+    std::string errPath = dir / "stderr";
+    int saved = dup(STDERR_FILENO);
+    int file = open(errPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
+    ASSERT_GE(file, 0);
+    dup2(file, STDERR_FILENO);
+    bool ok = false;
+    std::string output = RunShell("echo to-out; echo to-err >&2", &ok);
+    dup2(saved, STDERR_FILENO);
+    close(saved);
+    close(file);
+    EXPECT_TRUE(ok);
+    EXPECT_EQ(output, "to-out\n");
+    EXPECT_EQ(ReadFile(errPath), "to-err\n");
+}
+
+TEST(QvSystemTest, ReadsStandardInputFromDevNull) {
+    bool ok = false;
+    EXPECT_EQ(RunShell("cat; readlink /proc/$$/fd/0", &ok), "/dev/null\n");
+    EXPECT_TRUE(ok);
+}
+
+TEST(QvSystemTest, AnyExitStatusCountsAsRun) {
+    bool ok = false;
+    EXPECT_EQ(RunShell("echo partial; exit 3", &ok), "partial\n");
+    EXPECT_TRUE(ok);
+    EXPECT_TRUE(QvSystem("false", nullptr, 0, 5));
+}
+
+TEST(QvSystemTest, ShellKilledBySignalIsFailure) {
+    EXPECT_FALSE(QvSystem("kill -KILL $$", nullptr, 0, 5));
+    bool ok = true;
+    RunShell("echo before; kill -TERM $$; echo after", &ok);
+    EXPECT_FALSE(ok);
+}
+
+TEST(QvSystemTest, WithoutBufferOutputIsDiscarded) {
+    EXPECT_TRUE(QvSystem("echo discarded", nullptr, 0, 5));
+    char one = '#';
+    EXPECT_TRUE(QvSystem("echo discarded", &one, 1, 5));
+    EXPECT_EQ(one, '\0');
+    EXPECT_FALSE(QvSystem(nullptr, nullptr, 0, 5));
+}
+
+TEST(QvSystemTest, RunsTheShellInItsOwnProcessGroup) {
+    std::vector<std::string> lines = SplitLines(RunShell("echo $$; cut -d' ' -f5 /proc/$$/stat"));
+    ASSERT_EQ(lines.size(), 2u);
+    EXPECT_EQ(lines[0], lines[1]);
+    EXPECT_NE(std::stol(lines[1]), static_cast<long>(getpgrp()));
+}
+
+bool ProcessGone(pid_t pid) {
+    // A zombie awaiting its new parent counts as gone: it no longer runs.
+    std::string stat = ReadFile("/proc/" + std::to_string(pid) + "/stat");
+    if (stat.empty()) {
+        return true;
+    }
+    size_t close = stat.rfind(')');
+    return close != std::string::npos && stat.compare(close + 2, 1, "Z") == 0;
+}
+
+TEST(QvSystemTest, TimeOutKillsTheWholeGroupEvenWhenItIgnoresTerm) {
+    TempDir dir;
+    std::string pidFile = dir / "grandchild";
+    std::string command = "trap '' TERM; (trap '' TERM; sleep 60) & echo $! > " + pidFile +
+                          "; echo started; sleep 60";
+    Clock::time_point start = Clock::now();
+    bool ok = true;
+    std::string output = RunShell(command, &ok, 1);
+    double elapsed = SecondsSince(start);
+    EXPECT_FALSE(ok);
+    EXPECT_EQ(output, "started\n");
+    EXPECT_GE(elapsed, 0.9);
+    EXPECT_LT(elapsed, 3.0);
+
+    pid_t grandchild = static_cast<pid_t>(std::stol(ReadFile(pidFile)));
+    Clock::time_point deadline = Clock::now() + std::chrono::seconds(5);
+    while (!ProcessGone(grandchild) && Clock::now() < deadline) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+    EXPECT_TRUE(ProcessGone(grandchild)) << "grandchild " << grandchild << " survived";
+}
+
+TEST(QvSystemTest, ZeroTimeOutWaitsForSlowCommands) {
+    bool ok = false;
+    EXPECT_EQ(RunShell("sleep 1.2; echo late", &ok, 0), "late\n");
+    EXPECT_TRUE(ok);
+}
+
+TEST(QvSystemTest, ReturnsWhenTheShellExitsEvenIfABackgroundChildKeepsTheOutput) {
+    Clock::time_point start = Clock::now();
+    bool ok = false;
+    std::string output = RunShell("sleep 5 & echo foreground", &ok, 0);
+    EXPECT_TRUE(ok);
+    EXPECT_EQ(output, "foreground\n");
+    EXPECT_LT(SecondsSince(start), 4.0);
+}
+
+TEST(QvSystemTest, EightThreadsEachGetTheirOwnOutput) {
+    constexpr int kThreads = 8;
+    constexpr int kRounds = 10;
+    std::vector<std::thread> threads;
+    std::vector<int> mismatches(kThreads, 0);
+    for (int t = 0; t < kThreads; ++t) {
+        threads.emplace_back([t, &mismatches] {
+            for (int round = 0; round < kRounds; ++round) {
+                std::string tag = std::to_string(t) + "-" + std::to_string(round);
+                bool ok = false;
+                std::string output =
+                    RunShell("echo begin-" + tag + "; sleep 0.01; echo end-" + tag, &ok);
+                if (!ok || output != "begin-" + tag + "\nend-" + tag + "\n") {
+                    ++mismatches[t];
+                }
+            }
+        });
+    }
+    for (auto& thread : threads) {
+        thread.join();
+    }
+    for (int t = 0; t < kThreads; ++t) {
+        EXPECT_EQ(mismatches[t], 0) << "thread " << t;
+    }
+}
+
+TEST(QvSystemTest, NoDescriptorOfTheCallerReachesTheChild) {
+    TempDir dir;
+    std::string marker = dir / "leak-marker";
+    // Opened the careless way, without close-on-exec, as other code in a host might.
+    int file = open(marker.c_str(), O_WRONLY | O_CREAT, 0600);
+    int pair[2];
+    ASSERT_GE(file, 0);
+    ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM, 0, pair), 0);
+    std::string socketTarget = "socket:[";
+
+    // ls runs as a child, so the listing shows the shell's descriptors and no helper's.
+    std::string listing = RunShell("ls -l /proc/$$/fd");
+    close(file);
+    close(pair[0]);
+    close(pair[1]);
+
+    std::set<std::string> numbers;
+    for (const std::string& line : SplitLines(listing)) {
+        size_t arrow = line.find(" -> ");
+        if (arrow == std::string::npos) {
+            continue;  // the "total" line
+        }
+        numbers.insert(
+            line.substr(line.rfind(' ', arrow - 1) + 1, arrow - line.rfind(' ', arrow - 1) - 1));
+        EXPECT_EQ(line.find(marker), std::string::npos) << line;
+        EXPECT_EQ(line.find(socketTarget), std::string::npos) << line;
+    }
+    EXPECT_TRUE(numbers.count("0") && numbers.count("1") && numbers.count("2")) << listing;
+    for (int fd : {file, pair[0], pair[1]}) {
+        EXPECT_EQ(numbers.count(std::to_string(fd)), 0u) << listing;
+    }
+}
+
+TEST(QvSystemTest, ChildStartsWithNoSignalsBlockedOrIgnored) {
+    // A host thread that blocks every signal and ignores SIGPIPE must not pass that on.
+    std::string status;
+    std::thread caller([&status] {
+        sigset_t all;
+        sigfillset(&all);
+        pthread_sigmask(SIG_SETMASK, &all, nullptr);
+        status = RunShell("grep -E '^Sig(Blk|Ign)' /proc/$$/status");
+    });
+    caller.join();
+    struct sigaction previous {};
+    struct sigaction ignore {};
+    ignore.sa_handler = SIG_IGN;
+    sigaction(SIGPIPE, &ignore, &previous);
+    std::string ignoredStatus = RunShell("grep '^SigIgn' /proc/$$/status");
+    sigaction(SIGPIPE, &previous, nullptr);
+
+    EXPECT_NE(status.find("SigBlk:\t0000000000000000"), std::string::npos) << status;
+    ASSERT_EQ(ignoredStatus.rfind("SigIgn:\t", 0), 0u) << ignoredStatus;
+    unsigned long long ignored = std::stoull(ignoredStatus.substr(8), nullptr, 16);
+    EXPECT_EQ(ignored & (1ull << (SIGPIPE - 1)), 0u) << ignoredStatus;
+}
+
+}  // namespace

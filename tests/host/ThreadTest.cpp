@@ -1,0 +1,162 @@
+// Thread: starts at once, stop() waits and reports the result, the destructor joins,
+// signal mask and priority options.
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/resource.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <chrono>
+#include <memory>
+#include <thread>
+
+#include "Thread.h"
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+template <typename Predicate>
+bool WaitUntil(Predicate done, std::chrono::milliseconds limit = std::chrono::seconds(5)) {
+    Clock::time_point deadline = Clock::now() + limit;
+    while (!done()) {
+        if (Clock::now() >= deadline) {
+            return false;
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    return true;
+}
+
+// A thread body that announces it runs, waits for release, then finishes.
+struct Gate {
+    std::atomic<bool> running{false};
+    std::atomic<bool> release{false};
+    std::atomic<bool> finished{false};
+    int result = 42;
+
+    static void* Body(void* raw) {
+        Gate* gate = static_cast<Gate*>(raw);
+        gate->running = true;
+        while (!gate->release) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(50));
+        gate->finished = true;
+        return &gate->result;
+    }
+};
+
+// Releases the gate after a short delay from another thread.
+std::thread ReleaseLater(Gate& gate) {
+    return std::thread([&gate] {
+        std::this_thread::sleep_for(std::chrono::milliseconds(100));
+        gate.release = true;
+    });
+}
+
+TEST(ThreadTest, RunsAtConstructionAndStopWaitsForTheResult) {
+    Gate gate;
+    Thread thread(Gate::Body, &gate, false, PRIORITY_NORMAL);
+    ASSERT_TRUE(thread.started());
+    EXPECT_TRUE(WaitUntil([&] { return gate.running.load(); }));
+    EXPECT_FALSE(gate.finished);
+
+    std::thread releaser = ReleaseLater(gate);
+    void* result = thread.stop();
+    EXPECT_TRUE(gate.finished) << "stop returned before the function did";
+    EXPECT_EQ(result, &gate.result);
+    EXPECT_EQ(thread.stop(), &gate.result) << "a second stop gives the same result";
+    releaser.join();
+}
+
+TEST(ThreadTest, DestructorWaitsForTheFunction) {
+    Gate gate;
+    std::thread releaser = ReleaseLater(gate);
+    {
+        Thread thread(Gate::Body, &gate, false, PRIORITY_NORMAL);
+        ASSERT_TRUE(thread.started());
+    }
+    EXPECT_TRUE(gate.finished);
+    releaser.join();
+}
+
+TEST(ThreadTest, ConcurrentStopsBothWaitAndAgree) {
+    Gate gate;
+    Thread thread(Gate::Body, &gate, false, PRIORITY_NORMAL);
+    std::atomic<int> finishedSeen{0};
+    void* results[2] = {nullptr, nullptr};
+    std::thread stoppers[2];
+    for (int i = 0; i < 2; ++i) {
+        stoppers[i] = std::thread([&, i] {
+            results[i] = thread.stop();
+            finishedSeen += gate.finished ? 1 : 0;
+        });
+    }
+    std::thread releaser = ReleaseLater(gate);
+    for (auto& stopper : stoppers) {
+        stopper.join();
+    }
+    releaser.join();
+    EXPECT_EQ(finishedSeen, 2);
+    EXPECT_EQ(results[0], &gate.result);
+    EXPECT_EQ(results[1], &gate.result);
+}
+
+TEST(ThreadTest, NullFunctionNeverStarts) {
+    Thread thread(nullptr, nullptr, false, PRIORITY_NORMAL);
+    EXPECT_FALSE(thread.started());
+    EXPECT_EQ(thread.stop(), nullptr);
+}
+
+// Records, from inside the thread, its signal mask and nice value.
+struct Probe {
+    sigset_t mask;
+    int nice = 0;
+    static void* Body(void* raw) {
+        Probe* probe = static_cast<Probe*>(raw);
+        pthread_sigmask(SIG_SETMASK, nullptr, &probe->mask);
+        probe->nice = getpriority(PRIO_PROCESS, static_cast<id_t>(syscall(SYS_gettid)));
+        return nullptr;
+    }
+};
+
+TEST(ThreadTest, BlockSignalsBlocksAsynchronousSignalsOnly) {
+    Probe probe;
+    Thread(Probe::Body, &probe, true, PRIORITY_NORMAL).stop();
+    EXPECT_TRUE(sigismember(&probe.mask, SIGTERM));
+    EXPECT_TRUE(sigismember(&probe.mask, SIGINT));
+    EXPECT_TRUE(sigismember(&probe.mask, SIGCHLD));
+    EXPECT_FALSE(sigismember(&probe.mask, SIGSEGV));
+
+    sigset_t creatorMask;
+    pthread_sigmask(SIG_SETMASK, nullptr, &creatorMask);
+    EXPECT_FALSE(sigismember(&creatorMask, SIGTERM)) << "the creator's mask was left changed";
+}
+
+TEST(ThreadTest, WithoutBlockingTheCreatorsMaskIsInherited) {
+    sigset_t usr1;
+    sigemptyset(&usr1);
+    sigaddset(&usr1, SIGUSR1);
+    pthread_sigmask(SIG_BLOCK, &usr1, nullptr);
+    Probe probe;
+    Thread(Probe::Body, &probe, false, PRIORITY_NORMAL).stop();
+    pthread_sigmask(SIG_UNBLOCK, &usr1, nullptr);
+    EXPECT_TRUE(sigismember(&probe.mask, SIGUSR1));
+    EXPECT_FALSE(sigismember(&probe.mask, SIGTERM));
+}
+
+TEST(ThreadTest, LowPriorityLowersOnlyTheNewThread) {
+    int creatorNice = getpriority(PRIO_PROCESS, static_cast<id_t>(syscall(SYS_gettid)));
+    Probe low;
+    Probe normal;
+    Thread(Probe::Body, &low, false, PRIORITY_LOW).stop();
+    Thread(Probe::Body, &normal, false, PRIORITY_NORMAL).stop();
+    int expected = creatorNice + 10 > 19 ? 19 : creatorNice + 10;
+    EXPECT_EQ(low.nice, expected);
+    EXPECT_EQ(normal.nice, creatorNice);
+    EXPECT_EQ(getpriority(PRIO_PROCESS, static_cast<id_t>(syscall(SYS_gettid))), creatorNice);
+}
+
+}  // namespace
