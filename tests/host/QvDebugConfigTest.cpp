@@ -1,0 +1,109 @@
+// QvInitDebugByConfig with real configuration files and log directories.
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <string>
+
+#include "QvLog.h"
+#include "QvUtil.h"
+#include "host/HostTestSupport.h"
+
+namespace {
+
+using qvtest::ReadFile;
+using qvtest::ScopedEnv;
+using qvtest::TempDir;
+
+std::string XmlPlist(const std::string& debugLevelValue) {
+    return "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
+           "<!DOCTYPE plist PUBLIC \"-//Apple//DTD PLIST 1.0//EN\" "
+           "\"http://www.apple.com/DTDs/PropertyList-1.0.dtd\">\n"
+           "<plist version=\"1.0\">\n<dict>\n"
+           "\t<key>FwOptions</key>\n\t<dict/>\n" +
+           debugLevelValue + "</dict>\n</plist>\n";
+}
+
+// {"DebugLevel": level, "Other": true} as a binary property list.
+std::string BinaryPlistWithLevel(unsigned char level) {
+    static const char kTemplate[] =
+        "bplist00\xd2\x01\x02\x03\x04ZDebugLevelUOther\x10\x06\x09\x08\x0d\x18\x1e\x20"
+        "\x00\x00\x00\x00\x00\x00\x01\x01\x00\x00\x00\x00\x00\x00\x00\x05"
+        "\x00\x00\x00\x00\x00\x00\x00\x00\x00\x00\x00\x00\x00\x00\x00\x21";
+    std::string bytes(kTemplate, sizeof kTemplate - 1);
+    bytes[31] = static_cast<char>(level);
+    return bytes;
+}
+
+// A configuration directory and a log directory, with the environment pointing at both.
+class DebugConfigTest : public ::testing::Test {
+  protected:
+    DebugConfigTest()
+        : m_confEnv("QV_CONF_DIR", m_conf.path()), m_logEnv("QV_LOG_DIR", m_logs / "QvrnCore") {}
+    void TearDown() override { QvrnReleaseDbgLog(m_context); }
+
+    // Writes the configuration, sets up the context and returns the level it got.
+    int LevelFor(const std::string& configuration) {
+        qvtest::WriteFile(m_conf / "QvFw.conf.plist", configuration);
+        return Init();
+    }
+    int Init(const char* confName = "QvFw.conf.plist") {
+        QvrnReleaseDbgLog(m_context);
+        m_context = nullptr;
+        EXPECT_NE(QvInitDebugByConfig(&m_context, confName, "QvFw",
+                                      "/var/log/Quorvane/QvrnCore/QvFw.log"),
+                  0);
+        int level = -1;
+        while (level < 7 && QvrnIsEnableLog(m_context, level + 1)) {
+            ++level;
+        }
+        return level;
+    }
+    std::string logFile() const { return m_logs / "QvrnCore/QvFw.log"; }
+
+    TempDir m_conf;
+    TempDir m_logs;
+    ScopedEnv m_confEnv;
+    ScopedEnv m_logEnv;
+    void* m_context = nullptr;
+};
+
+TEST_F(DebugConfigTest, MissingConfigurationGivesLevelFour) {
+    EXPECT_EQ(Init("Absent.plist"), 4);
+    EXPECT_EQ(Init(nullptr), 4);
+    ScopedEnv noConfDir("QV_CONF_DIR", m_conf / "absent");
+    EXPECT_EQ(Init(), 4);
+}
+
+TEST_F(DebugConfigTest, UnreadableOrForeignContentGivesLevelFour) {
+    EXPECT_EQ(LevelFor(XmlPlist("")), 4) << "no DebugLevel key";
+    EXPECT_EQ(LevelFor(""), 4);
+    EXPECT_EQ(LevelFor("not a property list"), 4);
+    EXPECT_EQ(LevelFor(BinaryPlistWithLevel(6).substr(0, 40)), 4) << "cut binary list";
+    ASSERT_EQ(mkdir((m_conf / "Dir.plist").c_str(), 0755), 0);
+    EXPECT_EQ(Init("Dir.plist"), 4);
+}
+
+TEST_F(DebugConfigTest, RedirectsTheLogIntoTheLogDirectoryCreatingIt) {
+    Init();
+    QvrnWriteDbgLog(m_context, 3, "%s started", "FwMgr::Init");
+    std::string content = ReadFile(logFile());
+    EXPECT_NE(content.find("<3> "), std::string::npos) << content;
+    EXPECT_NE(content.find(" QvFw FwMgr::Init started"), std::string::npos) << content;
+}
+
+TEST_F(DebugConfigTest, WithoutRedirectionUsesTheGivenPath) {
+    ScopedEnv noRedirect("QV_LOG_DIR", nullptr);
+    std::string path = m_logs / "deep/er/QvFw.log";
+    ASSERT_NE(QvInitDebugByConfig(&m_context, "QvFw.conf.plist", "QvFw", path.c_str()), 0);
+    QvrnWriteDbgLog(m_context, 2, "hello");
+    EXPECT_NE(ReadFile(path).find(" QvFw hello"), std::string::npos);
+}
+
+TEST_F(DebugConfigTest, RefusesNullArguments) {
+    EXPECT_EQ(QvInitDebugByConfig(nullptr, "a", "QvFw", "/x/QvFw.log"), 0);
+    EXPECT_EQ(QvInitDebugByConfig(&m_context, "a", nullptr, "/x/QvFw.log"), 0);
+    EXPECT_EQ(QvInitDebugByConfig(&m_context, "a", "QvFw", nullptr), 0);
+    EXPECT_EQ(m_context, nullptr);
+}
+
+}  // namespace
