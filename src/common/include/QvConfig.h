@@ -1,0 +1,391 @@
+// The configuration file store: one property-list file held in memory as a mutable
+// dictionary, handed out and replaced one top-level entry at a time as typed messages,
+// written back whole on request, with a one-generation copy in a "backup" directory
+// beside the file.
+//
+// Loading tries the file up to three times, restoring it from the backup after every
+// failed attempt; the store never creates the file from nothing. Saving first refreshes
+// the backup from the file on disk, then overwrites the file in place through one
+// descriptor kept open for the store's life (seek to 0, write, truncate, fsync), so the
+// file keeps its inode and permissions. A file deleted or replaced under a running store
+// is followed by reopening; the superseded descriptor is deliberately never closed.
+//
+// Every operation records its result in the last error (codes below); the store logs
+// nothing, its owner does. Lock failures throw std::string (QvLock.h).
+//
+// Entries are converted with the overloaded convert() of the message's own namespace:
+// convert(CFDictionaryRef, T&) to read and convert(const T&, CFMutableDictionaryRef) to
+// write (VelaFwMsgConvert.h, VelaFwInternalMsgConvert.h).
+#pragma once
+
+#include <CoreFoundation/CoreFoundation.h>
+#include <fcntl.h>
+#include <stdint.h>
+#include <stdio.h>
+#include <sys/stat.h>
+#include <sys/types.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <memory>
+#include <new>
+#include <string>
+
+#include "QvLock.h"
+
+namespace qor {
+namespace vela {
+
+// Result codes of the store's operations.
+enum QvConfigError {
+    QV_CONFIG_OK = 0,
+    QV_CONFIG_NULL_PATH = -1,
+    QV_CONFIG_SAVE_NOT_LOADED = -2,
+    QV_CONFIG_SAVE_OPEN = -3,
+    QV_CONFIG_SAVE_SERIALIZE = -4,
+    QV_CONFIG_SAVE_WRITE = -5,
+    QV_CONFIG_GET_BAD_ARGUMENT = -6,
+    QV_CONFIG_GET_NO_ENTRY = -7,
+    QV_CONFIG_SET_BAD_ARGUMENT = -8,
+    QV_CONFIG_SET_CONVERT = -9,
+    QV_CONFIG_TO_BACKUP_NOT_LOADED = -10,
+    QV_CONFIG_TO_BACKUP_OPEN_SOURCE = -11,
+    QV_CONFIG_TO_BACKUP_NO_MEMORY = -12,
+    QV_CONFIG_TO_BACKUP_SHORT_READ = -13,
+    QV_CONFIG_TO_BACKUP_OPEN_TARGET = -14,
+    QV_CONFIG_TO_BACKUP_SHORT_WRITE = -15,
+    QV_CONFIG_FROM_BACKUP_OPEN_SOURCE = -16,
+    QV_CONFIG_FROM_BACKUP_NO_MEMORY = -17,
+    QV_CONFIG_FROM_BACKUP_SHORT_READ = -18,
+    QV_CONFIG_FROM_BACKUP_OPEN_TARGET = -19,
+    QV_CONFIG_FROM_BACKUP_SHORT_WRITE = -20,
+};
+
+template <typename Lock>
+class QvConfig {
+  public:
+    // Loads `path`; a null, missing or unusable file leaves the store unloaded.
+    explicit QvConfig(const char* path) {
+        if (path == nullptr) {
+            m_lastError = QV_CONFIG_NULL_PATH;
+            return;
+        }
+        setPath(path);
+        load();
+    }
+
+    ~QvConfig() {
+        if (m_root != nullptr) {
+            CFRelease(m_root);
+            m_root = nullptr;
+        }
+        if (m_fd != -1) {
+            close(m_fd);
+            m_fd = -1;
+        }
+        m_inode = 0;
+    }
+
+    QvConfig(const QvConfig&) = delete;
+    QvConfig& operator=(const QvConfig&) = delete;
+
+    bool isLoaded() const { return m_loaded; }
+    int getLastError() const { return m_lastError; }
+
+    // Fills `out` from the top-level dictionary under `key`; the result is the
+    // conversion's verdict.
+    template <typename T>
+    bool get(T& out, const char* key) {
+        CFStringRef keyString = createKey(key);
+        if (keyString == nullptr) {
+            m_lastError = QV_CONFIG_GET_BAD_ARGUMENT;
+            return false;
+        }
+        Guard<Lock> guard(m_lock);
+        CFTypeRef value = CFDictionaryGetValue(m_root, keyString);
+        CFRelease(keyString);
+        if (value == nullptr || CFGetTypeID(value) != CFDictionaryGetTypeID()) {
+            m_lastError = QV_CONFIG_GET_NO_ENTRY;
+            return false;
+        }
+        m_lastError = QV_CONFIG_OK;
+        return convert(static_cast<CFDictionaryRef>(value), out);
+    }
+
+    // Replaces the top-level entry `key` with a dictionary made from `in`, in memory only;
+    // save() writes it out.
+    template <typename T>
+    bool set(const T& in, const char* key) {
+        CFStringRef keyString = createKey(key);
+        if (keyString == nullptr) {
+            m_lastError = QV_CONFIG_SET_BAD_ARGUMENT;
+            return false;
+        }
+        // Conversion runs outside the lock; only the swap of the entry needs it.
+        CFMutableDictionaryRef entry =
+            CFDictionaryCreateMutable(kCFAllocatorDefault, 0, &kCFTypeDictionaryKeyCallBacks,
+                                      &kCFTypeDictionaryValueCallBacks);
+        if (entry == nullptr || !convert(in, entry)) {
+            if (entry != nullptr) {
+                CFRelease(entry);
+            }
+            CFRelease(keyString);
+            m_lastError = QV_CONFIG_SET_CONVERT;
+            return false;
+        }
+        Guard<Lock> guard(m_lock);
+        CFDictionaryRemoveValue(m_root, keyString);
+        CFDictionaryAddValue(m_root, keyString, entry);
+        CFRelease(keyString);
+        CFRelease(entry);
+        m_lastError = QV_CONFIG_OK;
+        return true;
+    }
+
+    // Writes the whole document over the configuration file, after copying the file as
+    // it was into the backup.
+    bool save() {
+        if (!m_loaded) {
+            m_lastError = QV_CONFIG_SAVE_NOT_LOADED;
+            return false;
+        }
+        Guard<Lock> guard(m_lock);
+        copytobackup();
+        if (m_fd == -1) {
+            m_fd = open(m_path.c_str(), O_WRONLY);
+            if (m_fd == -1) {
+                m_lastError = QV_CONFIG_SAVE_OPEN;
+                return false;
+            }
+        }
+        if (!followReplacedFile()) {
+            m_lastError = QV_CONFIG_SAVE_OPEN;
+            return false;
+        }
+        CFDataRef data = CFPropertyListCreateData(kCFAllocatorDefault, m_root,
+                                                  kCFPropertyListXMLFormat_v1_0, 0, nullptr);
+        if (data == nullptr) {
+            m_lastError = QV_CONFIG_SAVE_SERIALIZE;
+            return false;
+        }
+        const CFIndex length = CFDataGetLength(data);
+        if (lseek(m_fd, 0, SEEK_SET) == -1 ||
+            write(m_fd, CFDataGetBytePtr(data), static_cast<size_t>(length)) < 0) {
+            CFRelease(data);
+            m_lastError = QV_CONFIG_SAVE_WRITE;
+            return false;
+        }
+        CFRelease(data);
+        // The document may have shrunk: cut off what is left of the previous one.
+        const int truncated = ftruncate(m_fd, length);
+        (void)truncated;
+        fsync(m_fd);
+        m_lastError = QV_CONFIG_OK;
+        return true;
+    }
+
+    // Copies the configuration file byte for byte into the backup file, creating the
+    // backup directory when it is missing.
+    bool copytobackup() {
+        if (!m_loaded) {
+            m_lastError = QV_CONFIG_TO_BACKUP_NOT_LOADED;
+            return false;
+        }
+        struct stat dirStat;
+        if (stat(m_backupDir.c_str(), &dirStat) != 0) {
+            // 0600 without the search bit is the mode the backup directory has always had.
+            mkdir(m_backupDir.c_str(), 0600);
+        }
+        m_lastError = copyFile(m_path, backupPath(), kToBackupErrors);
+        return m_lastError == QV_CONFIG_OK;
+    }
+
+    // Copies the backup file byte for byte over the configuration file (creating it).
+    bool copyfrombackup() {
+        m_lastError = copyFile(backupPath(), m_path, kFromBackupErrors);
+        return m_lastError == QV_CONFIG_OK;
+    }
+
+  private:
+    // The codes one direction of copyFile reports, in the order its steps can fail.
+    struct CopyErrors {
+        int openSource;
+        int noMemory;
+        int shortRead;
+        int openTarget;
+        int shortWrite;
+    };
+    static constexpr CopyErrors kToBackupErrors = {
+        QV_CONFIG_TO_BACKUP_OPEN_SOURCE, QV_CONFIG_TO_BACKUP_NO_MEMORY,
+        QV_CONFIG_TO_BACKUP_SHORT_READ, QV_CONFIG_TO_BACKUP_OPEN_TARGET,
+        QV_CONFIG_TO_BACKUP_SHORT_WRITE};
+    static constexpr CopyErrors kFromBackupErrors = {
+        QV_CONFIG_FROM_BACKUP_OPEN_SOURCE, QV_CONFIG_FROM_BACKUP_NO_MEMORY,
+        QV_CONFIG_FROM_BACKUP_SHORT_READ, QV_CONFIG_FROM_BACKUP_OPEN_TARGET,
+        QV_CONFIG_FROM_BACKUP_SHORT_WRITE};
+    static constexpr int kLoadAttempts = 3;
+
+    void setPath(const char* path) {
+        m_path = path;
+        const std::string::size_type slash = m_path.rfind('/');
+        // A bare file name lives in the current directory.
+        const std::string directory =
+            slash == std::string::npos ? std::string(".") : m_path.substr(0, slash);
+        m_fileName = slash == std::string::npos ? m_path : m_path.substr(slash + 1);
+        m_backupDir = directory + "/backup";
+    }
+
+    std::string backupPath() const { return m_backupDir + "/" + m_fileName; }
+
+    // A CFString of `key`, or null when there is no key or no loaded document.
+    CFStringRef createKey(const char* key) const {
+        if (key == nullptr || !m_loaded) {
+            return nullptr;
+        }
+        return CFStringCreateWithCString(kCFAllocatorDefault, key, kCFStringEncodingUTF8);
+    }
+
+    void load() {
+        int failedAttempts = 0;
+        while (!loadOnce()) {
+            ++failedAttempts;
+            if (!copyfrombackup() || failedAttempts >= kLoadAttempts) {
+                return;
+            }
+        }
+        m_loaded = true;
+        m_lastError = QV_CONFIG_OK;
+        struct stat fileStat;
+        if (stat(m_path.c_str(), &fileStat) == 0) {
+            m_inode = fileStat.st_ino;
+        }
+    }
+
+    // One attempt: the file must hold a valid property list whose root is a dictionary.
+    bool loadOnce() {
+        long size = 0;
+        std::unique_ptr<UInt8[]> image = readWholeFile(m_path, size);
+        if (image == nullptr || size == 0) {
+            return false;
+        }
+        CFDataRef data =
+            CFDataCreateWithBytesNoCopy(kCFAllocatorDefault, image.get(), size, kCFAllocatorNull);
+        if (data == nullptr) {
+            return false;
+        }
+        // Any format is accepted; the format found is of no interest.
+        CFPropertyListFormat format = kCFPropertyListXMLFormat_v1_0;
+        CFPropertyListRef plist = CFPropertyListCreateWithData(
+            kCFAllocatorDefault, data, kCFPropertyListMutableContainers, &format, nullptr);
+        CFRelease(data);
+        if (plist == nullptr) {
+            return false;
+        }
+        if (CFGetTypeID(plist) != CFDictionaryGetTypeID() ||
+            !CFPropertyListIsValid(plist, kCFPropertyListBinaryFormat_v1_0)) {
+            CFRelease(plist);
+            return false;
+        }
+        m_root = static_cast<CFMutableDictionaryRef>(const_cast<void*>(plist));
+        return true;
+    }
+
+    // The whole file in a new buffer (size 0 gives an empty buffer); null when the file
+    // cannot be opened, the buffer cannot be had or the read comes up short.
+    static std::unique_ptr<UInt8[]> readWholeFile(const std::string& path, long& size) {
+        FILE* file = fopen(path.c_str(), "r");
+        if (file == nullptr) {
+            return nullptr;
+        }
+        fseek(file, 0, SEEK_END);
+        size = ftell(file);
+        rewind(file);
+        std::unique_ptr<UInt8[]> image;
+        if (size >= 0) {
+            image.reset(new (std::nothrow) UInt8[size > 0 ? size : 1]);
+        }
+        const bool complete =
+            image != nullptr && fread(image.get(), 1, size, file) == static_cast<size_t>(size);
+        fclose(file);
+        if (!complete) {
+            image.reset();
+        }
+        return image;
+    }
+
+    // Copies `source` over `target` ("w+": created or truncated); the result is 0 or the
+    // code of the step that failed.
+    static int copyFile(const std::string& source, const std::string& target,
+                        const CopyErrors& errors) {
+        FILE* in = fopen(source.c_str(), "r");
+        if (in == nullptr) {
+            return errors.openSource;
+        }
+        lseek(fileno(in), 0, SEEK_END);
+        const long size = ftell(in);
+        rewind(in);
+        if (size < 0) {
+            fclose(in);
+            return errors.shortRead;
+        }
+        std::unique_ptr<char[]> image(new (std::nothrow) char[size > 0 ? size : 1]());
+        if (image == nullptr) {
+            fclose(in);
+            return errors.noMemory;
+        }
+        const size_t readBytes = fread(image.get(), 1, size, in);
+        fclose(in);
+        if (readBytes != static_cast<size_t>(size)) {
+            return errors.shortRead;
+        }
+        FILE* out = fopen(target.c_str(), "w+");
+        if (out == nullptr) {
+            return errors.openTarget;
+        }
+        const size_t written = fwrite(image.get(), 1, size, out);
+        // A write the stream only buffered is not on disk yet: a failing flush is a short
+        // write as well.
+        const bool flushed = fflush(out) == 0;
+        const bool closed = fclose(out) == 0;
+        if (written != static_cast<size_t>(size) || !flushed || !closed) {
+            return errors.shortWrite;
+        }
+        return QV_CONFIG_OK;
+    }
+
+    // Makes the write descriptor point at the file now under the path: a removed file is
+    // recreated (0600), a replaced one opened anew. The earlier descriptor stays open on
+    // purpose. False when the new file cannot be opened.
+    bool followReplacedFile() {
+        struct stat fileStat;
+        const bool removed = stat(m_path.c_str(), &fileStat) != 0;
+        if (!removed && fileStat.st_ino == m_inode) {
+            return true;
+        }
+        const int fd = removed ? open(m_path.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600)
+                               : open(m_path.c_str(), O_WRONLY);
+        if (fd == -1) {
+            return false;
+        }
+        if (removed && fstat(fd, &fileStat) != 0) {
+            fileStat.st_ino = 0;
+        }
+        m_fd = fd;
+        m_inode = fileStat.st_ino;
+        return true;
+    }
+
+    bool m_loaded = false;
+    CFMutableDictionaryRef m_root = nullptr;
+    int32_t m_fd = -1;
+    std::string m_path;
+    std::string m_backupDir;
+    std::string m_fileName;
+    uint64_t m_inode = 0;
+    Lock m_lock;
+    // Written by callers that hold no lock (an unloaded store answers without locking).
+    std::atomic<int32_t> m_lastError{QV_CONFIG_OK};
+};
+
+}  // namespace vela
+}  // namespace qor

@@ -1,0 +1,295 @@
+// The configuration file store on real files: loading with recovery from the backup,
+// saving through the backup in place, files deleted or replaced under a running store,
+// and the result codes of refused operations.
+#include <gtest/gtest.h>
+#include <limits.h>
+#include <sys/inotify.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <string>
+
+#include "ConfigTestSupport.h"
+#include "QvConfig.h"
+#include "TempDir.h"
+#include "VelaFwInternalMsgConvert.h"
+#include "VelaFwMsgConvert.h"
+
+using namespace qor::vela;
+using qvtest::readFile;
+using qvtest::writeFile;
+
+namespace {
+
+using Store = QvConfig<Mutex>;
+
+std::string plistDocument(const std::string& body) {
+    return "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
+           "<!DOCTYPE plist PUBLIC \"-//Apple//DTD PLIST 1.0//EN\" "
+           "\"http://www.apple.com/DTDs/PropertyList-1.0.dtd\">\n"
+           "<plist version=\"1.0\">\n" +
+           body + "\n</plist>\n";
+}
+
+std::string optionsDocument(int setNum) {
+    return plistDocument("<dict><key>FwOptions</key><dict><key>default_set_num</key><integer>" +
+                         std::to_string(setNum) + "</integer></dict></dict>");
+}
+
+ino_t inodeOf(const std::string& path) {
+    struct stat st;
+    return stat(path.c_str(), &st) == 0 ? st.st_ino : 0;
+}
+
+int storedSetNum(Store& store) {
+    FwOptions options;
+    EXPECT_TRUE(store.get(options, "FwOptions"));
+    return options.default_set_num();
+}
+
+bool setSetNum(Store& store, int setNum) {
+    FwOptions options;
+    options.set_default_set_num(setNum);
+    return store.set(options, "FwOptions");
+}
+
+class QvConfigTest : public ::testing::Test {
+  protected:
+    std::string path() const { return m_dir.file("QvFw.conf.plist"); }
+    std::string backupDir() const { return m_dir.file("backup"); }
+    std::string backup() const { return backupDir() + "/QvFw.conf.plist"; }
+    void writeBackup(const std::string& content) const {
+        mkdir(backupDir().c_str(), 0700);
+        writeFile(backup(), content);
+    }
+
+    qvtest::TempDir m_dir;
+};
+
+TEST_F(QvConfigTest, UnloadedStoreRefusesEveryOperation) {
+    Store nullPath(nullptr);
+    EXPECT_FALSE(nullPath.isLoaded());
+    EXPECT_EQ(QV_CONFIG_NULL_PATH, nullPath.getLastError());
+
+    Store missing(path().c_str());  // no file, no backup
+    EXPECT_FALSE(missing.isLoaded());
+    EXPECT_EQ(QV_CONFIG_FROM_BACKUP_OPEN_SOURCE, missing.getLastError());
+    for (Store* store : {&nullPath, &missing}) {
+        FwOptions options;
+        EXPECT_FALSE(store->get(options, "FwOptions"));
+        EXPECT_EQ(QV_CONFIG_GET_BAD_ARGUMENT, store->getLastError());
+        EXPECT_FALSE(store->set(options, "FwOptions"));
+        EXPECT_EQ(QV_CONFIG_SET_BAD_ARGUMENT, store->getLastError());
+        EXPECT_FALSE(store->save());
+        EXPECT_EQ(QV_CONFIG_SAVE_NOT_LOADED, store->getLastError());
+        EXPECT_FALSE(store->copytobackup());
+        EXPECT_EQ(QV_CONFIG_TO_BACKUP_NOT_LOADED, store->getLastError());
+    }
+    // The store never makes a file from nothing.
+    EXPECT_FALSE(std::filesystem::exists(path()));
+}
+
+TEST_F(QvConfigTest, DamagedOrMissingFileIsRestoredFromBackup) {
+    const std::string good = optionsDocument(5);
+    const std::string damaged[] = {"", good.substr(0, good.size() / 2),
+                                   plistDocument("<array><integer>1</integer></array>"),
+                                   std::string("bplist00\xff\x00garbage", 16)};
+    writeBackup(good);
+    for (const std::string& content : damaged) {
+        writeFile(path(), content);
+        Store store(path().c_str());
+        ASSERT_TRUE(store.isLoaded()) << content;
+        EXPECT_EQ(5, storedSetNum(store));
+        EXPECT_EQ(good, readFile(path()));
+    }
+    std::filesystem::remove(path());
+    Store restored(path().c_str());
+    EXPECT_TRUE(restored.isLoaded());
+    EXPECT_EQ(good, readFile(path()));
+
+    std::filesystem::remove(backup());
+    writeFile(path(), damaged[2]);
+    Store lost(path().c_str());
+    EXPECT_FALSE(lost.isLoaded());
+    EXPECT_FALSE(lost.save());
+    EXPECT_EQ(QV_CONFIG_SAVE_NOT_LOADED, lost.getLastError());
+}
+
+// Every restore opens the backup once, so its open events count the failed attempts
+// (close events are watched too, because inotify merges repeated identical events).
+TEST_F(QvConfigTest, CorruptBackupGivesUpAfterThreeAttempts) {
+    const std::string corrupt = plistDocument("<string>no dictionary</string>");
+    writeBackup(corrupt);
+    writeFile(path(), "garbage");
+    const int watch = inotify_init1(IN_NONBLOCK);
+    ASSERT_GE(watch, 0);
+    ASSERT_GE(inotify_add_watch(watch, backup().c_str(), IN_OPEN | IN_CLOSE), 0);
+
+    Store store(path().c_str());
+
+    char events[16 * (sizeof(inotify_event) + NAME_MAX + 1)];
+    int opens = 0;
+    for (ssize_t n; (n = read(watch, events, sizeof(events))) > 0;) {
+        for (char* p = events; p < events + n;) {
+            const inotify_event* event = reinterpret_cast<inotify_event*>(p);
+            opens += (event->mask & IN_OPEN) != 0;
+            p += sizeof(inotify_event) + event->len;
+        }
+    }
+    close(watch);
+    EXPECT_FALSE(store.isLoaded());
+    EXPECT_EQ(3, opens);
+    EXPECT_EQ(corrupt, readFile(path()));
+}
+
+TEST_F(QvConfigTest, BinaryFileIsAccepted) {
+    writeFile(path(), optionsDocument(1));
+    const std::string out =
+        qvtest::runPython(m_dir,
+                          "p = sys.argv[1]\n"
+                          "d = plistlib.load(open(p, 'rb'))\n"
+                          "d['FwOptions']['default_set_num'] = 23\n"
+                          "plistlib.dump(d, open(p, 'wb'), fmt=plistlib.FMT_BINARY)\n"
+                          "print('ok')\n",
+                          path());
+    ASSERT_EQ("ok\n", out);
+    ASSERT_EQ("bplist00", readFile(path()).substr(0, 8));
+    Store store(path().c_str());
+    ASSERT_TRUE(store.isLoaded());
+    EXPECT_EQ(23, storedSetNum(store));
+}
+
+TEST_F(QvConfigTest, SaveRefreshesBackupAndOverwritesInPlace) {
+    const std::string original = optionsDocument(5);
+    writeFile(path(), original);
+    const ino_t inode = inodeOf(path());
+    Store store(path().c_str());
+    ASSERT_TRUE(store.isLoaded());
+
+    ASSERT_TRUE(setSetNum(store, 6));
+    ASSERT_TRUE(store.save());
+    EXPECT_EQ(original, readFile(backup()));
+    struct stat dirStat;
+    ASSERT_EQ(0, stat(backupDir().c_str(), &dirStat));
+    EXPECT_EQ(0600u, dirStat.st_mode & 0777);
+    const std::string firstSave = readFile(path());
+
+    ASSERT_TRUE(setSetNum(store, 7));
+    ASSERT_TRUE(store.save());
+    EXPECT_EQ(firstSave, readFile(backup()));
+    EXPECT_EQ(inode, inodeOf(path()));
+
+    Store reread(path().c_str());
+    EXPECT_EQ(7, storedSetNum(reread));
+}
+
+TEST_F(QvConfigTest, ShorterDocumentLeavesNoTrailingBytes) {
+    writeFile(path(), plistDocument("<dict/>"));
+    Store store(path().c_str());
+    FwRuleList many;
+    for (unsigned int i = 0; i < 50; ++i) {
+        many.add_rules()->CopyFrom(qvtest::fullRule(i));
+    }
+    ASSERT_TRUE(store.set(many, "FwRuleCfg"));
+    ASSERT_TRUE(store.save());
+    const size_t longSize = readFile(path()).size();
+
+    ASSERT_TRUE(store.set(FwRuleList(), "FwRuleCfg"));
+    ASSERT_TRUE(store.save());
+    const std::string shortDoc = readFile(path());
+    EXPECT_LT(shortDoc.size() * 10, longSize);
+    EXPECT_EQ(plistDocument("<dict>\n\t<key>FwRuleCfg</key>\n\t<dict/>\n</dict>"), shortDoc);
+}
+
+TEST_F(QvConfigTest, DeletedFileIsRecreatedPrivately) {
+    writeFile(path(), optionsDocument(5));
+    Store store(path().c_str());
+    ASSERT_TRUE(store.save());
+    ASSERT_EQ(0, unlink(path().c_str()));
+
+    ASSERT_TRUE(setSetNum(store, 8));
+    ASSERT_TRUE(store.save());
+    struct stat st;
+    ASSERT_EQ(0, stat(path().c_str(), &st));
+    EXPECT_EQ(0600u, st.st_mode & 0777);
+    Store reread(path().c_str());
+    EXPECT_EQ(8, storedSetNum(reread));
+
+    // The descriptor of the removed file is left open, by design.
+    bool oldDescriptorOpen = false;
+    for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) {
+        std::error_code error;
+        const std::string target = std::filesystem::read_symlink(entry.path(), error).string();
+        oldDescriptorOpen |= target == path() + " (deleted)";
+    }
+    EXPECT_TRUE(oldDescriptorOpen);
+}
+
+TEST_F(QvConfigTest, FileDeletedBeforeFirstSaveCannotBeOpened) {
+    writeFile(path(), optionsDocument(5));
+    Store store(path().c_str());
+    ASSERT_EQ(0, unlink(path().c_str()));
+    EXPECT_FALSE(store.save());
+    EXPECT_EQ(QV_CONFIG_SAVE_OPEN, store.getLastError());
+}
+
+TEST_F(QvConfigTest, ReplacedFileIsFollowed) {
+    writeFile(path(), optionsDocument(5));
+    Store store(path().c_str());
+    ASSERT_TRUE(store.save());
+    const std::string oldLink = m_dir.file("old.plist");
+    ASSERT_EQ(0, link(path().c_str(), oldLink.c_str()));
+    const std::string oldContent = readFile(oldLink);
+    writeFile(m_dir.file("new.plist"), optionsDocument(11));
+    ASSERT_EQ(0, rename(m_dir.file("new.plist").c_str(), path().c_str()));
+
+    ASSERT_TRUE(setSetNum(store, 12));
+    ASSERT_TRUE(store.save());
+    Store reread(path().c_str());
+    EXPECT_EQ(12, storedSetNum(reread));
+    EXPECT_EQ(oldContent, readFile(oldLink));
+}
+
+TEST_F(QvConfigTest, EntriesAreTypedDictionaries) {
+    writeFile(path(), plistDocument("<dict><key>Name</key><string>x</string></dict>"));
+    Store store(path().c_str());
+    ASSERT_TRUE(store.isLoaded());
+    FwOptions options;
+    EXPECT_FALSE(store.get(options, "Name"));
+    EXPECT_EQ(QV_CONFIG_GET_NO_ENTRY, store.getLastError());
+    EXPECT_FALSE(store.get(options, "FwOptions"));
+    EXPECT_EQ(QV_CONFIG_GET_NO_ENTRY, store.getLastError());
+    EXPECT_FALSE(store.get(options, nullptr));
+    EXPECT_EQ(QV_CONFIG_GET_BAD_ARGUMENT, store.getLastError());
+    EXPECT_FALSE(store.set(options, nullptr));
+    EXPECT_EQ(QV_CONFIG_SET_BAD_ARGUMENT, store.getLastError());
+
+    FwRuleList incomplete;
+    incomplete.add_rules()->mutable_src_ip();  // required ip_type missing
+    EXPECT_FALSE(store.set(incomplete, "FwRuleCfg"));
+    EXPECT_EQ(QV_CONFIG_SET_CONVERT, store.getLastError());
+
+    // An empty list is an empty dictionary, and reading it leaves the caller's list alone.
+    ASSERT_TRUE(store.set(FwRuleList(), "FwRuleCfg"));
+    FwRuleList list;
+    list.add_rules()->set_rule_index(3);
+    EXPECT_TRUE(store.get(list, "FwRuleCfg"));
+    EXPECT_EQ(QV_CONFIG_OK, store.getLastError());
+    EXPECT_EQ(1, list.rules_size());
+}
+
+TEST_F(QvConfigTest, BackupCopyFailuresHaveTheirCodes) {
+    writeFile(path(), optionsDocument(5));
+    Store store(path().c_str());
+    EXPECT_FALSE(store.copyfrombackup());
+    EXPECT_EQ(QV_CONFIG_FROM_BACKUP_OPEN_SOURCE, store.getLastError());
+    // A directory where the backup file belongs cannot be written.
+    ASSERT_TRUE(std::filesystem::create_directories(backup()));
+    EXPECT_FALSE(store.copytobackup());
+    EXPECT_EQ(QV_CONFIG_TO_BACKUP_OPEN_TARGET, store.getLastError());
+    // save goes on without a backup.
+    EXPECT_TRUE(store.save());
+}
+
+}  // namespace

@@ -1,0 +1,101 @@
+// The lock wrappers: exclusion, shared reading, release at scope end, and the texts of
+// the exceptions thrown when a lock cannot be taken.
+#include <gtest/gtest.h>
+#include <pthread.h>
+
+#include <atomic>
+#include <chrono>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "QvLock.h"
+
+using namespace qor::vela;
+
+namespace {
+
+std::string lockFailureText(RwMutex& lock, int mode) {
+    try {
+        if (mode == 0) {
+            Guard<RwMutex> guard(lock);
+        } else {
+            Guard<RwMutex> guard(lock, mode == 1);
+        }
+    } catch (const std::string& text) {
+        return text;
+    }
+    return "";
+}
+
+// Spins until `done` holds or two seconds pass.
+template <typename Predicate>
+bool waitFor(Predicate done) {
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(2);
+    while (!done()) {
+        if (std::chrono::steady_clock::now() > deadline) {
+            return false;
+        }
+        std::this_thread::yield();
+    }
+    return true;
+}
+
+TEST(QvLockTest, MutexGuardSerialisesIncrements) {
+    Mutex mutex;
+    long counter = 0;  // deliberately not atomic
+    std::vector<std::thread> threads;
+    for (int t = 0; t < 8; ++t) {
+        threads.emplace_back([&] {
+            for (int i = 0; i < 20000; ++i) {
+                Guard<Mutex> guard(mutex);
+                counter = counter + 1;
+            }
+        });
+    }
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+    EXPECT_EQ(8 * 20000, counter);
+    // Released at the end of every scope.
+    EXPECT_EQ(0, pthread_mutex_trylock(mutex.native()));
+    pthread_mutex_unlock(mutex.native());
+}
+
+TEST(QvLockTest, ReadersShareAndWritersExclude) {
+    RwMutex lock;
+    std::atomic<int> readersInside{0};
+    std::atomic<bool> release{false};
+    std::vector<std::thread> readers;
+    for (int t = 0; t < 2; ++t) {
+        readers.emplace_back([&] {
+            Guard<RwMutex> guard(lock, true);
+            ++readersInside;
+            waitFor([&] { return release.load(); });
+        });
+    }
+    // Both readers hold the lock at once, and a writer cannot get in meanwhile.
+    EXPECT_TRUE(waitFor([&] { return readersInside.load() == 2; }));
+    EXPECT_NE(0, pthread_rwlock_trywrlock(lock.native()));
+    release = true;
+    for (std::thread& reader : readers) {
+        reader.join();
+    }
+    {
+        Guard<RwMutex> writer(lock, false);
+        EXPECT_NE(0, pthread_rwlock_tryrdlock(lock.native()));
+    }
+    EXPECT_EQ(0, pthread_rwlock_tryrdlock(lock.native()));
+    pthread_rwlock_unlock(lock.native());
+}
+
+// A thread that holds the write lock is refused any further lock on it (EDEADLK).
+TEST(QvLockTest, FailedLocksThrowTheirTexts) {
+    RwMutex lock;
+    Guard<RwMutex> held(lock);
+    EXPECT_EQ("fail to get the lock", lockFailureText(lock, 0));
+    EXPECT_EQ("fail to get the rdlock", lockFailureText(lock, 1));
+    EXPECT_EQ("fail to get the wrlock", lockFailureText(lock, 2));
+}
+
+}  // namespace

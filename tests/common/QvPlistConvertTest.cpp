@@ -1,0 +1,263 @@
+// Messages to property-list dictionaries and back: every field, the reading rules for
+// bad keys and bad array elements, and the all-or-nothing writers.
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "ConfigTestSupport.h"
+#include "VelaFwInternalMsgConvert.h"
+#include "VelaFwMsgConvert.h"
+
+using namespace qor::vela;
+
+namespace {
+
+// Owns one CoreFoundation reference for the length of a test.
+template <typename Ref>
+class Owned {
+  public:
+    explicit Owned(Ref ref) : m_ref(ref) {}
+    ~Owned() {
+        if (m_ref != nullptr) {
+            CFRelease(m_ref);
+        }
+    }
+    Owned(const Owned&) = delete;
+    Owned& operator=(const Owned&) = delete;
+    Ref get() const { return m_ref; }
+
+  private:
+    Ref m_ref;
+};
+
+using Dict = Owned<CFMutableDictionaryRef>;
+
+void put(CFMutableDictionaryRef dict, const char* key, CFTypeRef value) {
+    ASSERT_TRUE(addValue(dict, key, value));
+}
+
+void putInt(CFMutableDictionaryRef dict, const char* key, int value) {
+    Owned<CFTypeRef> number(createValue(value));
+    put(dict, key, number.get());
+}
+
+int readInt(CFDictionaryRef dict, const char* key) {
+    int value = 0;
+    EXPECT_TRUE(readValue(lookupValue(dict, key), value)) << key;
+    return value;
+}
+
+FwRule roundTrip(const FwRule& rule) {
+    Dict dict(createMutableDictionary());
+    EXPECT_TRUE(convert(rule, dict.get()));
+    FwRule back;
+    EXPECT_TRUE(convert(dict.get(), back));
+    return back;
+}
+
+TEST(PlistConvertTest, FullRuleSurvivesRoundTripFieldByField) {
+    const FwRule rule = qvtest::fullRule(4000000000u);
+    const FwRule back = roundTrip(rule);
+    EXPECT_EQ(4000000000u, back.rule_index());
+    EXPECT_EQ(rule.description(), back.description());
+    EXPECT_EQ(0.1, back.probability());
+    EXPECT_EQ(3232235777u, back.src_ip().ips(0).ip());
+    EXPECT_EQ(4294967295u, back.via_interface().ip());
+    EXPECT_EQ(1000u, back.src_port().ports(1).port_range().from());
+    EXPECT_TRUE(back.tcp_flags(0).has_exclude());
+    EXPECT_FALSE(back.tcp_opts(0).has_exclude());
+    EXPECT_TRUE(back.dst_ip().has_ip_type());
+    EXPECT_EQ(0, back.dst_ip().ips_size());
+    // Same presence and value of every field, nested and repeated ones included.
+    EXPECT_EQ(rule.SerializeAsString(), back.SerializeAsString());
+
+    for (double p : {0.0, -0.5, 1e20, 5e-324, 0.30000000000000004}) {
+        FwRule real;
+        real.set_probability(p);
+        EXPECT_EQ(p, roundTrip(real).probability());
+    }
+}
+
+TEST(PlistConvertTest, WriterUsesFixedKeysAndSigned32BitNumbers) {
+    FwRule rule = qvtest::fullRule(4000000000u);
+    rule.clear_icmp_type();
+    rule.mutable_dst_ip()->clear_ips();
+    Dict dict(createMutableDictionary());
+    ASSERT_TRUE(convert(rule, dict.get()));
+
+    EXPECT_EQ(static_cast<int>(4000000000u - 4294967296u), readInt(dict.get(), "rule_index"));
+    EXPECT_EQ(ACTION_UNREACH, readInt(dict.get(), "action"));
+    EXPECT_EQ(nullptr, lookupValue(dict.get(), "icmp_type"));
+    CFDictionaryRef dstIp = static_cast<CFDictionaryRef>(lookupValue(dict.get(), "dst_ip"));
+    ASSERT_NE(nullptr, dstIp);
+    EXPECT_EQ(1, CFDictionaryGetCount(dstIp));
+    EXPECT_EQ(nullptr, lookupValue(dstIp, "ips"));
+    EXPECT_EQ(18, CFDictionaryGetCount(dict.get()));  // all 19 fields but icmp_type
+
+    // Unset fields are not written at all, defaults or not.
+    FwRule empty;
+    ASSERT_TRUE(convert(empty, dict.get()));
+    EXPECT_EQ(0, CFDictionaryGetCount(dict.get()));
+}
+
+TEST(PlistConvertTest, WriterRefusesIncompleteMessageAndNullTarget) {
+    FwRule rule;
+    rule.mutable_protocol()->set_protocol(PROTO_VALUE_TCP);  // required type missing
+    Dict dict(createMutableDictionary());
+    putInt(dict.get(), "stale", 1);
+    EXPECT_FALSE(convert(rule, dict.get()));
+    EXPECT_NE(nullptr, lookupValue(dict.get(), "stale"));
+    EXPECT_FALSE(convert(FwRule(), static_cast<CFMutableDictionaryRef>(nullptr)));
+
+    FwRule other;
+    EXPECT_FALSE(convert(static_cast<CFDictionaryRef>(nullptr), other));
+}
+
+TEST(PlistConvertTest, ReaderSkipsBadKeysOneByOne) {
+    Dict dict(createMutableDictionary());
+    putInt(dict.get(), "action", 9);                 // outside ActionEnum
+    putInt(dict.get(), "direction", 3);              // valid
+    putInt(dict.get(), "keep_state", 1);             // a number is not a boolean
+    put(dict.get(), "description", kCFBooleanTrue);  // a boolean is not a string
+    Owned<CFTypeRef> half(createValue(2.5));
+    put(dict.get(), "unreach_code", half.get());  // not an integer
+    putInt(dict.get(), "unknown_key", 1);
+
+    FwRule rule;
+    EXPECT_TRUE(convert(dict.get(), rule));
+    EXPECT_FALSE(rule.has_action());
+    EXPECT_EQ(DIRECT_BOTH, rule.direction());
+    EXPECT_FALSE(rule.has_keep_state());
+    EXPECT_FALSE(rule.has_description());
+    EXPECT_FALSE(rule.has_unreach_code());
+
+    // A nested message is present as soon as its key is; this empty one lacks its
+    // required ip_type, so the rule is incomplete.
+    Owned<CFTypeRef> text(createValue(std::string("x")));
+    put(dict.get(), "src_ip", text.get());
+    FwRule withIp;
+    EXPECT_FALSE(convert(dict.get(), withIp));
+    EXPECT_TRUE(withIp.has_src_ip());
+    EXPECT_FALSE(withIp.src_ip().has_ip_type());
+}
+
+TEST(PlistConvertTest, BooleansReadByIdentity) {
+    Dict dict(createMutableDictionary());
+    putInt(dict.get(), "type", PROTO_ALL);
+    put(dict.get(), "exclude", kCFBooleanFalse);
+    FwProtocol protocol;
+    ASSERT_TRUE(convert(dict.get(), protocol));
+    EXPECT_TRUE(protocol.has_exclude());
+    EXPECT_FALSE(protocol.exclude());
+    EXPECT_EQ(PROTO_VALUE_TCP, protocol.protocol());
+    EXPECT_FALSE(protocol.has_protocol());
+
+    Dict other(createMutableDictionary());
+    putInt(other.get(), "type", PROTO_ALL);
+    put(other.get(), "exclude", kCFBooleanTrue);
+    ASSERT_TRUE(convert(other.get(), protocol));
+    EXPECT_TRUE(protocol.exclude());
+}
+
+TEST(PlistConvertTest, OneBadArrayElementEmptiesTheField) {
+    FwRuleList list;
+    for (unsigned int i = 1; i <= 4; ++i) {
+        list.add_rules()->set_rule_index(i);
+    }
+    CFArrayRef rules = nullptr;
+    ASSERT_TRUE(convertCreate(list.rules(), rules));
+    Owned<CFArrayRef> ownedRules(rules);
+    ASSERT_EQ(4, CFArrayGetCount(rules));
+
+    // Replace the third element by a string.
+    CFTypeRef items[4];
+    for (CFIndex i = 0; i < 4; ++i) {
+        items[i] = CFArrayGetValueAtIndex(rules, i);
+    }
+    Owned<CFTypeRef> text(createValue(std::string("not a rule")));
+    items[2] = text.get();
+    Owned<CFArrayRef> bad(CFArrayCreate(kCFAllocatorDefault, items, 4, &kCFTypeArrayCallBacks));
+
+    FwRuleList back;
+    back.add_rules()->set_rule_index(99);
+    EXPECT_TRUE(convert(rules, *back.mutable_rules()));
+    EXPECT_EQ(4, back.rules_size());
+    EXPECT_EQ(3u, back.rules(2).rule_index());
+    EXPECT_FALSE(convert(bad.get(), *back.mutable_rules()));
+    EXPECT_EQ(0, back.rules_size());
+
+    // Integers: a real that is not whole spoils the array.
+    Owned<CFTypeRef> eight(createValue(8));
+    Owned<CFTypeRef> real(createValue(2.7));
+    CFTypeRef numbers[] = {eight.get(), real.get()};
+    Owned<CFArrayRef> mixed(CFArrayCreate(kCFAllocatorDefault, numbers, 2, &kCFTypeArrayCallBacks));
+    google::protobuf::RepeatedField<int> icmp;
+    EXPECT_TRUE(convert(mixed.get(), icmp) == false && icmp.empty());
+    Owned<CFArrayRef> one(CFArrayCreate(kCFAllocatorDefault, numbers, 1, &kCFTypeArrayCallBacks));
+    EXPECT_TRUE(convert(one.get(), icmp));
+    EXPECT_EQ(1, icmp.size());
+}
+
+TEST(PlistConvertTest, ArrayWriterLeavesOutUntouchedOnFailure) {
+    google::protobuf::RepeatedPtrField<IpAddr> addrs;
+    addrs.Add()->set_use_host_name(true);
+    addrs.Add()->set_ip(1);  // required use_host_name missing
+    CFArrayRef out = reinterpret_cast<CFArrayRef>(&addrs);
+    const CFArrayRef before = out;
+    EXPECT_FALSE(convertCreate(addrs, out));
+    EXPECT_EQ(before, out);
+}
+
+TEST(PlistConvertTest, RuleListKeepsOrLeavesList) {
+    FwRuleList list;
+    list.add_rules()->set_rule_index(7);
+    Dict dict(createMutableDictionary());
+    ASSERT_TRUE(convert(FwRuleList(), dict.get()));
+    EXPECT_EQ(0, CFDictionaryGetCount(dict.get()));
+    // No "rules": the caller's list stays as it was.
+    EXPECT_TRUE(convert(dict.get(), list));
+    EXPECT_EQ(1, list.rules_size());
+
+    ASSERT_TRUE(convert(list, dict.get()));
+    FwRuleList back;
+    back.add_rules()->set_rule_index(1);
+    back.add_rules()->set_rule_index(2);
+    EXPECT_TRUE(convert(dict.get(), back));
+    ASSERT_EQ(1, back.rules_size());
+    EXPECT_EQ(7u, back.rules(0).rule_index());
+}
+
+TEST(PlistConvertTest, OptionsRoundTripOnlyWhatIsSet) {
+    const FwOptions options = qvtest::fullOptions();
+    Dict dict(createMutableDictionary());
+    ASSERT_TRUE(convert(options, dict.get()));
+    EXPECT_EQ(6, CFDictionaryGetCount(dict.get()));
+    FwOptions back;
+    ASSERT_TRUE(convert(dict.get(), back));
+    EXPECT_EQ(options.SerializeAsString(), back.SerializeAsString());
+
+    FwOptions partial;
+    partial.set_exception_set_num(-4);
+    ASSERT_TRUE(convert(partial, dict.get()));
+    EXPECT_EQ(1, CFDictionaryGetCount(dict.get()));
+    FwOptions partialBack;
+    ASSERT_TRUE(convert(dict.get(), partialBack));
+    EXPECT_EQ(-4, partialBack.exception_set_num());
+    EXPECT_FALSE(partialBack.has_enable_fw());
+    EXPECT_EQ("/etc/syslog.conf", partialBack.syslog_conf());
+}
+
+TEST(PlistConvertTest, StringsWithAndWithoutDirectPointer) {
+    std::string out = "stale";
+    Owned<CFStringRef> empty(QvCreateCFStringFromString(""));
+    EXPECT_TRUE(convert(empty.get(), out));
+    EXPECT_EQ("", out);
+    // Non-ASCII text has no direct UTF-8 pointer, so it takes the copying path.
+    const std::string text = "r\xc3\xa8gle \xe2\x82\xac \xf0\x9f\x94\xa5";
+    Owned<CFStringRef> utf8(QvCreateCFStringFromString(text.c_str()));
+    EXPECT_TRUE(convert(utf8.get(), out));
+    EXPECT_EQ(text, out);
+    EXPECT_FALSE(convert(static_cast<CFStringRef>(nullptr), out));
+}
+
+}  // namespace

@@ -1,0 +1,321 @@
+// The firewall configuration on a real file in $QV_CONF_DIR: option defaults, the list
+// operations and their effect on the file, many threads at once, and files exchanged
+// with Python's plistlib in both directions.
+#include <gtest/gtest.h>
+#include <stdlib.h>
+
+#include <filesystem>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "Config.h"
+#include "ConfigTestSupport.h"
+#include "LogCapture.h"
+#include "QvConfig.h"
+#include "TempDir.h"
+#include "VelaFwInternalMsgConvert.h"
+#include "VelaFwMsgConvert.h"
+
+using namespace qor::vela;
+using qvtest::readFile;
+using qvtest::writeFile;
+
+namespace {
+
+const char kEmptyDocument[] =
+    "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<plist version=\"1.0\">\n<dict/>\n</plist>\n";
+
+FwRule rule(unsigned int index, const std::string& description = "") {
+    FwRule result;
+    result.set_rule_index(index);
+    result.set_description(description.empty() ? "rule " + std::to_string(index) : description);
+    return result;
+}
+
+FwRuleList ruleList(std::initializer_list<unsigned int> indexes) {
+    FwRuleList list;
+    for (unsigned int index : indexes) {
+        list.add_rules()->CopyFrom(rule(index));
+    }
+    return list;
+}
+
+std::vector<unsigned int> indexesOf(const FwRuleList& list) {
+    std::vector<unsigned int> indexes;
+    for (const FwRule& r : list.rules()) {
+        indexes.push_back(r.rule_index());
+    }
+    return indexes;
+}
+
+using Indexes = std::vector<unsigned int>;
+
+class FwConfigTest : public ::testing::Test {
+  protected:
+    void SetUp() override { setenv("QV_CONF_DIR", m_dir.path().c_str(), 1); }
+    void TearDown() override { unsetenv("QV_CONF_DIR"); }
+
+    std::string path() const { return m_dir.file("QvFw.conf.plist"); }
+    std::string backup() const { return m_dir.file("backup/QvFw.conf.plist"); }
+
+    // Writes a configuration file holding the given entries (none for an empty list).
+    void seed(const FwRuleList& normal, const FwRuleList& exception,
+              const FwOptions* options = nullptr) {
+        writeFile(path(), kEmptyDocument);
+        QvConfig<Mutex> store(path().c_str());
+        ASSERT_TRUE(store.set(normal, "FwRuleCfg"));
+        ASSERT_TRUE(store.set(exception, "FwExceptionRuleCfg"));
+        if (options != nullptr) {
+            ASSERT_TRUE(store.set(*options, "FwOptions"));
+        }
+        ASSERT_TRUE(store.save());
+        std::filesystem::remove_all(m_dir.file("backup"));
+    }
+
+    // The rule list stored in the file now, read past FwConfig.
+    FwRuleList stored(const char* key) const {
+        QvConfig<Mutex> store(path().c_str());
+        FwRuleList list;
+        EXPECT_TRUE(store.get(list, key));
+        return list;
+    }
+
+    qvtest::TempDir m_dir;
+};
+
+TEST_F(FwConfigTest, MissingLocationOrFileIsLoggedAndNotReady) {
+    qvtest::LogCapture log;
+    setenv("QV_CONF_DIR", m_dir.file("absent").c_str(), 1);
+    {
+        FwConfig config;
+        EXPECT_FALSE(config.IsReady());
+        EXPECT_EQ(FW_CONFIG_NOT_READY, config.Init());
+    }
+    EXPECT_TRUE(log.has(3, "InitConfig Can't find QvFw.conf.plist"));
+
+    setenv("QV_CONF_DIR", m_dir.path().c_str(), 1);
+    FwConfig config;
+    EXPECT_FALSE(config.IsReady());
+    EXPECT_TRUE(log.has(3, "InitConfig Failed to Init Config file, buf is " + path()));
+    // The working copies still work; nothing reaches the disk.
+    EXPECT_EQ(0u, config.AddNormalRule(rule(4)));
+    FwRuleList all;
+    config.GetAllNormalRules(all);
+    EXPECT_EQ(Indexes{4}, indexesOf(all));
+    EXPECT_FALSE(std::filesystem::exists(path()));
+}
+
+TEST_F(FwConfigTest, MissingOptionsTakeDefaultsWithoutWriting) {
+    seed(ruleList({}), ruleList({}));
+    const std::string before = readFile(path());
+    FwConfig config;
+    ASSERT_EQ(0u, config.Init());
+    EXPECT_TRUE(config.IsFwEnable());
+    EXPECT_TRUE(config.IsNotifyEnable());
+    EXPECT_EQ(19u, config.GetNormalSetNum());
+    EXPECT_EQ(18u, config.GetExceptionSetNum());
+    EXPECT_EQ("/var/log/Quorvane/QvrnCore/ipfw.log", config.GetFwLogPath());
+    EXPECT_EQ("/etc/syslog.conf", config.GetSysConfPath());
+    EXPECT_EQ(before, readFile(path()));
+}
+
+TEST_F(FwConfigTest, SetNumbersOutsideOneToThirtyFallBack) {
+    struct Case {
+        int normal, exception;
+        unsigned int normalAfter, exceptionAfter;
+    };
+    for (const Case& c : {Case{0, 31, 19, 18}, Case{31, 0, 19, 18}, Case{30, 30, 30, 30},
+                          Case{1, 1, 1, 1}, Case{-5, 17, 19, 17}}) {
+        FwOptions options;
+        options.set_default_set_num(c.normal);
+        options.set_exception_set_num(c.exception);
+        seed(ruleList({}), ruleList({}), &options);
+        FwConfig config;
+        ASSERT_EQ(0u, config.Init());
+        EXPECT_EQ(c.normalAfter, config.GetNormalSetNum()) << c.normal;
+        EXPECT_EQ(c.exceptionAfter, config.GetExceptionSetNum()) << c.exception;
+    }
+}
+
+TEST_F(FwConfigTest, StoredRulesAreSortedStablyOnRead) {
+    FwRuleList normal = ruleList({5, 2, 9});
+    normal.add_rules()->CopyFrom(rule(5, "second five"));
+    normal.add_rules()->CopyFrom(rule(1));
+    seed(normal, ruleList({30, 10, 20}));
+    FwConfig config;
+    ASSERT_EQ(0u, config.Init());
+    FwRuleList all;
+    config.GetAllNormalRules(all);
+    EXPECT_EQ((Indexes{1, 2, 5, 5, 9}), indexesOf(all));
+    EXPECT_EQ("rule 5", all.rules(2).description());
+    EXPECT_EQ("second five", all.rules(3).description());
+    FwRuleList exceptions;
+    config.GetExceptionRules(exceptions);
+    EXPECT_EQ((Indexes{10, 20, 30}), indexesOf(exceptions));
+}
+
+TEST_F(FwConfigTest, AddReplacesInPlaceOrAppendsUnsorted) {
+    seed(ruleList({2, 5, 9}), ruleList({}));
+    FwConfig config;
+    ASSERT_EQ(0u, config.Init());
+    EXPECT_EQ(0u, config.AddNormalRule(rule(1)));
+    EXPECT_EQ(0u, config.AddNormalRule(rule(5, "replaced")));
+    EXPECT_EQ(0u, config.AddExcpRule(rule(7)));
+    FwRuleList all;
+    config.GetAllNormalRules(all);
+    EXPECT_EQ((Indexes{2, 5, 9, 1}), indexesOf(all));
+    EXPECT_EQ("replaced", all.rules(1).description());
+    EXPECT_EQ(all.SerializeAsString(), stored("FwRuleCfg").SerializeAsString());
+    EXPECT_EQ(Indexes{7}, indexesOf(stored("FwExceptionRuleCfg")));
+}
+
+TEST_F(FwConfigTest, DeleteMovesTheLastRuleIntoTheGap) {
+    seed(ruleList({2, 5, 9}), ruleList({}));
+    FwConfig config;
+    ASSERT_EQ(0u, config.Init());
+    EXPECT_EQ(0u, config.DeleteNormalRule(2));
+    FwRuleList all;
+    config.GetAllNormalRules(all);
+    EXPECT_EQ((Indexes{9, 5}), indexesOf(all));
+    EXPECT_EQ((Indexes{9, 5}), indexesOf(stored("FwRuleCfg")));
+    EXPECT_EQ(20701u, config.DeleteNormalRule(2));
+    EXPECT_EQ(20701u, config.DeleteExcpRule(1));
+
+    FwRule found;
+    EXPECT_EQ(0u, config.GetNormalRule(5, found));
+    EXPECT_EQ("rule 5", found.description());
+    EXPECT_EQ(20701u, config.GetNormalRule(2, found));
+    EXPECT_EQ(0u, config.FlushRules());
+    EXPECT_EQ(20701u, config.GetNormalRule(5, found));
+    EXPECT_EQ(0, stored("FwRuleCfg").rules_size());
+}
+
+TEST_F(FwConfigTest, SwapExchangesContentsAndWritesTwice) {
+    seed(ruleList({2, 5, 9}), ruleList({}));
+    FwConfig config;
+    ASSERT_EQ(0u, config.Init());
+    ASSERT_EQ(0u, config.SwapNormalRuleOrder(5, 9));
+    FwRuleList all;
+    config.GetAllNormalRules(all);
+    EXPECT_EQ((Indexes{2, 5, 9}), indexesOf(all));
+    EXPECT_EQ("rule 9", all.rules(1).description());
+    EXPECT_EQ("rule 5", all.rules(2).description());
+    EXPECT_EQ(all.SerializeAsString(), stored("FwRuleCfg").SerializeAsString());
+    // The second write copied the first one's result into the backup.
+    EXPECT_EQ(readFile(path()), readFile(backup()));
+
+    const std::string before = readFile(path());
+    EXPECT_EQ(20701u, config.SwapNormalRuleOrder(2, 2));
+    // A half-found exchange leaves its renumbering in memory and writes nothing.
+    EXPECT_EQ(20701u, config.SwapNormalRuleOrder(9, 40));
+    config.GetAllNormalRules(all);
+    EXPECT_EQ((Indexes{2, 5, 40}), indexesOf(all));
+    EXPECT_EQ(before, readFile(path()));
+}
+
+TEST_F(FwConfigTest, OnlyChangedNotifySettingIsWritten) {
+    seed(ruleList({}), ruleList({}));
+    FwConfig config;
+    ASSERT_EQ(0u, config.Init());
+    EXPECT_EQ(0u, config.SetNotifyEnable(true));  // already on: no save, so no backup either
+    EXPECT_FALSE(std::filesystem::exists(backup()));
+    EXPECT_EQ(0u, config.SetFwEnable(true));  // unchanged, written all the same
+    EXPECT_TRUE(std::filesystem::exists(backup()));
+    EXPECT_EQ(0u, config.SetNotifyEnable(false));
+    EXPECT_FALSE(config.IsNotifyEnable());
+
+    FwOptions options;
+    QvConfig<Mutex> store(path().c_str());
+    ASSERT_TRUE(store.get(options, "FwOptions"));
+    EXPECT_TRUE(options.has_enable_fw() && options.enable_fw());
+    EXPECT_TRUE(options.has_enable_notify() && !options.enable_notify());
+    EXPECT_EQ(19, options.default_set_num());  // the defaults went out with the change
+    EXPECT_TRUE(options.has_syslog_conf());
+}
+
+TEST_F(FwConfigTest, EightThreadsReadAndWriteWithoutTearingTheFile) {
+    seed(ruleList({}), ruleList({}));
+    FwConfig config;
+    ASSERT_EQ(0u, config.Init());
+    const unsigned int perThread = 25;
+    std::vector<std::thread> threads;
+    for (unsigned int t = 0; t < 8; ++t) {
+        threads.emplace_back([&config, t] {
+            for (unsigned int i = 0; i < perThread; ++i) {
+                const unsigned int index = 1000 * (t + 1) + i;
+                if (t % 2 == 0) {
+                    config.AddNormalRule(qvtest::fullRule(index));
+                } else {
+                    config.AddExcpRule(rule(index));
+                    config.SetFwEnable(i % 2 == 0);
+                }
+                FwRuleList snapshot;
+                config.GetAllNormalRules(snapshot);
+                config.GetExceptionRules(snapshot);
+                FwRule one;
+                config.GetNormalRule(index, one);
+                config.IsFwEnable();
+            }
+        });
+    }
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+    FwRuleList normal;
+    config.GetAllNormalRules(normal);
+    EXPECT_EQ(static_cast<int>(4 * perThread), normal.rules_size());
+    EXPECT_EQ(normal.SerializeAsString(), stored("FwRuleCfg").SerializeAsString());
+    const std::string counts = qvtest::runPython(
+        m_dir,
+        "d = plistlib.load(open(sys.argv[1], 'rb'))\n"
+        "print(len(d['FwRuleCfg']['rules']), len(d['FwExceptionRuleCfg']['rules']),\n"
+        "      d['FwOptions']['enable_fw'])\n",
+        path());
+    EXPECT_EQ("100 100 True\n", counts);  // every toggling thread ends on true
+}
+
+TEST_F(FwConfigTest, PlistlibReadsEveryKeyTheStoreWrites) {
+    const FwOptions options = qvtest::fullOptions();
+    seed(ruleList({}), ruleList({}), &options);
+    FwConfig config;
+    ASSERT_EQ(0u, config.Init());
+    config.AddNormalRule(qvtest::fullRule(4000000000u));
+    config.SetFwEnable(false);
+    const std::string verdict =
+        qvtest::runPython(m_dir,
+                          qvtest::pythonExpectedDocument() +
+                              "d = plistlib.load(open(sys.argv[1], 'rb'))\n"
+                              "print('same' if same(d, expected) else repr(d))\n",
+                          path());
+    EXPECT_EQ("same\n", verdict);
+}
+
+TEST_F(FwConfigTest, FilesWrittenByPlistlibLoad) {
+    for (const char* format : {"plistlib.FMT_XML", "plistlib.FMT_BINARY"}) {
+        const std::string written =
+            qvtest::runPython(m_dir,
+                              qvtest::pythonExpectedDocument() +
+                                  "plistlib.dump(expected, open(sys.argv[1], 'wb'), fmt=" + format +
+                                  ")\nprint('written')\n",
+                              path());
+        ASSERT_EQ("written\n", written);
+        FwConfig config;
+        ASSERT_EQ(0u, config.Init()) << format;
+        FwRuleList normal;
+        config.GetAllNormalRules(normal);
+        ASSERT_EQ(1, normal.rules_size()) << format;
+        EXPECT_EQ(qvtest::fullRule(4000000000u).SerializeAsString(),
+                  normal.rules(0).SerializeAsString())
+            << format;
+        FwRuleList exceptions;
+        config.GetExceptionRules(exceptions);
+        EXPECT_EQ(0, exceptions.rules_size());
+        EXPECT_FALSE(config.IsFwEnable());
+        EXPECT_EQ(7u, config.GetNormalSetNum());
+        EXPECT_EQ(30u, config.GetExceptionSetNum());
+        EXPECT_EQ("/tmp/qv/ipfw.log", config.GetFwLogPath());
+    }
+}
+
+}  // namespace
