@@ -10,6 +10,10 @@
 // local time with milliseconds, the level in angle brackets, pid:tid, the log name and
 // the formatted text. A null context enables nothing and writes nothing.
 //
+// The file is opened once and kept open. Rotate it by copying and truncating (appends
+// then land at the new end); a file renamed away keeps receiving lines until the
+// context is released and created again.
+//
 // Threads: every function may be called from any thread at any time, except that
 // QvrnReleaseDbgLog must not race other calls on the same context.
 #pragma once

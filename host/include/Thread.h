@@ -17,7 +17,8 @@ enum EPriority {
 // stop() waits until the function has returned (it does not interrupt it: the function
 // must watch its own stop condition). The destructor calls stop(), so no thread is ever
 // left running. stop() may be called more than once and from any thread but the
-// thread itself.
+// thread itself (which gets null back); concurrent calls all wait for the function.
+// A Thread deleted by its own function detaches, as the thread cannot wait for itself.
 class Thread {
 public:
     Thread(void* (*function)(void*), void* argument, bool blockSignals, EPriority priority);

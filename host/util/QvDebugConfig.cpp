@@ -126,6 +126,11 @@ extern "C" __attribute__((visibility("default"))) int QvInitDebugByConfig(void**
         QV_UTIL_LOG(3, "%s cannot create the directory of %s, errno is %d", "QvInitDebugByConfig",
                     path, errno);
     }
-    *context = QvrnCreateDbgLog(logName, path, LevelFromConfig(confName));
-    return *context != nullptr ? 1 : 0;
+    void* created = QvrnCreateDbgLog(logName, path, LevelFromConfig(confName));
+    if (created == nullptr) {
+        QV_UTIL_LOG(3, "%s out of memory", "QvInitDebugByConfig");
+        return 0;
+    }
+    *context = created;
+    return 1;
 }
