@@ -104,6 +104,30 @@ TEST(ThreadTest, ConcurrentStopsBothWaitAndAgree) {
     EXPECT_EQ(results[1], &gate.result);
 }
 
+// A thread body that gets hold of its own Thread object, tries to stop it and deletes it.
+struct SelfOwner {
+    std::atomic<Thread*> self{nullptr};
+    std::atomic<bool> stopReturnedNull{false};
+    std::atomic<bool> deleted{false};
+    static void* Body(void* raw) {
+        SelfOwner* owner = static_cast<SelfOwner*>(raw);
+        while (owner->self.load() == nullptr) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        }
+        owner->stopReturnedNull = owner->self.load()->stop() == nullptr;
+        delete owner->self.load();
+        owner->deleted = true;
+        return nullptr;
+    }
+};
+
+TEST(ThreadTest, AThreadCanNeitherWaitForItselfNorHangWhenDeletingItself) {
+    SelfOwner owner;
+    owner.self = new Thread(SelfOwner::Body, &owner, false, PRIORITY_NORMAL);
+    EXPECT_TRUE(WaitUntil([&] { return owner.deleted.load(); }));
+    EXPECT_TRUE(owner.stopReturnedNull);
+}
+
 TEST(ThreadTest, NullFunctionNeverStarts) {
     Thread thread(nullptr, nullptr, false, PRIORITY_NORMAL);
     EXPECT_FALSE(thread.started());
