@@ -23,6 +23,10 @@ std::string XmlPlist(const std::string& debugLevelValue) {
            debugLevelValue + "</dict>\n</plist>\n";
 }
 
+std::string XmlWithLevel(const std::string& element) {
+    return XmlPlist("\t<key>DebugLevel</key>\n\t" + element + "\n");
+}
+
 // {"DebugLevel": level, "Other": true} as a binary property list.
 std::string BinaryPlistWithLevel(unsigned char level) {
     static const char kTemplate[] =
@@ -67,6 +71,30 @@ class DebugConfigTest : public ::testing::Test {
     void* m_context = nullptr;
 };
 
+TEST_F(DebugConfigTest, TakesTheLevelFromAnXmlConfiguration) {
+    EXPECT_EQ(LevelFor(XmlWithLevel("<integer>6</integer>")), 6);
+    EXPECT_EQ(LevelFor(XmlWithLevel("<integer>0</integer>")), 0);
+    EXPECT_EQ(LevelFor(XmlWithLevel("<integer>7</integer>")), 7);
+}
+
+TEST_F(DebugConfigTest, TakesTheLevelFromABinaryConfiguration) {
+    EXPECT_EQ(LevelFor(BinaryPlistWithLevel(6)), 6);
+    EXPECT_EQ(LevelFor(BinaryPlistWithLevel(1)), 1);
+    EXPECT_EQ(LevelFor(BinaryPlistWithLevel(9)), 4);
+}
+
+TEST_F(DebugConfigTest, LevelsThatAreNotIntegersZeroToSevenGiveFour) {
+    EXPECT_EQ(LevelFor(XmlWithLevel("<integer>9</integer>")), 4);
+    EXPECT_EQ(LevelFor(XmlWithLevel("<integer>-1</integer>")), 4);
+    EXPECT_EQ(LevelFor(XmlWithLevel("<string>6</string>")), 4);
+    EXPECT_EQ(LevelFor(XmlWithLevel("<real>6.5</real>")), 4);
+    EXPECT_EQ(LevelFor(XmlWithLevel("<true/>")), 4);
+    EXPECT_EQ(LevelFor(XmlPlist("\t<key>Nested</key>\n\t<dict><key>DebugLevel</key>"
+                                "<integer>6</integer></dict>\n")),
+              4)
+        << "only the root key counts";
+}
+
 TEST_F(DebugConfigTest, MissingConfigurationGivesLevelFour) {
     EXPECT_EQ(Init("Absent.plist"), 4);
     EXPECT_EQ(Init(nullptr), 4);
@@ -79,6 +107,11 @@ TEST_F(DebugConfigTest, UnreadableOrForeignContentGivesLevelFour) {
     EXPECT_EQ(LevelFor(""), 4);
     EXPECT_EQ(LevelFor("not a property list"), 4);
     EXPECT_EQ(LevelFor(BinaryPlistWithLevel(6).substr(0, 40)), 4) << "cut binary list";
+    EXPECT_EQ(LevelFor(XmlWithLevel("<integer>6</integer>").substr(0, 200)), 4) << "cut XML";
+    EXPECT_EQ(LevelFor("<?xml version=\"1.0\"?><plist version=\"1.0\"><array><integer>6"
+                       "</integer></array></plist>"),
+              4)
+        << "root is not a dictionary";
     ASSERT_EQ(mkdir((m_conf / "Dir.plist").c_str(), 0755), 0);
     EXPECT_EQ(Init("Dir.plist"), 4);
 }
