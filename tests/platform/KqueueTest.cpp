@@ -1,0 +1,231 @@
+// The kqueue subset on real files: what the log watcher relies on.
+#include "support/TempDir.h"
+
+#include <gtest/gtest.h>
+#include <sys/event.h>
+
+#include <fcntl.h>
+#include <sys/socket.h>
+#include <unistd.h>
+#include <cerrno>
+#include <chrono>
+#include <cstdio>
+#include <string>
+
+namespace qvtest {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+class Descriptor {
+  public:
+    explicit Descriptor(int fd) : fd_(fd) {}
+    ~Descriptor() {
+        if (fd_ >= 0) {
+            close(fd_);
+        }
+    }
+    Descriptor(const Descriptor&) = delete;
+    Descriptor& operator=(const Descriptor&) = delete;
+    int get() const { return fd_; }
+
+  private:
+    int fd_;
+};
+
+timespec milliseconds(long ms) {
+    return timespec{ms / 1000, (ms % 1000) * 1000000L};
+}
+
+// A followed log file: a writer, a reader at the end of the file, and a kqueue with
+// the watcher's two registrations on the reader.
+class FollowedFile : public ::testing::Test {
+  protected:
+    void SetUp() override {
+        path_ = dir_.file("ipfw.log");
+        writer_ = open(path_.c_str(), O_CREAT | O_WRONLY | O_APPEND, 0600);
+        ASSERT_GE(writer_, 0);
+        append("written before the watcher started\n");
+        reader_ = open(path_.c_str(), O_RDONLY);
+        ASSERT_GE(reader_, 0);
+        ASSERT_GE(lseek(reader_, 0, SEEK_END), 0);
+        queue_ = kqueue();
+        ASSERT_GE(queue_, 0);
+        ASSERT_EQ(registerWatcherEvents(reader_), 0);
+    }
+
+    void TearDown() override {
+        for (int fd : {writer_, reader_, queue_}) {
+            if (fd >= 0) {
+                close(fd);
+            }
+        }
+    }
+
+    int registerWatcherEvents(int fd) {
+        struct kevent changes[2];
+        EV_SET(&changes[0], fd, EVFILT_VNODE, EV_ADD | EV_ENABLE | EV_CLEAR,
+               NOTE_DELETE | NOTE_RENAME, 0, nullptr);
+        EV_SET(&changes[1], fd, EVFILT_READ, EV_ADD | EV_ENABLE | EV_CLEAR, 0, 0, nullptr);
+        const timespec zero{0, 0};
+        return kevent(queue_, changes, 2, nullptr, 0, &zero);
+    }
+
+    void append(const std::string& text) {
+        ASSERT_EQ(write(writer_, text.data(), text.size()), static_cast<ssize_t>(text.size()));
+    }
+
+    // Waits up to two seconds for one event.
+    int waitOne(struct kevent& event) {
+        const timespec timeout = milliseconds(2000);
+        return kevent(queue_, nullptr, 0, &event, 1, &timeout);
+    }
+
+    TempDir dir_;
+    std::string path_;
+    int writer_ = -1;
+    int reader_ = -1;
+    int queue_ = -1;
+};
+
+TEST_F(FollowedFile, AppendReportsTheUnreadBytesOnce) {
+    append("ipfw: 3100 Deny TCP\n");
+    struct kevent event {};
+    ASSERT_EQ(waitOne(event), 1);
+    EXPECT_EQ(event.ident, static_cast<uintptr_t>(reader_));
+    EXPECT_EQ(event.filter, EVFILT_READ);
+    EXPECT_EQ(event.data, 20);
+
+    // Reported and cleared: nothing more until the file changes again.
+    const timespec zero{0, 0};
+    EXPECT_EQ(kevent(queue_, nullptr, 0, &event, 1, &zero), 0);
+    char buffer[64];
+    ASSERT_EQ(read(reader_, buffer, sizeof buffer), 20);
+    append("second\n");
+    ASSERT_EQ(waitOne(event), 1);
+    EXPECT_EQ(event.data, 7);
+}
+
+TEST_F(FollowedFile, TruncationReportsANegativeRemainder) {
+    ASSERT_EQ(ftruncate(writer_, 0), 0);
+    struct kevent event {};
+    ASSERT_EQ(waitOne(event), 1);
+    EXPECT_EQ(event.filter, EVFILT_READ);
+    EXPECT_EQ(event.data, -35);
+}
+
+TEST_F(FollowedFile, RenameAndDeleteOfTheFileItself) {
+    ASSERT_EQ(rename(path_.c_str(), (path_ + ".0").c_str()), 0);
+    struct kevent event {};
+    ASSERT_EQ(waitOne(event), 1);
+    EXPECT_EQ(event.filter, EVFILT_VNODE);
+    EXPECT_EQ(event.fflags, static_cast<unsigned>(NOTE_RENAME));
+
+    // Still open here, so only the link count drops.
+    ASSERT_EQ(unlink((path_ + ".0").c_str()), 0);
+    ASSERT_EQ(waitOne(event), 1);
+    EXPECT_EQ(event.filter, EVFILT_VNODE);
+    EXPECT_EQ(event.fflags, static_cast<unsigned>(NOTE_DELETE));
+}
+
+TEST_F(FollowedFile, ZeroTimeoutPollsAndATimedWaitExpiresQuietly) {
+    struct kevent event {};
+    const timespec zero{0, 0};
+    auto start = Clock::now();
+    EXPECT_EQ(kevent(queue_, nullptr, 0, &event, 1, &zero), 0);
+    EXPECT_LT(Clock::now() - start, std::chrono::milliseconds(100));
+
+    const timespec wait = milliseconds(200);
+    start = Clock::now();
+    EXPECT_EQ(kevent(queue_, nullptr, 0, &event, 1, &wait), 0);
+    const auto waited = Clock::now() - start;
+    EXPECT_GE(waited, std::chrono::milliseconds(190));
+    EXPECT_LT(waited, std::chrono::milliseconds(1500));
+}
+
+TEST_F(FollowedFile, NullTimeoutWaitsForTheNextEvent) {
+    // Unlinking the file wakes an indefinite wait.
+    ASSERT_EQ(unlink(path_.c_str()), 0);
+    struct kevent event {};
+    EXPECT_EQ(kevent(queue_, nullptr, 0, &event, 1, nullptr), 1);
+    EXPECT_EQ(event.fflags, static_cast<unsigned>(NOTE_DELETE));
+}
+
+TEST_F(FollowedFile, ReopenedDescriptorIsFollowedFromItsStart) {
+    // The watcher's rotation: the file is moved away, a new one is created and the
+    // same descriptor number is reopened on it and registered again.
+    ASSERT_EQ(rename(path_.c_str(), (path_ + ".0").c_str()), 0);
+    Descriptor fresh(open(path_.c_str(), O_CREAT | O_WRONLY | O_APPEND, 0600));
+    ASSERT_EQ(write(fresh.get(), "first line\n", 11), 11);
+    FILE* stream = fdopen(dup(reader_), "r");
+    ASSERT_NE(stream, nullptr);
+    ASSERT_NE(freopen(path_.c_str(), "r", stream), nullptr);
+    const int reopened = fileno(stream);
+    ASSERT_EQ(registerWatcherEvents(reopened), 0);
+
+    struct kevent events[4];
+    const timespec timeout = milliseconds(2000);
+    bool sawNewFileData = false;
+    const auto deadline = Clock::now() + std::chrono::seconds(3);
+    while (!sawNewFileData && Clock::now() < deadline) {
+        const int count = kevent(queue_, nullptr, 0, events, 4, &timeout);
+        ASSERT_GE(count, 0);
+        for (int i = 0; i < count; ++i) {
+            sawNewFileData =
+                sawNewFileData || (events[i].ident == static_cast<uintptr_t>(reopened) &&
+                                   events[i].filter == EVFILT_READ && events[i].data == 11);
+        }
+    }
+    EXPECT_TRUE(sawNewFileData);
+    fclose(stream);
+}
+
+TEST_F(FollowedFile, ClosedQueueIsGoneAndOthersAreUnaffected) {
+    const int other = kqueue();
+    ASSERT_GE(other, 0);
+    struct kevent change {};
+    EV_SET(&change, reader_, EVFILT_READ, EV_ADD | EV_CLEAR, 0, 0, nullptr);
+    const timespec zero{0, 0};
+    ASSERT_EQ(kevent(other, &change, 1, nullptr, 0, &zero), 0);
+
+    ASSERT_EQ(close(queue_), 0);
+    struct kevent event {};
+    EXPECT_EQ(kevent(queue_, nullptr, 0, &event, 1, &zero), -1);
+    EXPECT_EQ(errno, EBADF);
+    queue_ = -1;
+
+    append("after close\n");
+    const timespec timeout = milliseconds(2000);
+    ASSERT_EQ(kevent(other, nullptr, 0, &event, 1, &timeout), 1);
+    EXPECT_EQ(event.data, 12);
+    close(other);
+}
+
+TEST(Kqueue, BadChangesAreReportedPerEntryOrFailTheCall) {
+    Descriptor queue(kqueue());
+    ASSERT_GE(queue.get(), 0);
+    int sockets[2];
+    ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM, 0, sockets), 0);
+    Descriptor left(sockets[0]);
+    Descriptor right(sockets[1]);
+
+    struct kevent changes[2];
+    EV_SET(&changes[0], 987654, EVFILT_READ, EV_ADD, 0, 0, nullptr);      // not open
+    EV_SET(&changes[1], sockets[0], EVFILT_READ, EV_ADD, 0, 0, nullptr);  // not a file
+    struct kevent results[2];
+    const timespec zero{0, 0};
+    ASSERT_EQ(kevent(queue.get(), changes, 2, results, 2, &zero), 2);
+    EXPECT_EQ(results[0].flags, EV_ERROR);
+    EXPECT_EQ(results[0].data, EBADF);
+    EXPECT_EQ(results[1].flags, EV_ERROR);
+    EXPECT_EQ(results[1].data, EINVAL);
+
+    // Without room for the error, the call itself fails.
+    EXPECT_EQ(kevent(queue.get(), changes, 1, nullptr, 0, &zero), -1);
+    EXPECT_EQ(errno, EBADF);
+    EXPECT_EQ(kevent(-1, nullptr, 0, nullptr, 0, &zero), -1);
+    EXPECT_EQ(errno, EBADF);
+}
+
+}  // namespace
+}  // namespace qvtest

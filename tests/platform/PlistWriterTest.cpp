@@ -1,0 +1,172 @@
+// The XML writer: bytes as macOS CoreFoundation writes them.
+#include "CFTestSupport.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <limits>
+#include <string>
+#include <vector>
+
+namespace qvtest {
+namespace {
+
+CFHolder array(std::vector<CFTypeRef> values) {
+    CFHolder result(CFArrayCreate(kCFAllocatorDefault, values.data(),
+                                  static_cast<CFIndex>(values.size()), &kCFTypeArrayCallBacks));
+    for (CFTypeRef value : values) {
+        if (CFGetTypeID(value) != CFBooleanGetTypeID()) {
+            CFRelease(value);
+        }
+    }
+    return result;
+}
+
+TEST(PlistWriter, ReferenceDocumentByteForByte) {
+    CFHolder root(newDictionary());
+    auto dictionary = (CFMutableDictionaryRef)root.get();
+    put(dictionary, "name", str("a & b <c>"));
+    CFMutableDictionaryRef zeta = newDictionary();
+    put(zeta, "b", int32Number(1));
+    put(zeta, "a", int32Number(-2));
+    put(dictionary, "zeta", zeta);
+    CFHolder list =
+        array({int32Number(42), int32Number(-7), int64Number(3000000000LL), doubleNumber(0.5),
+               doubleNumber(1.0), doubleNumber(0.1), kCFBooleanTrue, kCFBooleanFalse});
+    put(dictionary, "list", CFRetain(list.get()));
+    put(dictionary, "Empty", newDictionary());
+
+    EXPECT_EQ(toXml(root.get()), xmlDocument(R"(<dict>
+	<key>Empty</key>
+	<dict/>
+	<key>list</key>
+	<array>
+		<integer>42</integer>
+		<integer>-7</integer>
+		<integer>3000000000</integer>
+		<real>0.5</real>
+		<real>1</real>
+		<real>0.10000000000000001</real>
+		<true/>
+		<false/>
+	</array>
+	<key>name</key>
+	<string>a &amp; b &lt;c&gt;</string>
+	<key>zeta</key>
+	<dict>
+		<key>a</key>
+		<integer>-2</integer>
+		<key>b</key>
+		<integer>1</integer>
+	</dict>
+</dict>
+)"));
+}
+
+TEST(PlistWriter, RealsUseCoreFoundationSpellings) {
+    const double inf = std::numeric_limits<double>::infinity();
+    CFHolder list = array({doubleNumber(std::nan("")), doubleNumber(inf), doubleNumber(-inf),
+                           doubleNumber(0.0), doubleNumber(-0.0), doubleNumber(1e20),
+                           doubleNumber(-1.5e-7), doubleNumber(123456789.125)});
+    EXPECT_EQ(toXml(list.get()), xmlDocument("<array>\n"
+                                             "\t<real>nan</real>\n"
+                                             "\t<real>+infinity</real>\n"
+                                             "\t<real>-infinity</real>\n"
+                                             "\t<real>0.0</real>\n"
+                                             "\t<real>0.0</real>\n"
+                                             "\t<real>1e+20</real>\n"
+                                             "\t<real>-1.4999999999999999e-07</real>\n"
+                                             "\t<real>123456789.125</real>\n"
+                                             "</array>\n"));
+}
+
+TEST(PlistWriter, UnsignedThroughSInt32IsWrittenSigned) {
+    const uint32_t value = 3000000000U;
+    CFHolder number(CFNumberCreate(kCFAllocatorDefault, kCFNumberSInt32Type, &value));
+    EXPECT_EQ(toXml(number.get()), xmlDocument("<integer>-1294967296</integer>\n"));
+}
+
+TEST(PlistWriter, StringsEscapeOnlyAmpersandAndAngleBrackets) {
+    CFHolder list = array({str(""), str("\"quoted\" 'single' \xC3\xA9 \t"), str("<&>")});
+    EXPECT_EQ(toXml(list.get()), xmlDocument("<array>\n"
+                                             "\t<string></string>\n"
+                                             "\t<string>\"quoted\" 'single' \xC3\xA9 \t</string>\n"
+                                             "\t<string>&lt;&amp;&gt;</string>\n"
+                                             "</array>\n"));
+}
+
+TEST(PlistWriter, DataLinesShrinkWithIndentationUpToEightTabs) {
+    // Data can only come from a file, so it is read first.
+    const std::string bytes64(64, 'x');
+    const std::string base64 =
+        "eHh4eHh4eHh4eHh4eHh4eHh4eHh4eHh4eHh4eHh4eHh4eHh4eHh4eHh4eHh4eHh4eHh4eHh4eHh4eA==";
+    std::string nested = "<data>" + base64 + "</data>\n";
+    for (int level = 0; level < 10; ++level) {
+        nested = "<array>\n" + nested + "</array>\n";
+    }
+    CFHolder document = parse(xmlDocument(nested));
+    ASSERT_NE(document, nullptr);
+    const std::string xml = toXml(document.get());
+    // The data element sits at level 10: lines indented 8 tabs and 76 - 64 = 12 long.
+    std::string expected = std::string(10, '\t') + "<data>\n";
+    for (size_t pos = 0; pos < base64.size(); pos += 12) {
+        expected += std::string(8, '\t') + base64.substr(pos, 12) + "\n";
+    }
+    expected += std::string(10, '\t') + "</data>\n";
+    EXPECT_NE(xml.find(expected), std::string::npos) << xml;
+
+    CFHolder shallow = parse(xmlDocument("<data>" + base64 + "</data>\n"));
+    EXPECT_EQ(toXml(shallow.get()), xmlDocument("<data>\n" + base64.substr(0, 76) + "\n" +
+                                                base64.substr(76) + "\n</data>\n"));
+}
+
+TEST(PlistWriter, DatesAreWrittenInUtc) {
+    CFHolder date = parse(xmlDocument("<date>2020-01-02T03:04:05Z</date>\n"));
+    ASSERT_NE(date, nullptr);
+    EXPECT_EQ(toXml(date.get()), xmlDocument("<date>2020-01-02T03:04:05Z</date>\n"));
+}
+
+TEST(PlistWriter, InvalidDocumentsProduceNothing) {
+    // A dictionary that contains itself.
+    CFHolder loop(newDictionary());
+    auto root = (CFMutableDictionaryRef)loop.get();
+    CFHolder key(str("self"));
+    CFDictionaryAddValue(root, key.get(), root);
+    EXPECT_FALSE(CFPropertyListIsValid(root, kCFPropertyListBinaryFormat_v1_0));
+    EXPECT_EQ(toXml(root), "");
+    CFDictionaryRemoveAllValues(root);  // break the cycle so that it can be freed
+
+    // A non-string key.
+    CFHolder numericKeys(newDictionary());
+    CFHolder number(int32Number(1));
+    CFDictionaryAddValue((CFMutableDictionaryRef)numericKeys.get(), number.get(), number.get());
+    EXPECT_FALSE(CFPropertyListIsValid(numericKeys.get(), kCFPropertyListXMLFormat_v1_0));
+    EXPECT_EQ(toXml(numericKeys.get()), "");
+
+    // A null value in an array made without callbacks.
+    const void* holes[] = {nullptr};
+    CFHolder withHole(CFArrayCreate(kCFAllocatorDefault, holes, 1, nullptr));
+    EXPECT_FALSE(CFPropertyListIsValid(withHole.get(), kCFPropertyListBinaryFormat_v1_0));
+}
+
+TEST(PlistWriter, SharedValuesAreValidAndOnlyXmlIsWritten) {
+    CFHolder shared(newDictionary());
+    CFHolder root(newDictionary());
+    auto dictionary = (CFMutableDictionaryRef)root.get();
+    put(dictionary, "one", CFRetain(shared.get()));
+    put(dictionary, "two", CFRetain(shared.get()));
+    EXPECT_TRUE(CFPropertyListIsValid(root.get(), kCFPropertyListBinaryFormat_v1_0));
+    EXPECT_EQ(toXml(root.get()),
+              xmlDocument("<dict>\n\t<key>one</key>\n\t<dict/>\n\t<key>two</key>\n\t<dict/>\n"
+                          "</dict>\n"));
+
+    CFErrorRef error = nullptr;
+    EXPECT_EQ(CFPropertyListCreateData(kCFAllocatorDefault, root.get(),
+                                       kCFPropertyListBinaryFormat_v1_0, 0, &error),
+              nullptr);
+    ASSERT_NE(error, nullptr);
+    CFRelease(error);
+}
+
+}  // namespace
+}  // namespace qvtest
