@@ -63,11 +63,6 @@ TEST(LogLineTest, CutsLongNameAndText) {
     EXPECT_EQ(line.back(), '\n');
 }
 
-TEST(LogLineTest, RefusesABufferThatCannotHoldTheLongestLine) {
-    char small[64];
-    EXPECT_EQ(qvlog::FormatLogLine(small, sizeof small, FixedStamp(), 3, "n", "t"), 0u);
-}
-
 // A context on a file in a fresh directory, released at scope end.
 class LogFileTest : public ::testing::Test {
   protected:
