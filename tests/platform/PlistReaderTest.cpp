@@ -5,8 +5,10 @@
 #include <gtest/gtest.h>
 
 #include <locale.h>
+#include <unistd.h>
 #include <clocale>
 #include <cstdint>
+#include <cstdio>
 #include <cstdlib>
 #include <string>
 #include <vector>
@@ -79,34 +81,40 @@ TEST(PlistReader, WrongRootTypesAreRepresented) {
     EXPECT_EQ(CFGetTypeID(text.get()), CFStringGetTypeID());
 }
 
-// A glibc locale with a decimal comma, built into `dir`; false when the system cannot
-// build one.
-bool buildCommaLocale(const TempDir& dir) {
-    const std::string command =
-        "localedef -i de_DE -f UTF-8 " + dir.file("de_DE.UTF-8") + " >/dev/null 2>&1";
-    return std::system(command.c_str()) == 0 && setenv("LOCPATH", dir.path().c_str(), 1) == 0;
-}
-
-TEST(PlistReader, RealsIgnoreTheThreadLocale) {
-    TempDir dir;
-    if (!buildCommaLocale(dir)) {
-        GTEST_SKIP() << "localedef cannot build de_DE here";
-    }
+// Parses and writes 0.5 with a decimal-comma locale as the thread's locale, in a child
+// process (glibc keeps allocations of a LOCPATH lookup that LeakSanitizer would report),
+// and exits 0 when both came out right.
+[[noreturn]] void checkRealsUnderCommaLocale(const std::string& localeDir) {
+    setenv("LOCPATH", localeDir.c_str(), 1);
     locale_t german = newlocale(LC_ALL_MASK, "de_DE.UTF-8", static_cast<locale_t>(0));
-    ASSERT_NE(german, static_cast<locale_t>(0));
-    const locale_t previous = uselocale(german);
-
+    if (german == static_cast<locale_t>(0)) {
+        std::fprintf(stderr, "no de_DE locale\n");
+        _exit(2);
+    }
+    uselocale(german);
     CFHolder half = parse(xmlDocument("<real>0.5</real>"));
     double value = 0;
     const bool read = half != nullptr && CFNumberGetValue(static_cast<CFNumberRef>(half.get()),
                                                           kCFNumberDoubleType, &value);
-    const std::string written = toXml(half.get());
+    if (!read || value != 0.5) {
+        std::fprintf(stderr, "read %g\n", value);
+        _exit(3);
+    }
+    if (toXml(half.get()) != xmlDocument("<real>0.5</real>\n")) {
+        std::fprintf(stderr, "wrote %s\n", toXml(half.get()).c_str());
+        _exit(4);
+    }
+    _exit(0);
+}
 
-    uselocale(previous);
-    freelocale(german);
-    EXPECT_TRUE(read);
-    EXPECT_EQ(value, 0.5);
-    EXPECT_EQ(written, xmlDocument("<real>0.5</real>\n"));
+TEST(PlistReaderDeathTest, RealsIgnoreTheThreadLocale) {
+    TempDir dir;
+    const std::string command =
+        "localedef -i de_DE -f UTF-8 " + dir.file("de_DE.UTF-8") + " >/dev/null 2>&1";
+    if (std::system(command.c_str()) != 0) {
+        GTEST_SKIP() << "localedef cannot build de_DE here";
+    }
+    EXPECT_EXIT(checkRealsUnderCommaLocale(dir.path()), ::testing::ExitedWithCode(0), "");
 }
 
 std::string nestedArrays(size_t depth) {
