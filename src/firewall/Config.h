@@ -23,7 +23,7 @@ namespace vela {
 constexpr unsigned int FW_CONFIG_NOT_READY = static_cast<unsigned int>(-1);
 
 class FwConfig {
-  public:
+public:
     // Locates "QvFw.conf.plist" through QvGetFilePath and loads it; IsReady() tells
     // whether that worked.
     FwConfig();
@@ -65,7 +65,7 @@ class FwConfig {
     const std::string& GetFwLogPath();
     const std::string& GetSysConfPath();
 
-  private:
+private:
     unsigned int AddRulePriv(const FwRule& rule, FwRuleList& rules);
     unsigned int DeleteRulePriv(unsigned int index, FwRuleList& rules, const char* key);
     unsigned int SwapRuleOrderPriv(unsigned int a, unsigned int b, FwRuleList& rules);

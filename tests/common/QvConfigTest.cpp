@@ -55,7 +55,7 @@ bool setSetNum(Store& store, int setNum) {
 }
 
 class QvConfigTest : public ::testing::Test {
-  protected:
+protected:
     std::string path() const { return m_dir.file("QvFw.conf.plist"); }
     std::string backupDir() const { return m_dir.file("backup"); }
     std::string backup() const { return backupDir() + "/QvFw.conf.plist"; }

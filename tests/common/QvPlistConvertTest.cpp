@@ -15,7 +15,7 @@ namespace {
 // Owns one CoreFoundation reference for the length of a test.
 template <typename Ref>
 class Owned {
-  public:
+public:
     explicit Owned(Ref ref) : m_ref(ref) {}
     ~Owned() {
         if (m_ref != nullptr) {
@@ -26,7 +26,7 @@ class Owned {
     Owned& operator=(const Owned&) = delete;
     Ref get() const { return m_ref; }
 
-  private:
+private:
     Ref m_ref;
 };
 

@@ -52,7 +52,7 @@ std::vector<unsigned int> indexesOf(const FwRuleList& list) {
 using Indexes = std::vector<unsigned int>;
 
 class FwConfigTest : public ::testing::Test {
-  protected:
+protected:
     void SetUp() override { setenv("QV_CONF_DIR", m_dir.path().c_str(), 1); }
     void TearDown() override { unsetenv("QV_CONF_DIR"); }
 

@@ -63,7 +63,7 @@ enum QvConfigError {
 
 template <typename Lock>
 class QvConfig {
-  public:
+public:
     // Loads `path`; a null, missing or unusable file leaves the store unloaded.
     explicit QvConfig(const char* path) {
         if (path == nullptr) {
@@ -206,7 +206,7 @@ class QvConfig {
         return m_lastError == QV_CONFIG_OK;
     }
 
-  private:
+private:
     // The codes one direction of copyFile reports, in the order its steps can fail.
     struct CopyErrors {
         int openSource;

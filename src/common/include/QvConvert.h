@@ -105,7 +105,7 @@ bool convert(CFDictionaryRef dict, const char* key, RepeatedField<T>& field) {
 
 // Owns the element references collected for a new array until the array is made.
 class CFValueBatch {
-  public:
+public:
     explicit CFValueBatch(int capacity)
         : m_values(new (std::nothrow) CFTypeRef[capacity > 0 ? capacity : 1]) {}
     ~CFValueBatch() {
@@ -130,7 +130,7 @@ class CFValueBatch {
         return CFArrayCreate(kCFAllocatorDefault, m_values.get(), m_count, &kCFTypeArrayCallBacks);
     }
 
-  private:
+private:
     std::unique_ptr<CFTypeRef[]> m_values;
     int m_count = 0;
 };
