@@ -143,23 +143,6 @@ TEST_F(QvConfigTest, CorruptBackupGivesUpAfterThreeAttempts) {
     EXPECT_EQ(corrupt, readFile(path()));
 }
 
-TEST_F(QvConfigTest, BinaryFileIsAccepted) {
-    writeFile(path(), optionsDocument(1));
-    const std::string out =
-        qvtest::runPython(m_dir,
-                          "p = sys.argv[1]\n"
-                          "d = plistlib.load(open(p, 'rb'))\n"
-                          "d['FwOptions']['default_set_num'] = 23\n"
-                          "plistlib.dump(d, open(p, 'wb'), fmt=plistlib.FMT_BINARY)\n"
-                          "print('ok')\n",
-                          path());
-    ASSERT_EQ("ok\n", out);
-    ASSERT_EQ("bplist00", readFile(path()).substr(0, 8));
-    Store store(path().c_str());
-    ASSERT_TRUE(store.isLoaded());
-    EXPECT_EQ(23, storedSetNum(store));
-}
-
 TEST_F(QvConfigTest, SaveRefreshesBackupAndOverwritesInPlace) {
     const std::string original = optionsDocument(5);
     writeFile(path(), original);
