@@ -18,7 +18,7 @@ namespace {
 using Clock = std::chrono::steady_clock;
 
 class Descriptor {
-  public:
+public:
     explicit Descriptor(int fd) : fd_(fd) {}
     ~Descriptor() {
         if (fd_ >= 0) {
@@ -29,7 +29,7 @@ class Descriptor {
     Descriptor& operator=(const Descriptor&) = delete;
     int get() const { return fd_; }
 
-  private:
+private:
     int fd_;
 };
 
@@ -40,7 +40,7 @@ timespec milliseconds(long ms) {
 // A followed log file: a writer, a reader at the end of the file, and a kqueue with
 // the watcher's two registrations on the reader.
 class FollowedFile : public ::testing::Test {
-  protected:
+protected:
     void SetUp() override {
         path_ = dir_.file("ipfw.log");
         writer_ = open(path_.c_str(), O_CREAT | O_WRONLY | O_APPEND, 0600);

@@ -147,6 +147,17 @@ TEST(PlistReader, BrokenXmlFailsCleanly) {
     EXPECT_EQ(parse("not a property list at all"), nullptr);
     EXPECT_EQ(parse(xmlDocument("<string>\xFF\xFE</string>")), nullptr);
     EXPECT_EQ(parse(std::string("\0\0\0\0", 4)), nullptr);
+    EXPECT_EQ(parse(xmlDocument(std::string("<string>a\0b</string>", 20))), nullptr);
+}
+
+TEST(PlistReader, DatesOutsideWhatLibplistCarriesAreRefused) {
+    // Whole seconds from 2001 must fit 32 bits: 1932-12-13T20:45:52Z .. 2069-01-19T03:14:07Z.
+    EXPECT_NE(parse(xmlDocument("<date>1932-12-13T20:45:52Z</date>")), nullptr);
+    EXPECT_NE(parse(xmlDocument("<date>2069-01-19T03:14:07Z</date>")), nullptr);
+    EXPECT_EQ(parse(xmlDocument("<date>1932-12-13T20:45:51Z</date>")), nullptr);
+    EXPECT_EQ(parse(xmlDocument("<date>2100-01-01T00:00:00Z</date>")), nullptr);
+    EXPECT_EQ(parse(xmlDocument("<date>2020-13-01T00:00:00Z</date>")), nullptr);
+    EXPECT_EQ(parse(xmlDocument("<date>yesterday</date>")), nullptr);
 }
 
 TEST(PlistReader, FailureHandsOutAReleasableError) {
@@ -230,6 +241,17 @@ TEST(PlistReader, HostileBinaryDocumentsAreRefused) {
     EXPECT_EQ(parse(binaryPlist({"\x5F\x10\x7F"
                                  "abc"})),
               nullptr);
+    // A key holding U+0000, on which libplist itself would assert.
+    EXPECT_EQ(parse(binaryPlist({"\xD1\x01\x02",
+                                 std::string("\x53"
+                                             "a\0b",
+                                             4),
+                                 "\x09"})),
+              nullptr);
+    EXPECT_EQ(parse(binaryPlist({"\xD1\x01\x02", std::string("\x61\0\0", 3), "\x09"})), nullptr);
+    // A date past 2069, which libplist would wrap around.
+    EXPECT_EQ(parse(binaryPlist({std::string("\x33\x41\xF0\0\0\0\0\0\0", 9)})), nullptr);
+    EXPECT_NE(parse(binaryPlist({std::string("\x33\x41\xC0\0\0\0\0\0\0", 9)})), nullptr);
     // Set and UID objects, which the subset does not represent; a non-string key.
     EXPECT_EQ(parse(binaryPlist({"\xC1\x01", "\x09"})), nullptr);
     EXPECT_EQ(parse(binaryPlist({std::string("\x80\x00", 2)})), nullptr);

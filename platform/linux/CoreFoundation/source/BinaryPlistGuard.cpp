@@ -2,6 +2,7 @@
 
 #include "PlistLimits.h"
 
+#include <cstring>
 #include <vector>
 
 namespace qvcf {
@@ -47,7 +48,7 @@ struct ObjectInfo {
 enum class Visit : uint8_t { kNew, kOpen, kDone };
 
 class Guard {
-  public:
+public:
     Guard(const uint8_t* bytes, size_t size) : bytes_(bytes), size_(size) {}
 
     bool run() {
@@ -61,7 +62,7 @@ class Guard {
         return walk(rootObject_);
     }
 
-  private:
+private:
     bool readTrailer() {
         if (size_ < kHeaderSize + kTrailerSize) {
             return false;
@@ -91,6 +92,26 @@ class Guard {
     // Whether `length` bytes starting at `offset` lie before the offset table.
     bool fits(uint64_t offset, uint64_t length) const {
         return offset <= offsetTable_ && length <= offsetTable_ - offset;
+    }
+
+    // A date is a big-endian double of seconds since 2001, which libplist narrows to
+    // 32 bits; anything outside that range would be read as another date.
+    bool isRepresentableDate(uint64_t offset) const {
+        const uint64_t bits = readBigEndian(bytes_ + offset, 8);
+        double seconds = 0;
+        std::memcpy(&seconds, &bits, sizeof seconds);
+        return seconds >= kMinPlistDate && seconds < kMaxPlistDate;
+    }
+
+    // Whether a string holds U+0000, on which libplist 2.2.0 asserts when the string is
+    // a key, and which no CoreFoundation string of ours can carry.
+    bool holdsZeroUnit(uint64_t offset, uint64_t count, size_t width) const {
+        for (uint64_t i = 0; i < count; ++i) {
+            if (readBigEndian(bytes_ + offset + i * width, width) == 0) {
+                return true;
+            }
+        }
+        return false;
     }
 
     // The element count of a data, string or container object, which follows the
@@ -129,7 +150,7 @@ class Guard {
             case kMarkerReal:
                 return (low == 2 || low == 3) && fits(offset, uint64_t{1} << low);
             case kMarkerDate:
-                return low == 3 && fits(offset, 8);
+                return low == 3 && fits(offset, 8) && isRepresentableDate(offset);
             default:
                 break;
         }
@@ -140,12 +161,13 @@ class Guard {
         const uint64_t available = offsetTable_ - offset;
         switch (high) {
             case kMarkerData:
-            case kMarkerAsciiString:
-                info.isString = high == kMarkerAsciiString;
                 return count <= available;
+            case kMarkerAsciiString:
+                info.isString = true;
+                return count <= available && !holdsZeroUnit(offset, count, 1);
             case kMarkerUtf16String:
                 info.isString = true;
-                return count <= available / 2;
+                return count <= available / 2 && !holdsZeroUnit(offset, count, 2);
             case kMarkerArray:
             case kMarkerDictionary: {
                 const uint64_t perEntry = high == kMarkerDictionary ? 2 : 1;

@@ -10,7 +10,7 @@
 namespace qvcf {
 
 class BinaryPlistGuard {
-  public:
+public:
     // True when the document is well-formed, holds only the value kinds the subset
     // represents (no null, set or UID objects), uses only string keys and stays within
     // the depth and size limits.

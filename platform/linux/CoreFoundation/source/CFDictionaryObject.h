@@ -35,7 +35,7 @@ struct __CFDictionary : qvcf::CFObject {
     const bool isMutable;
     std::unordered_map<const void*, const void*, KeyHash, KeyEqual> table;
 
-  private:
+private:
     const void* retainKey(const void* key) const;
     const void* retainValue(const void* value) const;
     void releaseKey(const void* key) const;

@@ -13,6 +13,10 @@ constexpr size_t kMaxPlistDepth = 512;
 // from many places, so its expanded size is bounded separately from its byte size.
 constexpr size_t kMaxPlistNodes = size_t{1} << 20;
 
+// Dates libplist carries faithfully: whole seconds from 2001-01-01 must fit 32 bits.
+constexpr double kMinPlistDate = -2147483648.0;
+constexpr double kMaxPlistDate = 2147483647.0;
+
 // Largest input accepted, far above any configuration file.
 constexpr size_t kMaxPlistBytes = size_t{256} << 20;
 

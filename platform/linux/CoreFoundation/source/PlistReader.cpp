@@ -38,13 +38,13 @@ using Owned = std::unique_ptr<const void, ReleaseDeleter>;
 // libplist reads reals with atof(), which follows the thread's locale; "0.5" must not
 // read as 0 under a locale with a decimal comma.
 class CLocaleScope {
-  public:
+public:
     CLocaleScope() : previous_(uselocale(cLocale())) {}
     ~CLocaleScope() { uselocale(previous_); }
     CLocaleScope(const CLocaleScope&) = delete;
     CLocaleScope& operator=(const CLocaleScope&) = delete;
 
-  private:
+private:
     static locale_t cLocale() {
         static const locale_t locale = newlocale(LC_ALL_MASK, "C", static_cast<locale_t>(0));
         return locale != static_cast<locale_t>(0) ? locale : LC_GLOBAL_LOCALE;
@@ -74,7 +74,7 @@ PlistTree parseXml(const UInt8* bytes, size_t size) {
 
 // Turns one libplist tree into CoreFoundation objects.
 class TreeConverter {
-  public:
+public:
     explicit TreeConverter(bool mutableContainers) : mutable_(mutableContainers) {}
 
     const void* convert(plist_t node, size_t depth) {
@@ -119,7 +119,7 @@ class TreeConverter {
         }
     }
 
-  private:
+private:
     const void* convertString(plist_t node) {
         uint64_t length = 0;
         const char* text = plist_get_string_ptr(node, &length);

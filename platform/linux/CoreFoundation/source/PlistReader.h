@@ -8,7 +8,7 @@
 namespace qvcf {
 
 class PlistReader {
-  public:
+public:
     // A new object tree, or NULL with `problem` set to a short reason. With
     // `mutableContainers`, dictionaries and arrays are mutable.
     static CFPropertyListRef read(const UInt8* bytes, size_t size, bool mutableContainers,

@@ -11,7 +11,7 @@ namespace qvcf {
 namespace {
 
 class Validator {
-  public:
+public:
     explicit Validator(bool openStep) : openStep_(openStep) {}
 
     bool valid(CFTypeRef ref) {
@@ -35,7 +35,7 @@ class Validator {
         }
     }
 
-  private:
+private:
     bool validContainer(const CFObject* container) {
         // Only the containers on the path from the root count: a value shared by two
         // branches is fine, one that contains itself is not.

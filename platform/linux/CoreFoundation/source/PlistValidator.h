@@ -6,7 +6,7 @@
 namespace qvcf {
 
 class PlistValidator {
-  public:
+public:
     // Leaves must be strings, data, booleans, numbers or dates (only strings and data
     // for the OpenStep format), keys strings, values non-null; no container may contain
     // itself. Trees nested deeper than the reader accepts are refused as well, since

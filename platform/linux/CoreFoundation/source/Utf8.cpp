@@ -59,7 +59,8 @@ Utf8Facts inspectUtf8(std::string_view text) {
     while (pos < text.size()) {
         const auto lead = static_cast<unsigned char>(text[pos]);
         const size_t length = sequenceLength(lead);
-        if (length == 0 || pos + length > text.size()) {
+        // U+0000 cannot pass through a C string, nor be written into XML and read back.
+        if (lead == 0 || length == 0 || pos + length > text.size()) {
             return Utf8Facts{};
         }
         for (size_t i = 1; i < length; ++i) {

@@ -13,7 +13,7 @@ struct Utf8Facts {
     size_t utf16Length = 0;
 };
 
-// Rejects overlong forms, surrogate code points and values above U+10FFFF.
+// Rejects overlong forms, surrogate code points, values above U+10FFFF and U+0000.
 Utf8Facts inspectUtf8(std::string_view text);
 
 // Negative, zero or positive as `a` sorts before, with or after `b` by UTF-16 code

@@ -2,6 +2,7 @@
 
 #include "PlistLimits.h"
 
+#include <cstdint>
 #include <cstring>
 #include <string_view>
 
@@ -72,8 +73,50 @@ bool normalizeInteger(std::string_view text, std::string& out) {
     return true;
 }
 
+// Days from 1970-01-01 to the given civil date (proleptic Gregorian).
+int64_t daysFromCivil(int64_t year, int64_t month, int64_t day) {
+    year -= month <= 2 ? 1 : 0;
+    const int64_t era = (year >= 0 ? year : year - 399) / 400;
+    const int64_t yearOfEra = year - era * 400;
+    const int64_t dayOfYear = (153 * (month + (month > 2 ? -3 : 9)) + 2) / 5 + day - 1;
+    const int64_t dayOfEra = yearOfEra * 365 + yearOfEra / 4 - yearOfEra / 100 + dayOfYear;
+    return era * 146097 + dayOfEra - 719468;
+}
+
+// Whether `text` is a date as CoreFoundation writes it ("2020-01-02T03:04:05Z") that
+// libplist can carry without wrapping it around.
+bool isRepresentableDate(std::string_view text) {
+    constexpr std::string_view kShape = "dddd-dd-ddTdd:dd:ddZ";
+    if (text.size() != kShape.size()) {
+        return false;
+    }
+    for (size_t i = 0; i < kShape.size(); ++i) {
+        if (kShape[i] == 'd' ? !isDigit(text[i]) : text[i] != kShape[i]) {
+            return false;
+        }
+    }
+    auto field = [&](size_t pos, size_t length) {
+        int64_t value = 0;
+        for (size_t i = pos; i < pos + length; ++i) {
+            value = value * 10 + (text[i] - '0');
+        }
+        return value;
+    };
+    const int64_t month = field(5, 2);
+    const int64_t day = field(8, 2);
+    if (month < 1 || month > 12 || day < 1 || day > 31 || field(11, 2) > 23 || field(14, 2) > 59 ||
+        field(17, 2) > 59) {
+        return false;
+    }
+    constexpr int64_t kUnixToAbsolute = 978307200;
+    const int64_t seconds = daysFromCivil(field(0, 4), month, day) * 86400 + field(11, 2) * 3600 +
+                            field(14, 2) * 60 + field(17, 2) - kUnixToAbsolute;
+    return seconds >= static_cast<int64_t>(kMinPlistDate) &&
+           seconds <= static_cast<int64_t>(kMaxPlistDate);
+}
+
 class Preparer {
-  public:
+public:
     Preparer(std::string_view input, std::string& output) : in_(input), out_(output) {}
 
     bool run() {
@@ -92,7 +135,7 @@ class Preparer {
         return true;
     }
 
-  private:
+private:
     // Copies the markup at pos_ and, for an integer, its rewritten text.
     bool copyMarkup() {
         const std::string_view rest = in_.substr(pos_);
@@ -141,7 +184,15 @@ class Preparer {
         if (name == "integer" && !closing && !empty) {
             return copyInteger();
         }
+        if (name == "date" && !closing) {
+            return !empty && checkDate();
+        }
         return true;
+    }
+
+    bool checkDate() const {
+        const size_t end = in_.find('<', pos_);
+        return end != std::string_view::npos && isRepresentableDate(in_.substr(pos_, end - pos_));
     }
 
     bool track(bool closing, bool empty) {
@@ -185,6 +236,10 @@ bool XmlPlistPreparer::prepare(const char* bytes, size_t size, std::string& out)
         input.remove_prefix(kByteOrderMark.size());
     }
     out.clear();
+    // XML has no place for a NUL byte; libplist would cut text short at it.
+    if (input.find('\0') != std::string_view::npos) {
+        return false;
+    }
     return Preparer(input, out).run();
 }
 

@@ -36,7 +36,7 @@ constexpr size_t kMaxDataIndent = 8;
 constexpr size_t kDataLineLength = 76;
 
 class Writer {
-  public:
+public:
     explicit Writer(std::string& out) : out_(out) {}
 
     void element(CFTypeRef ref, size_t level) {
@@ -68,7 +68,7 @@ class Writer {
         }
     }
 
-  private:
+private:
     void indent(size_t level) { out_.append(level, '\t'); }
 
     void escaped(std::string_view text) {

@@ -10,7 +10,7 @@
 namespace qvcf {
 
 class XmlPlistWriter {
-  public:
+public:
     // Appends the document to `out`. The tree must have passed PlistValidator.
     static void write(CFTypeRef root, std::string& out);
 };

@@ -1,0 +1,74 @@
+// Feeds arbitrary bytes to the property-list reader. Whatever it accepts must be valid,
+// must be writable as XML, and the written XML must read back into a document that
+// writes the same bytes again.
+#include <CoreFoundation/CoreFoundation.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+namespace {
+
+CFPropertyListRef readPlist(const uint8_t* bytes, size_t size) {
+    CFDataRef data = CFDataCreateWithBytesNoCopy(kCFAllocatorDefault, bytes,
+                                                 static_cast<CFIndex>(size), kCFAllocatorNull);
+    if (data == nullptr) {
+        return nullptr;
+    }
+    CFPropertyListFormat format = kCFPropertyListXMLFormat_v1_0;
+    CFErrorRef error = nullptr;
+    CFPropertyListRef plist = CFPropertyListCreateWithData(
+        kCFAllocatorDefault, data, kCFPropertyListMutableContainers, &format, &error);
+    CFRelease(data);
+    if (error != nullptr) {
+        CFRelease(error);
+    }
+    return plist;
+}
+
+CFDataRef writeXml(CFPropertyListRef plist) {
+    return CFPropertyListCreateData(kCFAllocatorDefault, plist, kCFPropertyListXMLFormat_v1_0, 0,
+                                    nullptr);
+}
+
+[[noreturn]] void fail(const char* problem) {
+    std::fprintf(stderr, "fuzz_plist: %s\n", problem);
+    std::abort();
+}
+
+bool sameBytes(CFDataRef a, CFDataRef b) {
+    return CFDataGetLength(a) == CFDataGetLength(b) &&
+           std::memcmp(CFDataGetBytePtr(a), CFDataGetBytePtr(b),
+                       static_cast<size_t>(CFDataGetLength(a))) == 0;
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* bytes, size_t size) {
+    CFPropertyListRef plist = readPlist(bytes, size);
+    if (plist == nullptr) {
+        return 0;
+    }
+    if (!CFPropertyListIsValid(plist, kCFPropertyListBinaryFormat_v1_0)) {
+        fail("an accepted document is not valid");
+    }
+    CFDataRef first = writeXml(plist);
+    CFRelease(plist);
+    if (first == nullptr) {
+        fail("an accepted document cannot be written");
+    }
+    CFPropertyListRef again = readPlist(CFDataGetBytePtr(first), CFDataGetLength(first));
+    if (again == nullptr) {
+        fail("written XML does not read back");
+    }
+    CFDataRef second = writeXml(again);
+    CFRelease(again);
+    if (second == nullptr || !sameBytes(first, second)) {
+        fail("written XML reads back into a different document");
+    }
+    CFRelease(first);
+    CFRelease(second);
+    return 0;
+}
