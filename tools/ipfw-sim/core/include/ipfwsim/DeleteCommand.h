@@ -1,0 +1,24 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "ipfwsim/CommandContext.h"
+
+namespace ipfwsim {
+
+// "ipfw delete [set] N|N-M ..." and "ipfw flush". Deleting a rule also drops the
+// dynamic entries it created; the default rule and the disabled-set mask survive.
+class DeleteCommand {
+public:
+    explicit DeleteCommand(const CommandContext& context) : context_(context) {}
+    int runDelete(std::vector<std::string> words);
+    int runFlush();
+
+private:
+    bool confirmFlush() const;
+
+    const CommandContext& context_;
+};
+
+}  // namespace ipfwsim

@@ -1,0 +1,16 @@
+#pragma once
+
+#include <string>
+
+#include "ipfwsim/Rule.h"
+#include "ipfwsim/Status.h"
+
+namespace ipfwsim {
+
+// "any", or six colon-separated hex groups with an optional "/len" or "&mask".
+// The address is stored already masked.
+Status parseMacSpec(const std::string& text, MacBytes& address, MacBytes& mask);
+// Listing form: "any", "xx:xx:xx:xx:xx:xx", then "/len" or "&mask" when masked.
+std::string formatMacSpec(const MacBytes& address, const MacBytes& mask);
+
+}  // namespace ipfwsim

@@ -1,0 +1,94 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "ipfwsim/Rule.h"
+#include "ipfwsim/RuleLister.h"
+#include "ipfwsim/Status.h"
+
+namespace ipfwsim {
+
+// A keep-state entry; it names its parent rule by number and by position among the
+// rules that share that number.
+struct DynamicState {
+    uint32_t ruleNumber = 0;
+    uint32_t ordinal = 0;
+    uint8_t proto = 0;
+    uint32_t srcAddress = 0;
+    uint16_t srcPort = 0;
+    uint32_t dstAddress = 0;
+    uint16_t dstPort = 0;
+    int64_t expires = 0;
+    Counters counters;
+};
+
+struct StateHeader {
+    uint32_t disabledSets = 0;
+    bool verbose = true;
+    uint64_t packetSerial = 0;
+    Counters defaultRule;
+    // Largest counters of any static rule, so that "show N" can size its columns
+    // without reading every rule.
+    Counters widest;
+    std::vector<DynamicState> dynamic;
+};
+
+struct StoredRule {
+    Rule rule;
+    Counters counters;
+    uint32_t logLeft = 0;
+};
+
+// The state file, read through a view of its bytes. Layout:
+//   line 1      fixed-width: where the rules begin and where their sorted part ends
+//   header      sets, switches, default-rule counters, dynamic states
+//   sorted part rule lines in number order, found by binary search
+//   overflow    rule lines appended since the last rewrite, in arrival order (bounded)
+// A rule line starts with its zero-padded number, so lines compare by their first bytes.
+// A last line without its newline is an interrupted append and does not count.
+class StateFile {
+public:
+    static constexpr size_t kOverflowLimit = 256;
+
+    explicit StateFile(std::string_view content) : content_(content) {}
+
+    Status open();
+    Status readHeader(StateHeader& header, bool withDynamic) const;
+    // Rule lines numbered within [low, high] in listing order.
+    std::vector<std::string_view> linesInRange(uint32_t low, uint32_t high) const;
+    uint32_t lastNumber() const;
+    size_t overflowLines() const;
+    // True when a rule with this number appended now would still be in order.
+    bool appendKeepsOrder(uint32_t number) const;
+    size_t rulesAt() const { return rulesAt_; }
+    size_t end() const { return end_; }
+    size_t sortedEnd() const { return sortedEnd_; }
+    Status readAll(StateHeader& header, std::vector<StoredRule>& rules) const;
+
+    static std::string format(const StateHeader& header, const std::vector<StoredRule>& rules);
+    static std::string formatRuleLine(const StoredRule& stored);
+    static bool parseRuleLine(std::string_view line, StoredRule& stored);
+    static std::string layoutLine(size_t rulesAt, size_t sortedEnd);
+    static constexpr size_t kSortedEndField = 48;  // offset of the sorted-end digits
+    static constexpr size_t kOffsetDigits = 10;
+
+private:
+    size_t lineStart(size_t pos) const;
+    size_t lineEnd(size_t pos) const;
+    size_t lowerBound(uint32_t number) const;
+    Status corrupt(const std::string& what) const;
+
+    std::string_view content_;
+    size_t rulesAt_ = 0;
+    size_t sortedEnd_ = 0;
+    size_t end_ = 0;  // end of the last complete line
+};
+
+// Rule number of a rule line (its first five digits), or -1.
+long ruleLineNumber(std::string_view line);
+
+}  // namespace ipfwsim
