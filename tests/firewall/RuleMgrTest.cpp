@@ -1,0 +1,364 @@
+// The rule set manager against the simulated ipfw, through the real command runner and
+// /bin/sh: allocation, spacing, re-installation, exhaustion, refusals and failures.
+#include <gtest/gtest.h>
+#include <stdlib.h>
+#include <sys/stat.h>
+
+#include <cstdio>
+#include <set>
+#include <sstream>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "LogCapture.h"
+#include "QvErrors.h"
+#include "RuleMgr.h"
+#include "TempDir.h"
+
+using namespace qor::vela;
+
+namespace {
+
+class RuleMgrTest : public ::testing::Test {
+  protected:
+    void SetUp() override {
+        m_oldPath = getenv("PATH") ? getenv("PATH") : "";
+        setenv("IPFW_SIM_STATE", m_dir.file("ipfw-state").c_str(), 1);
+        usePath(QV_SIM_DIR);
+        generator.InitFuncTab();
+    }
+    void TearDown() override {
+        setenv("PATH", m_oldPath.c_str(), 1);
+        unsetenv("IPFW_SIM_STATE");
+    }
+
+    void usePath(const std::string& dir) { setenv("PATH", (dir + ":" + m_oldPath).c_str(), 1); }
+
+    // Replaces ipfw by a shell script, for failures the simulator cannot produce.
+    void useFakeIpfw(const std::string& body) {
+        const std::string bin = m_dir.file("fakebin");
+        mkdir(bin.c_str(), 0755);
+        qvtest::writeFile(bin + "/ipfw", "#!/bin/sh\n" + body + "\n");
+        chmod((bin + "/ipfw").c_str(), 0755);
+        usePath(bin);
+    }
+
+    // Runs the simulator directly, as a person at the console would.
+    static std::string ipfw(const std::string& args) {
+        std::string command = std::string(QV_SIM_DIR) + "/ipfw " + args + " 2>&1";
+        std::string output;
+        FILE* pipe = popen(command.c_str(), "r");
+        if (pipe == nullptr) {
+            return output;
+        }
+        char chunk[512];
+        size_t n;
+        while ((n = fread(chunk, 1, sizeof(chunk), pipe)) > 0) {
+            output.append(chunk, n);
+        }
+        pclose(pipe);
+        return output;
+    }
+
+    // Rule numbers listed by the simulator for `set` (all sets when -1).
+    static std::vector<int> listed(int set = -1) {
+        std::vector<int> numbers;
+        std::istringstream in(ipfw("-S list"));
+        for (std::string line; std::getline(in, line);) {
+            int number = 0;
+            int ruleSet = 0;
+            const char* text = line.c_str();
+            if (line.rfind("# DISABLED ", 0) == 0) {
+                text += 11;
+            }
+            if (sscanf(text, "%d set %d", &number, &ruleSet) == 2 && number != 65535 &&
+                (set < 0 || ruleSet == set)) {
+                numbers.push_back(number);
+            }
+        }
+        return numbers;
+    }
+
+    static FwRule tcpRule(uint32_t index = 0) {
+        FwRule rule;
+        if (index != 0) {
+            rule.set_rule_index(index);
+        }
+        rule.mutable_protocol()->set_type(PROTO_SPECIFIED);
+        rule.mutable_protocol()->set_protocol(PROTO_VALUE_TCP);
+        return rule;
+    }
+
+    void initEmpty(RuleMgr& mgr, int start = 3100, int set = 19) {
+        FwRuleList none;
+        ASSERT_EQ(0, mgr.Init(start, set, &generator, none));
+    }
+
+    qvtest::TempDir m_dir;
+    std::string m_oldPath;
+    RuleGenerator generator;
+};
+
+TEST_F(RuleMgrTest, InitReinstallsSavedRulesAndStartsAfterThem) {
+    RuleMgr mgr;
+    FwRuleList rules;
+    *rules.add_rules() = tcpRule(1010);
+    *rules.add_rules() = tcpRule(1000);
+    EXPECT_EQ(0, mgr.Init(1000, 5, &generator, rules));
+    EXPECT_EQ((std::vector<int>{1000, 1010}), listed(5));
+    EXPECT_EQ(1020u, mgr.m_nextNum);
+    EXPECT_EQ(5, mgr.m_setNum);
+    EXPECT_EQ(1000, mgr.m_startNum);
+
+    FwRule added = tcpRule();
+    EXPECT_EQ(0, mgr.AddRule(added));
+    EXPECT_EQ(1020u, added.rule_index());
+    EXPECT_EQ(1030u, mgr.m_nextNum);
+}
+
+TEST_F(RuleMgrTest, InitClearsWhatAnEarlierRunLeftInItsSetOnly) {
+    ipfw("-q add 3500 set 19 allow proto udp");
+    ipfw("-q add 3500 set 7 allow proto udp");
+    RuleMgr mgr;
+    initEmpty(mgr);
+    EXPECT_TRUE(listed(19).empty());
+    EXPECT_EQ((std::vector<int>{3500}), listed(7));
+}
+
+TEST_F(RuleMgrTest, InitWithNoRulesNeverStartsBelowTen) {
+    RuleMgr mgr;
+    initEmpty(mgr, 5, 3);
+    EXPECT_EQ(10u, mgr.m_nextNum);
+    EXPECT_EQ(5, mgr.m_startNum);
+}
+
+TEST_F(RuleMgrTest, InitGoesOnPastARefusedRule) {
+    qvtest::LogCapture log;
+    RuleMgr mgr;
+    FwRuleList rules;
+    FwRule bad;  // an action alone: ipfw wants a protocol
+    bad.set_rule_index(3100);
+    *rules.add_rules() = bad;
+    *rules.add_rules() = tcpRule(3110);
+    EXPECT_EQ(0, mgr.Init(3100, 19, &generator, rules));
+    EXPECT_EQ((std::vector<int>{3110}), listed(19));
+    EXPECT_EQ(3120u, mgr.m_nextNum);
+    EXPECT_TRUE(log.has(3, "RuleMgr::Init failed to excute cmd"));
+}
+
+TEST_F(RuleMgrTest, AllocationProbesUpwardAndSpacesByTen) {
+    qvtest::LogCapture log;
+    ipfw("-q add 3100 set 2 allow proto tcp");
+    ipfw("-q add 3101 set 2 allow proto tcp");
+    ipfw("-q add 3102 set 2 allow proto tcp");
+    RuleMgr mgr;
+    initEmpty(mgr);
+    mgr.m_nextNum = 3100;
+
+    FwRule first = tcpRule();
+    ASSERT_EQ(0, mgr.AddRule(first));
+    EXPECT_EQ(3103u, first.rule_index());
+    EXPECT_EQ(3110u, mgr.m_nextNum);
+    FwRule second = tcpRule();
+    ASSERT_EQ(0, mgr.AddRule(second));
+    EXPECT_EQ(3110u, second.rule_index());
+    EXPECT_EQ(3120u, mgr.m_nextNum);
+
+    EXPECT_TRUE(log.has(4, "RuleMgr::GenNextRuleNumPriv rule 3100 is already used"));
+    EXPECT_TRUE(log.has(6, "RuleMgr::GenNextRuleNumPriv rule 3103 can be used"));
+    EXPECT_TRUE(log.has(6, "RuleMgr::GenNextRuleNum Gened rule num is 3103"));
+    EXPECT_EQ((std::vector<int>{3103, 3110}), listed(19));
+}
+
+TEST_F(RuleMgrTest, ProbeAnswerMustMatchExactlyApartFromTrailingBlanks) {
+    // Free numbers answer with trailing line ends; 1020 answers with a leading blank,
+    // which is not the "does not exist" answer.
+    useFakeIpfw(
+        "if [ \"$2\" = 1020 ]; then echo \" ipfw: rule 1020 does not exist\"; "
+        "else printf 'ipfw: rule %s does not exist\\r\\n\\n\\t ' \"$2\"; fi");
+    RuleMgr mgr;
+    EXPECT_EQ(1021, mgr.GenNextRuleNumPriv(1020));
+    EXPECT_EQ(1030, mgr.GenNextRuleNumPriv(1030));
+}
+
+TEST_F(RuleMgrTest, TopOfTheRangeIsHandedOutUnprobedAndRefused) {
+    RuleMgr mgr;
+    initEmpty(mgr);
+    for (int n = 65530; n <= 65534; ++n) {
+        ipfw("-q add " + std::to_string(n) + " set 1 allow proto tcp");
+    }
+    mgr.m_nextNum = 65530;
+    EXPECT_EQ(65535, mgr.GenNextRuleNum());
+    EXPECT_EQ(65540u, mgr.m_nextNum);
+
+    mgr.m_nextNum = 65534;
+    FwRule rule = tcpRule();
+    EXPECT_EQ(FW_ERR_RULE_REFUSED, mgr.AddRule(rule));
+    EXPECT_EQ(65535u, rule.rule_index());
+}
+
+TEST_F(RuleMgrTest, RefusedRuleConsumesItsNumberAndLogsTheCommand) {
+    qvtest::LogCapture log;
+    RuleMgr mgr;
+    initEmpty(mgr);
+    FwRule bare;  // " allow": ipfw wants a protocol
+    EXPECT_EQ(FW_ERR_RULE_REFUSED, mgr.AddRule(bare));
+    EXPECT_EQ(3100u, bare.rule_index());
+    EXPECT_EQ(3110u, mgr.m_nextNum);
+    EXPECT_TRUE(listed(19).empty());
+    EXPECT_TRUE(log.has(3, "RuleMgr::AddRulePriv invalid rule"));
+    // The exact command line, two blanks after the set number included.
+    EXPECT_NE(std::string::npos,
+              log.text().find("RuleMgr::DoCmd Failed to add rule ipfw -q add 3100 set 19  "
+                              "allow 2>/dev/stdout, error is ipfw: missing protocol"));
+}
+
+TEST_F(RuleMgrTest, UngeneratableRuleRunsNoAddButConsumesItsNumber) {
+    RuleMgr mgr;
+    initEmpty(mgr);
+    FwRule rule = tcpRule();
+    MacAddr* dst = rule.mutable_mac_addr()->mutable_dst_mac();
+    dst->set_type(MAC_SPECIFIED);
+    dst->set_mac("00-11-22-33-44-55");
+    rule.mutable_mac_addr()->mutable_src_mac()->set_type(MAC_ANY);
+    EXPECT_EQ(FW_ERR_MAC, mgr.AddRule(rule));
+    EXPECT_EQ(3110u, mgr.m_nextNum);
+    EXPECT_TRUE(listed().empty());
+}
+
+TEST_F(RuleMgrTest, ShellMetacharactersInAHostNeverRunAnything) {
+    RuleMgr mgr;
+    initEmpty(mgr);
+    const std::string marker = m_dir.file("pwned");
+    FwRule rule = tcpRule();
+    rule.mutable_dst_ip()->set_ip_type(IP_LIST);
+    IpAddr* addr = rule.mutable_dst_ip()->add_ips();
+    addr->set_use_host_name(true);
+    addr->set_host("localhost;touch " + marker);
+    EXPECT_EQ(FW_ERR_UNSAFE_TEXT, mgr.AddRule(rule));
+    struct stat info;
+    EXPECT_NE(0, stat(marker.c_str(), &info));
+    EXPECT_TRUE(listed().empty());
+}
+
+TEST_F(RuleMgrTest, RunnerThatCannotCompleteGives20016And20703) {
+    qvtest::LogCapture log;
+    RuleMgr mgr;
+    initEmpty(mgr);
+    // The fake kills its whole process group, the shell included: the runner reports
+    // that the command could not be run.
+    useFakeIpfw("kill -9 0");
+    FwRule rule = tcpRule();
+    EXPECT_EQ(QV_ERR_CMD, mgr.AddRulePriv(rule, 3100, 19));
+    EXPECT_TRUE(log.has(3, "RuleMgr::AddRulePriv failed to excute cmd"));
+    EXPECT_NE(std::string::npos,
+              log.text().find("RuleMgr::DoCmd failed to excute the cmd ipfw -q add 3100 set 19 "
+                              " allow proto tcp 2>/dev/stdout, ret is 0"));
+
+    EXPECT_EQ(FW_ERR_NO_RULE_NUM, mgr.AddRule(rule));
+    EXPECT_FALSE(rule.has_rule_index());
+    EXPECT_EQ(3100u, mgr.m_nextNum);
+    EXPECT_TRUE(log.has(3,
+                        "RuleMgr::GenNextRuleNumPriv Faield to excute cmd ipfw show 3100 "
+                        "2>/dev/stdout"));
+    EXPECT_EQ(QV_ERR_CMD, mgr.Enable());
+    EXPECT_EQ(QV_ERR_CMD, mgr.DeleteRule(3100));
+}
+
+TEST_F(RuleMgrTest, DeleteSetAlwaysDeletesItsOwnSet) {
+    qvtest::LogCapture log;
+    RuleMgr mgr;
+    initEmpty(mgr, 1000, 5);
+    ipfw("-q add 1000 set 5 allow proto tcp");
+    ipfw("-q add 1010 set 7 allow proto tcp");
+    EXPECT_EQ(0, mgr.DeleteSet(7));
+    EXPECT_TRUE(log.has(7, "RuleMgr::DeleteSet delete set 7"));
+    EXPECT_TRUE(listed(5).empty());
+    EXPECT_EQ((std::vector<int>{1010}), listed(7));
+}
+
+TEST_F(RuleMgrTest, DeleteRuleRemovesEveryRuleOfThatNumberAndKeepsNumbering) {
+    RuleMgr mgr;
+    initEmpty(mgr);
+    FwRule a = tcpRule();
+    FwRule b = tcpRule();
+    ASSERT_EQ(0, mgr.AddRule(a));
+    ASSERT_EQ(0, mgr.AddRule(b));
+    EXPECT_EQ(0, mgr.DeleteRule(a.rule_index()));
+    EXPECT_EQ((std::vector<int>{3110}), listed(19));
+    EXPECT_EQ(3120u, mgr.m_nextNum);
+}
+
+TEST_F(RuleMgrTest, FlushesResetNumbering) {
+    RuleMgr normal;
+    RuleMgr exception;
+    initEmpty(normal, 3100, 19);
+    initEmpty(exception, 2100, 18);
+    for (int i = 0; i < 2; ++i) {
+        FwRule n = tcpRule();
+        FwRule e = tcpRule();
+        ASSERT_EQ(0, normal.AddRule(n));
+        ASSERT_EQ(0, exception.AddRule(e));
+    }
+    EXPECT_EQ(0, exception.FlushVelaRules());
+    EXPECT_EQ(2100u, exception.m_nextNum);
+    EXPECT_TRUE(listed(18).empty());
+    EXPECT_EQ((std::vector<int>{3100, 3110}), listed(19));
+
+    FwRule e = tcpRule();
+    ASSERT_EQ(0, exception.AddRule(e));
+    EXPECT_EQ(0, normal.FlushRules());
+    EXPECT_EQ(3100u, normal.m_nextNum);
+    EXPECT_TRUE(listed().empty());  // every set, the exception set included
+    EXPECT_NE(std::string::npos, ipfw("list").find("65535 allow ip from any to any"));
+}
+
+TEST_F(RuleMgrTest, EnableAndDisableSwitchOnlyItsSet) {
+    RuleMgr mgr;
+    initEmpty(mgr);
+    EXPECT_EQ(0, mgr.Disable());
+    EXPECT_NE(std::string::npos, ipfw("set show").find("disable 19"));
+    EXPECT_EQ(0, mgr.Enable());
+    EXPECT_EQ(std::string::npos, ipfw("set show").find("disable"));
+}
+
+TEST_F(RuleMgrTest, DoCmdResults) {
+    RuleMgr mgr;
+    std::string output;
+    EXPECT_EQ(0, mgr.DoCmd("true", 1, output, false));
+    EXPECT_EQ("", output);
+    EXPECT_EQ(-2, mgr.DoCmd("echo refused", 1, output, false));
+    EXPECT_EQ("refused\n", output);
+    EXPECT_EQ(0, mgr.DoCmd("echo more", 1, output, true));
+    EXPECT_EQ("refused\nmore\n", output);
+    // Standard error is not captured without the redirection.
+    EXPECT_EQ(0, mgr.DoCmd("echo hidden >&2", 1, output, false));
+    EXPECT_EQ(QV_ERR_CMD, mgr.DoCmd("sleep 5", 1, output, false));
+}
+
+TEST_F(RuleMgrTest, ConcurrentAdditionsNeverShareANumber) {
+    RuleMgr mgr;
+    initEmpty(mgr);
+    constexpr int kThreads = 8;
+    std::vector<FwRule> rules(kThreads, tcpRule());
+    std::vector<int32_t> results(kThreads, -1);
+    std::vector<std::thread> threads;
+    for (int i = 0; i < kThreads; ++i) {
+        threads.emplace_back([&, i] { results[i] = mgr.AddRule(rules[i]); });
+    }
+    for (std::thread& t : threads) {
+        t.join();
+    }
+    std::set<uint32_t> numbers;
+    for (int i = 0; i < kThreads; ++i) {
+        EXPECT_EQ(0, results[i]);
+        numbers.insert(rules[i].rule_index());
+    }
+    EXPECT_EQ(static_cast<size_t>(kThreads), numbers.size());
+    EXPECT_EQ(3100u, *numbers.begin());
+    EXPECT_EQ(3170u, *numbers.rbegin());
+    EXPECT_EQ(static_cast<size_t>(kThreads), listed(19).size());
+}
+
+}  // namespace
