@@ -69,13 +69,13 @@ bool sameFlowEitherWay(const FlowId& a, const FlowId& b) {
 }  // namespace
 
 int64_t dynamicLifetime(const Packet& packet) {
-    constexpr int64_t kSynLifetime = 20;
     constexpr int64_t kAckLifetime = 300;
+    constexpr int64_t kClosingLifetime = 1;
     constexpr int64_t kUdpLifetime = 10;
     constexpr int64_t kShortLifetime = 5;
     switch (packet.flow.proto) {
         case kProtoTcp:
-            return (packet.tcpFlags & (kTcpSyn | kTcpAck)) == kTcpSyn ? kSynLifetime : kAckLifetime;
+            return (packet.tcpFlags & (kTcpFin | kTcpRst)) != 0 ? kClosingLifetime : kAckLifetime;
         case kProtoUdp:
             return kUdpLifetime;
         default:
@@ -240,8 +240,7 @@ void PacketMatcher::keepState(uint64_t ruleKey, const Packet& packet) {
     DynamicEntry entry;
     entry.ruleKey = ruleKey;
     entry.flow = packet.flow;
-    entry.expires = context_.now + dynamicLifetime(packet);
-    count(entry.counters, packet);
+    entry.expires = context_.now + kNewStateLifetime;
     state_.dynamic().push_back(entry);
 }
 

@@ -59,7 +59,10 @@ private:
     uint32_t skipBelow_ = 0;
 };
 
-// Seconds a dynamic entry lives after the last packet that used it.
+// A new dynamic entry lives this long (the kernel's SYN lifetime) until a packet uses it.
+constexpr int64_t kNewStateLifetime = 20;
+// Seconds a dynamic entry lives after a packet used it. An approximation of the kernel's
+// TCP state machine: closing segments 1 s, other TCP 300 s, UDP 10 s, the rest 5 s.
 int64_t dynamicLifetime(const Packet& packet);
 
 }  // namespace ipfwsim

@@ -1,0 +1,219 @@
+// Packet evaluation: rule order, sets, every kind of condition, dynamic states,
+// probabilities with a fixed seed, and the kernel's log lines with their budget.
+
+#include <gtest/gtest.h>
+
+#include "SimFakes.h"
+#include "ipfwsim/PacketCommand.h"
+#include "ipfwsim/PacketMatcher.h"
+
+namespace simtest {
+namespace {
+
+TEST(PacketMatcher, FirstMatchingRuleInNumberOrderDecides) {
+    Session s;
+    s.run("-q add 300 deny proto tcp");
+    s.run("-q add 200 allow proto tcp dst-port 22");
+    s.run("-q add 100 count proto tcp");
+    EXPECT_EQ(s.run("packet tcp 10.0.0.1:1000 10.0.0.2:22"), "200 Accept\n");
+    EXPECT_EQ(s.run("packet tcp 10.0.0.1:1000 10.0.0.2:23"), "300 Deny\n");
+    EXPECT_EQ(s.run("packet udp 10.0.0.1:1000 10.0.0.2:22"), "65535 Accept\n");
+    EXPECT_EQ(s.run("show 100"), "00100 2 80 count ip from any to any proto tcp\n");
+}
+
+TEST(PacketMatcher, SkipsRulesOfDisabledSets) {
+    Session s;
+    s.run("-q add 100 set 3 deny proto tcp");
+    s.run("-q add 200 set 4 reset proto tcp");
+    s.run("-q set disable 3");
+    EXPECT_EQ(s.run("packet tcp 10.0.0.1:1 10.0.0.2:2"), "200 Reset\n");
+    s.run("-q set enable 3 disable 4");
+    EXPECT_EQ(s.run("packet tcp 10.0.0.1:1 10.0.0.2:2"), "100 Deny\n");
+}
+
+TEST(PacketMatcher, SkiptoJumpsForward) {
+    Session s;
+    s.run("-q add 100 skipto 300 proto tcp");
+    s.run("-q add 200 deny proto tcp");
+    s.run("-q add 300 unreach 3 proto tcp");
+    EXPECT_EQ(s.run("packet tcp 10.0.0.1:1 10.0.0.2:2"), "300 Unreach 3\n");
+    EXPECT_EQ(s.run("packet udp 10.0.0.1:1 10.0.0.2:2"), "65535 Accept\n");
+}
+
+struct Case {
+    const char* body;
+    const char* matching;
+    const char* other;
+};
+
+class Condition : public ::testing::TestWithParam<Case> {};
+
+TEST_P(Condition, MatchesOnlyWhatItDescribes) {
+    Session s;
+    s.run(std::string("-q add 100 deny ") + GetParam().body);
+    ASSERT_EQ(s.exitCode, 0) << s.console.errors;
+    EXPECT_EQ(s.run(std::string("packet ") + GetParam().matching), "100 Deny\n");
+    EXPECT_EQ(s.run(std::string("packet ") + GetParam().other), "65535 Accept\n");
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Kinds, Condition,
+    ::testing::Values(
+        Case{"proto udp", "udp 1.1.1.1:1 2.2.2.2:2", "tcp 1.1.1.1:1 2.2.2.2:2"},
+        Case{"src-ip 192.168.0.0/16,10.1.1.1", "tcp 10.1.1.1:1 2.2.2.2:2",
+             "tcp 10.1.1.2:1 2.2.2.2:2"},
+        Case{"dst-ip 192.168.0.0/16", "tcp 1.1.1.1:1 192.168.7.7:2", "tcp 1.1.1.1:1 192.169.0.1:2"},
+        Case{"not dst-ip 192.168.0.0/16", "tcp 1.1.1.1:1 8.8.8.8:2", "tcp 1.1.1.1:1 192.168.0.1:2"},
+        Case{"dst-ip me", "tcp 1.1.1.1:1 10.0.0.2:2", "tcp 1.1.1.1:1 10.0.0.3:2"},
+        Case{"src-ip me", "udp 10.0.0.2:1 1.1.1.1:2", "udp 10.0.0.9:1 1.1.1.1:2"},
+        Case{"dst-port 80,8000-8080", "tcp 1.1.1.1:1 2.2.2.2:8080", "tcp 1.1.1.1:1 2.2.2.2:8081"},
+        Case{"src-port 53", "udp 1.1.1.1:53 2.2.2.2:9", "icmp 1.1.1.1 2.2.2.2"},
+        Case{"icmptypes 0,8", "icmp 1.1.1.1 2.2.2.2 icmptype 8",
+             "icmp 1.1.1.1 2.2.2.2 icmptype 3.1"},
+        Case{"tcpflags syn,!ack", "tcp 1.1.1.1:1 2.2.2.2:2 tcpflags syn",
+             "tcp 1.1.1.1:1 2.2.2.2:2 tcpflags syn,ack"},
+        Case{"established", "tcp 1.1.1.1:1 2.2.2.2:2 tcpflags ack",
+             "tcp 1.1.1.1:1 2.2.2.2:2 tcpflags syn"},
+        Case{"tcpoptions mss,!sack", "tcp 1.1.1.1:1 2.2.2.2:2 tcpoptions mss,ts",
+             "tcp 1.1.1.1:1 2.2.2.2:2 tcpoptions mss,sack"},
+        Case{"ipoptions rr", "udp 1.1.1.1:1 2.2.2.2:2 ipoptions rr,lsrr",
+             "udp 1.1.1.1:1 2.2.2.2:2"},
+        Case{"iptos lowdelay,!mincost", "udp 1.1.1.1:1 2.2.2.2:2 iptos lowdelay",
+             "udp 1.1.1.1:1 2.2.2.2:2 iptos lowdelay,mincost"},
+        Case{"in via en0", "tcp 1.1.1.1:1 2.2.2.2:2 in via en0",
+             "tcp 1.1.1.1:1 2.2.2.2:2 out via en0"},
+        Case{"via en*", "tcp 1.1.1.1:1 2.2.2.2:2 via en3", "tcp 1.1.1.1:1 2.2.2.2:2 via lo0"},
+        Case{"via 10.9.9.9", "tcp 1.1.1.1:1 2.2.2.2:2 via en0 ifaddr 10.9.9.9",
+             "tcp 1.1.1.1:1 2.2.2.2:2 via en0 ifaddr 10.9.9.8"},
+        Case{"xmit en0", "tcp 1.1.1.1:1 2.2.2.2:2 out via en0",
+             "tcp 1.1.1.1:1 2.2.2.2:2 in via en0"},
+        // MAC conditions only ever match packets seen at layer 2.
+        Case{"mac any 00:1A:2b:3c:4d:5e",
+             "udp 1.1.1.1:1 2.2.2.2:2 mac 11:11:11:11:11:11 00:1a:2b:3c:4d:5e",
+             "udp 1.1.1.1:1 2.2.2.2:2"}));
+
+TEST(PacketMatcher, KeepStateLetsTheAnswerBackThroughCheckState) {
+    Session s;
+    s.run("-q add 100 check-state");
+    s.run("-q add 200 allow proto tcp src-ip me keep-state");
+    s.run("-q add 300 deny proto tcp");
+    EXPECT_EQ(s.run("packet tcp 1.1.1.1:80 10.0.0.2:5000"), "300 Deny\n");
+    EXPECT_EQ(s.run("packet tcp 10.0.0.2:5000 1.1.1.1:80 tcpflags syn"), "200 Accept\n");
+    EXPECT_EQ(s.run("packet tcp 1.1.1.1:80 10.0.0.2:5000 tcpflags syn,ack"),
+              "200 Accept (state)\n");
+    EXPECT_EQ(s.run("packet tcp 1.1.1.1:81 10.0.0.2:5000"), "300 Deny\n");
+    EXPECT_EQ(s.run("-d show 200"),
+              "00200 2 80 allow ip from any to any proto tcp src-ip me keep-state\n"
+              "## Dynamic rules:\n"
+              "00200 1 40 (300s) STATE tcp 10.0.0.2 5000 <-> 1.1.1.1 80\n");
+}
+
+TEST(PacketMatcher, DynamicEntriesExpireAndGoWithTheirRule) {
+    Session s;
+    s.run("-q add 100 check-state");
+    s.run("-q add 150 deny proto udp src-port 53");
+    s.run("-q add 200 allow proto udp keep-state");
+    s.run("packet udp 10.0.0.2:4000 9.9.9.9:53");
+    EXPECT_EQ(s.run("packet udp 9.9.9.9:53 10.0.0.2:4000"), "200 Accept (state)\n");
+    s.env.clock += 11;  // UDP entries live ten seconds after their last packet
+    EXPECT_EQ(s.run("packet udp 9.9.9.9:53 10.0.0.2:4000"), "150 Deny\n");
+    EXPECT_EQ(s.run("packet udp 10.0.0.2:4000 9.9.9.9:53"), "200 Accept\n");
+    EXPECT_EQ(s.run("packet udp 9.9.9.9:53 10.0.0.2:4000"), "200 Accept (state)\n");
+    s.run("-q delete 200");
+    EXPECT_EQ(s.run("packet udp 9.9.9.9:53 10.0.0.2:4000"), "150 Deny\n");
+}
+
+TEST(PacketMatcher, ProbabilityIsReproducibleWithAFixedSeed) {
+    auto verdicts = [](uint64_t seed) {
+        Session s;
+        s.env.seed = seed;
+        s.run("-q add 100 prob 0.3 deny proto icmp");
+        std::string all;
+        for (int i = 0; i < 200; ++i) {
+            all += s.run("packet icmp 1.1.1.1 2.2.2.2");
+        }
+        return all;
+    };
+    const std::string first = verdicts(7);
+    EXPECT_EQ(first, verdicts(7));
+    EXPECT_NE(first, verdicts(8));
+    size_t denied = 0;
+    for (size_t at = first.find("100 Deny"); at != std::string::npos;
+         at = first.find("100 Deny", at + 1)) {
+        ++denied;
+    }
+    EXPECT_GT(denied, 40u);  // 60 expected of 200
+    EXPECT_LT(denied, 80u);
+}
+
+TEST(PacketMatcher, DrawsAreUniformAndDifferPerPacket) {
+    auto draws = probabilityDraws(1, 0);
+    uint64_t sum = 0;
+    for (int i = 0; i < 1000; ++i) {
+        uint32_t value = draws();
+        ASSERT_LT(value, 0x80000000u);
+        sum += value;
+    }
+    EXPECT_NEAR(static_cast<double>(sum) / 1000 / 0x7fffffff, 0.5, 0.05);
+    EXPECT_NE(probabilityDraws(1, 0)(), probabilityDraws(1, 1)());
+}
+
+TEST(PacketLog, WritesTheKernelLineToTheFileSyslogRoutesTo) {
+    Session s;
+    s.run("-q add 3100 deny log logamount 0 proto tcp");
+    s.run("-q add 3200 unreach 1 log proto udp");
+    s.run("-q add 3300 allow log proto icmp");
+    s.run("-q add 3400 reset log proto 47");
+    s.run("packet tcp 10.0.0.1:1234 10.0.0.2:22 in via en0");
+    s.run("packet udp 10.0.0.1:5 10.0.0.2:6 out via en1");
+    s.run("packet icmp 10.0.0.1 10.0.0.2 icmptype 8");
+    s.run("packet 47 10.0.0.1 10.0.0.2 via gif0");
+    EXPECT_EQ(
+        s.env.files["/var/log/ipfw.log"],
+        "Nov 14 22:13:20 myhost kernel: ipfw: 3100 Deny TCP 10.0.0.1:1234 10.0.0.2:22 in via en0\n"
+        "Nov 14 22:13:20 myhost kernel: ipfw: 3200 Reject UDP 10.0.0.1:5 10.0.0.2:6 out via en1\n"
+        "Nov 14 22:13:20 myhost kernel: ipfw: 3300 Accept ICMP:8.0 10.0.0.1 10.0.0.2 [no if info]\n"
+        "Nov 14 22:13:20 myhost kernel: ipfw: 3400 Reset P:47 10.0.0.1 10.0.0.2 in via gif0\n");
+}
+
+TEST(PacketLog, LogamountStopsAfterItsBudgetAndVerboseSwitchesLoggingOff) {
+    Session s;
+    s.run("-q add 3100 deny log logamount 2 proto tcp");
+    for (int i = 0; i < 4; ++i) {
+        s.run("packet tcp 10.0.0.1:1 10.0.0.2:2 via en0");
+    }
+    const std::string line =
+        "Nov 14 22:13:20 myhost kernel: ipfw: 3100 Deny TCP 10.0.0.1:1 10.0.0.2:2 in via en0\n";
+    const std::string limit =
+        "Nov 14 22:13:20 myhost kernel: ipfw: limit 2 reached on entry 3100\n";
+    EXPECT_EQ(s.env.files["/var/log/ipfw.log"], line + line + limit);
+    s.run("-q resetlog");
+    s.run("disable verbose");
+    s.run("packet tcp 10.0.0.1:1 10.0.0.2:2 via en0");
+    s.run("enable verbose");
+    s.run("packet tcp 10.0.0.1:1 10.0.0.2:2 via en0");
+    EXPECT_EQ(s.env.files["/var/log/ipfw.log"], line + line + limit + line);
+}
+
+TEST(PacketLog, NothingIsWrittenWithoutARoute) {
+    Session s;
+    s.env.syslogConf = "";
+    s.run("-q add 3100 deny log proto tcp");
+    EXPECT_EQ(s.run("packet tcp 10.0.0.1:1 10.0.0.2:2"), "3100 Deny\n");
+    EXPECT_TRUE(s.env.files.empty());
+}
+
+TEST(PacketCommand, RefusesMalformedPackets) {
+    Session s;
+    for (const char* bad :
+         {"packet tcp", "packet tcp 1.1.1.1:99999 2.2.2.2", "packet bogus 1.1.1.1 2.2.2.2",
+          "packet tcp 1.1.1.1 2.2.2.x", "packet tcp 1.1.1.1 2.2.2.2 tcpflags syn,nope",
+          "packet tcp 1.1.1.1 2.2.2.2 via", "packet udp 1.1.1.1 2.2.2.2 wobble 3"}) {
+        s.run(bad);
+        EXPECT_EQ(s.exitCode, kExitUsage) << bad;
+        EXPECT_EQ(s.console.errors.rfind("ipfw: packet: ", 0), 0u) << s.console.errors;
+    }
+}
+
+}  // namespace
+}  // namespace simtest
