@@ -39,7 +39,7 @@ struct Knote {
     // filling `out` when it does.
     Outcome evaluate(struct kevent& out);
 
-  private:
+private:
     Outcome evaluateRead(const struct stat& status, struct kevent& out);
     Outcome evaluateVnode(struct kevent& out);
 };

@@ -12,7 +12,7 @@
 namespace qvkq {
 
 class Kqueue {
-  public:
+public:
     explicit Kqueue(int inotifyFd) : fd_(inotifyFd) {}
 
     int fd() const { return fd_; }
@@ -21,7 +21,7 @@ class Kqueue {
     int run(const struct kevent* changes, int changeCount, struct kevent* events, int eventCount,
             const struct timespec* timeout);
 
-  private:
+private:
     // 0 or the errno value for one change.
     int apply(const struct kevent& change);
     int add(const struct kevent& change, const struct stat& status);

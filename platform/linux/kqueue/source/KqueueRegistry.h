@@ -13,7 +13,7 @@
 namespace qvkq {
 
 class KqueueRegistry {
-  public:
+public:
     static KqueueRegistry& instance();
 
     // A new kqueue descriptor, or -1 with errno set.
@@ -21,7 +21,7 @@ class KqueueRegistry {
     // The queue behind `fd`, or null when `fd` is not a live kqueue descriptor.
     std::shared_ptr<Kqueue> find(int fd);
 
-  private:
+private:
     void sweepClosed();
 
     std::mutex mutex_;
