@@ -116,6 +116,8 @@ void ListCommand::printDefaultRule(const StateHeader& header) const {
     context_.console.out(RuleLister(context_.env.names()).line(rule, header.defaultRule, style_));
 }
 
+// "## Dynamic rules" and one line per live entry of the listed numbers; with counters,
+// each line also tells the seconds the entry has left.
 void ListCommand::printDynamic(const StateHeader& header, const std::vector<Range>& ranges) const {
     if (!context_.options.dynamic || header.dynamic.empty()) {
         return;
@@ -126,32 +128,30 @@ void ListCommand::printDynamic(const StateHeader& header, const std::vector<Rang
     const int64_t now = context_.env.now();
     for (const Range& range : ranges) {
         for (const DynamicState& state : header.dynamic) {
-            if (state.ruleNumber < range.low || state.ruleNumber > range.high) {
-                continue;
+            const int64_t left = std::max<int64_t>(0, state.expires - now);
+            if (state.ruleNumber >= range.low && state.ruleNumber <= range.high &&
+                (left > 0 || context_.options.expired)) {
+                context_.console.out(dynamicLine(state, left));
             }
-            int64_t left = std::max<int64_t>(0, state.expires - now);
-            if (left == 0 && !context_.options.expired) {
-                continue;
-            }
-            char head[96];
-            std::snprintf(head, sizeof(head), "%05u", state.ruleNumber);
-            std::string text = head;
-            if (style_.counters) {
-                std::snprintf(head, sizeof(head), " %*llu %*llu (%llds)", style_.packetWidth,
-                              static_cast<unsigned long long>(state.counters.packets),
-                              style_.byteWidth,
-                              static_cast<unsigned long long>(state.counters.bytes),
-                              static_cast<long long>(left));
-                text += head;
-            }
-            std::string proto = context_.env.names().protocolName(state.proto);
-            text += " STATE " + (proto.empty() ? "proto " + std::to_string(state.proto) : proto);
-            text += " " + dottedQuad(state.srcAddress) + " " + std::to_string(state.srcPort) +
-                    " <-> " + dottedQuad(state.dstAddress) + " " + std::to_string(state.dstPort) +
-                    "\n";
-            context_.console.out(text);
         }
     }
+}
+
+std::string ListCommand::dynamicLine(const DynamicState& state, int64_t secondsLeft) const {
+    char text[96];
+    std::snprintf(text, sizeof(text), "%05u", state.ruleNumber);
+    std::string line = text;
+    if (style_.counters) {
+        std::snprintf(text, sizeof(text), " %*llu %*llu (%llds)", style_.packetWidth,
+                      static_cast<unsigned long long>(state.counters.packets), style_.byteWidth,
+                      static_cast<unsigned long long>(state.counters.bytes),
+                      static_cast<long long>(secondsLeft));
+        line += text;
+    }
+    const std::string proto = context_.env.names().protocolName(state.proto);
+    return line + " STATE " + (proto.empty() ? "proto " + std::to_string(state.proto) : proto) +
+           " " + dottedQuad(state.srcAddress) + " " + std::to_string(state.srcPort) + " <-> " +
+           dottedQuad(state.dstAddress) + " " + std::to_string(state.dstPort) + "\n";
 }
 
 }  // namespace ipfwsim

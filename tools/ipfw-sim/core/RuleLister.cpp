@@ -193,10 +193,11 @@ std::string RuleLister::body(const Rule& rule) const {
         out += text;
     }
     out += actionText(rule);
-    int flags = rule.action.kind == ActionKind::CheckState ? kHaveAll : 0;
     if (rule.log) {
         out += rule.logAmount > 0 ? " log logamount " + std::to_string(rule.logAmount) : " log";
     }
+    // A check-state rule never shows "ip from any to any".
+    int flags = rule.action.kind == ActionKind::CheckState ? kHaveAll : 0;
     if (rule.optionsOnly) {
         fillPrerequisites(out, flags, kHaveProto);
         out += " from any to any";
@@ -204,50 +205,52 @@ std::string RuleLister::body(const Rule& rule) const {
     }
     for (const Match& match : rule.matches) {
         fillPrerequisites(out, flags, 0);
-        const std::string notText = match.negated ? " not" : "";
-        switch (match.kind) {
-            case MatchKind::SrcAddr:
-            case MatchKind::SrcMe:
-                fillPrerequisites(out, flags, kHaveProto);
-                out += (flags & kHaveSrc) == 0 ? " from" : "";
-                out += notText + ((flags & kHaveOptions) != 0 ? " src-ip " : " ");
-                out += addressList(match);
-                flags |= kHaveSrc;
-                break;
-            case MatchKind::DstAddr:
-            case MatchKind::DstMe:
-                fillPrerequisites(out, flags, kHaveProto | kHaveSrc);
-                out += (flags & kHaveDst) == 0 ? " to" : "";
-                out += notText + ((flags & kHaveOptions) != 0 ? " dst-ip " : " ");
-                out += addressList(match);
-                flags |= kHaveDst;
-                break;
-            case MatchKind::DstPort:
-            case MatchKind::SrcPort:
-                if (match.kind == MatchKind::DstPort) {
-                    fillPrerequisites(out, flags, kHaveAll);
-                }
-                fillPrerequisites(out, flags, kHaveProto | kHaveSrc);
-                out += notText;
-                if ((flags & kHaveOptions) != 0) {
-                    out += match.kind == MatchKind::DstPort ? " dst-port" : " src-port";
-                }
-                out += portList(match);
-                break;
-            case MatchKind::Proto:
-                out += notText + ((flags & kHaveOptions) != 0 ? " proto " : " ");
-                out += protocolText(match.value);
-                flags |= kHaveProto;
-                break;
-            default:
-                fillPrerequisites(out, flags, kHaveAll | kHaveOptions);
-                out += match.kind == MatchKind::In ? "" : notText;
-                out += optionText(match);
-                break;
-        }
+        out += conditionText(match, flags);
     }
     fillPrerequisites(out, flags, kHaveAll);
     return out;
+}
+
+// Before the options, addresses, ports and the protocol take their places in
+// "PROTO from SRC [PORTS] to DST [PORTS]"; after, each is printed with its keyword.
+std::string RuleLister::conditionText(const Match& match, int& flags) const {
+    std::string out;
+    const std::string notText = match.negated ? " not" : "";
+    switch (match.kind) {
+        case MatchKind::SrcAddr:
+        case MatchKind::SrcMe:
+            fillPrerequisites(out, flags, kHaveProto);
+            out += (flags & kHaveSrc) == 0 ? " from" : "";
+            out += notText + ((flags & kHaveOptions) != 0 ? " src-ip " : " ") + addressList(match);
+            flags |= kHaveSrc;
+            return out;
+        case MatchKind::DstAddr:
+        case MatchKind::DstMe:
+            fillPrerequisites(out, flags, kHaveProto | kHaveSrc);
+            out += (flags & kHaveDst) == 0 ? " to" : "";
+            out += notText + ((flags & kHaveOptions) != 0 ? " dst-ip " : " ") + addressList(match);
+            flags |= kHaveDst;
+            return out;
+        case MatchKind::DstPort:
+        case MatchKind::SrcPort:
+            if (match.kind == MatchKind::DstPort) {
+                fillPrerequisites(out, flags, kHaveAll);
+            }
+            fillPrerequisites(out, flags, kHaveProto | kHaveSrc);
+            out += notText;
+            if ((flags & kHaveOptions) != 0) {
+                out += match.kind == MatchKind::DstPort ? " dst-port" : " src-port";
+            }
+            return out + portList(match);
+        case MatchKind::Proto:
+            flags |= kHaveProto;
+            return notText + ((flags & kHaveOptions) != 0 ? " proto " : " ") +
+                   protocolText(match.value);
+        default:
+            fillPrerequisites(out, flags, kHaveAll | kHaveOptions);
+            // "not in" is listed as "out", never as "not in".
+            return out + (match.kind == MatchKind::In ? "" : notText) + optionText(match);
+    }
 }
 
 std::string RuleLister::line(const Rule& rule, const Counters& counters,

@@ -479,109 +479,44 @@ Status RuleParser::parseOptions() {
     return Status::success();
 }
 
+// Option keywords and their handlers; aliases share a handler.
+const std::vector<std::pair<const char*, Status (RuleParser::*)(const std::string&)>>&
+RuleParser::optionHandlers() {
+    static const std::vector<std::pair<const char*, Status (RuleParser::*)(const std::string&)>>
+        handlers = {{"not", &RuleParser::parseNotOption},
+                    {"in", &RuleParser::parseDirectionOption},
+                    {"out", &RuleParser::parseDirectionOption},
+                    {"via", &RuleParser::parseInterfaceOption},
+                    {"recv", &RuleParser::parseInterfaceOption},
+                    {"xmit", &RuleParser::parseInterfaceOption},
+                    {"icmptypes", &RuleParser::parseIcmpTypesOption},
+                    {"icmptype", &RuleParser::parseIcmpTypesOption},
+                    {"ipoptions", &RuleParser::parseFlagOption},
+                    {"ipopts", &RuleParser::parseFlagOption},
+                    {"iptos", &RuleParser::parseFlagOption},
+                    {"tcpoptions", &RuleParser::parseFlagOption},
+                    {"tcpopts", &RuleParser::parseFlagOption},
+                    {"tcpflags", &RuleParser::parseFlagOption},
+                    {"tcpflgs", &RuleParser::parseFlagOption},
+                    {"setup", &RuleParser::parseBareOption},
+                    {"established", &RuleParser::parseBareOption},
+                    {"estab", &RuleParser::parseBareOption},
+                    {"keep-state", &RuleParser::parseKeepState},
+                    {"proto", &RuleParser::parseProtoOption},
+                    {"src-ip", &RuleParser::parseAddressOption},
+                    {"dst-ip", &RuleParser::parseAddressOption},
+                    {"src-port", &RuleParser::parsePortOption},
+                    {"dst-port", &RuleParser::parsePortOption},
+                    {"mac", &RuleParser::parseMacOption},
+                    {"MAC", &RuleParser::parseMacOption}};
+    return handlers;
+}
+
 Status RuleParser::parseOption(const std::string& keyword) {
-    if (keyword == "not") {
-        if (pendingNot_) {
-            return Status::failure(kExitUsage, "double \"not\" not allowed\n");
+    for (const auto& handler : optionHandlers()) {
+        if (keyword == handler.first) {
+            return (this->*handler.second)(keyword);
         }
-        pendingNot_ = true;
-        return Status::success();
-    }
-    if (keyword == "in" || keyword == "out") {
-        Match match;
-        match.kind = MatchKind::In;
-        match.negated = pendingNot_ != (keyword == "out");
-        pendingNot_ = false;
-        rule_.matches.push_back(match);
-        return Status::success();
-    }
-    if (keyword == "via") {
-        return parseInterfaceOption(MatchKind::Via);
-    }
-    if (keyword == "recv") {
-        return parseInterfaceOption(MatchKind::Recv);
-    }
-    if (keyword == "xmit") {
-        return parseInterfaceOption(MatchKind::Xmit);
-    }
-    if (keyword == "icmptypes" || keyword == "icmptype") {
-        if (atEnd()) {
-            return Status::failure(kExitUsage, "icmptypes requires list of types");
-        }
-        Match match;
-        match.kind = MatchKind::IcmpTypes;
-        Status status = parseIcmpTypes(words_[pos_++], match.value);
-        if (status.ok()) {
-            emit(match);
-        }
-        return status;
-    }
-    if (keyword == "ipoptions" || keyword == "ipopts") {
-        return parseFlagOption(MatchKind::IpOptions, "missing argument for ipoptions");
-    }
-    if (keyword == "iptos") {
-        return parseFlagOption(MatchKind::IpTos, "missing argument for iptos");
-    }
-    if (keyword == "tcpoptions" || keyword == "tcpopts") {
-        return parseFlagOption(MatchKind::TcpOptions, "missing argument for tcpoptions");
-    }
-    if (keyword == "tcpflags" || keyword == "tcpflgs") {
-        return parseFlagOption(MatchKind::TcpFlags, "missing argument for tcpflags");
-    }
-    if (keyword == "setup") {
-        Match match;
-        match.kind = MatchKind::TcpFlags;
-        match.value = kTcpSyn | (static_cast<uint32_t>(kTcpAck) << 8);
-        emit(match);
-        return Status::success();
-    }
-    if (keyword == "established" || keyword == "estab") {
-        Match match;
-        match.kind = MatchKind::Established;
-        emit(match);
-        return Status::success();
-    }
-    if (keyword == "keep-state") {
-        return parseKeepState();
-    }
-    if (keyword == "proto") {
-        if (atEnd()) {
-            return Status::failure(kExitUsage, "missing protocol");
-        }
-        const std::string word = words_[pos_++];
-        if (matchesAbbreviated(word, "all", diagnostics_) || word == "ip") {
-            proto_ = 0;
-            return Status::success();
-        }
-        if (word == "ipv4" || word == "ip4" || word == "ipv6" || word == "ip6") {
-            return Status::notModelled(word);
-        }
-        uint32_t number = 0;
-        if (!protocolNumber(word, number)) {
-            return Status::failure(kExitDataErr, "invalid protocol ``" + word + "''");
-        }
-        Match match;
-        match.kind = MatchKind::Proto;
-        match.value = number;
-        proto_ = static_cast<uint8_t>(number);
-        emit(match);
-        return Status::success();
-    }
-    if (keyword == "src-ip") {
-        return parseAddressOption(MatchKind::SrcAddr, "missing source IP");
-    }
-    if (keyword == "dst-ip") {
-        return parseAddressOption(MatchKind::DstAddr, "missing destination IP");
-    }
-    if (keyword == "src-port") {
-        return parsePortOption(MatchKind::SrcPort, "missing source port", "invalid source port ");
-    }
-    if (keyword == "dst-port") {
-        return parsePortOption(MatchKind::DstPort, "missing destination port",
-                               "invalid destination port ");
-    }
-    if (keyword == "mac" || keyword == "MAC") {
-        return parseMacOption();
     }
     if (isNamedIn(keyword, unmodelledOptions())) {
         return Status::notModelled(keyword);
@@ -589,9 +524,77 @@ Status RuleParser::parseOption(const std::string& keyword) {
     return Status::failure(kExitUsage, "unrecognised option [-1] " + keyword + "\n");
 }
 
-Status RuleParser::parseAddressOption(MatchKind kind, const char* missingMessage) {
+Status RuleParser::parseNotOption(const std::string&) {
+    if (pendingNot_) {
+        return Status::failure(kExitUsage, "double \"not\" not allowed\n");
+    }
+    pendingNot_ = true;
+    return Status::success();
+}
+
+// "out" is a negated "in", so "not out" reads as "in".
+Status RuleParser::parseDirectionOption(const std::string& keyword) {
+    Match match;
+    match.kind = MatchKind::In;
+    match.negated = pendingNot_ != (keyword == "out");
+    pendingNot_ = false;
+    rule_.matches.push_back(match);
+    return Status::success();
+}
+
+Status RuleParser::parseIcmpTypesOption(const std::string&) {
     if (atEnd()) {
-        return Status::failure(kExitUsage, missingMessage);
+        return Status::failure(kExitUsage, "icmptypes requires list of types");
+    }
+    Match match;
+    match.kind = MatchKind::IcmpTypes;
+    Status status = parseIcmpTypes(words_[pos_++], match.value);
+    if (status.ok()) {
+        emit(match);
+    }
+    return status;
+}
+
+// "setup" is the flag test syn,!ack; "established" needs no argument.
+Status RuleParser::parseBareOption(const std::string& keyword) {
+    Match match;
+    match.kind = keyword == "setup" ? MatchKind::TcpFlags : MatchKind::Established;
+    if (keyword == "setup") {
+        match.value = kTcpSyn | (static_cast<uint32_t>(kTcpAck) << 8);
+    }
+    emit(match);
+    return Status::success();
+}
+
+Status RuleParser::parseProtoOption(const std::string&) {
+    if (atEnd()) {
+        return Status::failure(kExitUsage, "missing protocol");
+    }
+    const std::string word = words_[pos_++];
+    if (matchesAbbreviated(word, "all", diagnostics_) || word == "ip") {
+        proto_ = 0;
+        return Status::success();
+    }
+    if (word == "ipv4" || word == "ip4" || word == "ipv6" || word == "ip6") {
+        return Status::notModelled(word);
+    }
+    uint32_t number = 0;
+    if (!protocolNumber(word, number)) {
+        return Status::failure(kExitDataErr, "invalid protocol ``" + word + "''");
+    }
+    Match match;
+    match.kind = MatchKind::Proto;
+    match.value = number;
+    proto_ = static_cast<uint8_t>(number);
+    emit(match);
+    return Status::success();
+}
+
+Status RuleParser::parseAddressOption(const std::string& keyword) {
+    const bool source = keyword == "src-ip";
+    const MatchKind kind = source ? MatchKind::SrcAddr : MatchKind::DstAddr;
+    if (atEnd()) {
+        return Status::failure(kExitUsage, source ? "missing source IP" : "missing destination IP");
     }
     Match match;
     bool emitted = false;
@@ -602,10 +605,12 @@ Status RuleParser::parseAddressOption(MatchKind kind, const char* missingMessage
     return status;
 }
 
-Status RuleParser::parsePortOption(MatchKind kind, const char* missingMessage,
-                                   const char* invalidMessage) {
+Status RuleParser::parsePortOption(const std::string& keyword) {
+    const bool source = keyword == "src-port";
+    const MatchKind kind = source ? MatchKind::SrcPort : MatchKind::DstPort;
     if (atEnd()) {
-        return Status::failure(kExitUsage, missingMessage);
+        return Status::failure(kExitUsage,
+                               source ? "missing source port" : "missing destination port");
     }
     const std::string word = words_[pos_++];
     if (matchesAbbreviated(word, "any", diagnostics_)) {
@@ -619,22 +624,38 @@ Status RuleParser::parsePortOption(MatchKind kind, const char* missingMessage,
         return status;
     }
     if (!valid) {
-        return Status::failure(kExitDataErr, invalidMessage + word);
+        return Status::failure(
+            kExitDataErr, (source ? "invalid source port " : "invalid destination port ") + word);
     }
     emit(match);
     return Status::success();
 }
 
-Status RuleParser::parseFlagOption(MatchKind kind, const char* missingMessage) {
-    if (atEnd()) {
-        return Status::failure(kExitUsage, missingMessage);
+// tcpflags, tcpoptions, ipoptions and iptos: a list of names from their table.
+Status RuleParser::parseFlagOption(const std::string& keyword) {
+    struct FlagOption {
+        const char* prefix;
+        const char* name;
+        MatchKind kind;
+        const KeywordList& table;
+    };
+    static const FlagOption options[] = {
+        {"tcpf", "tcpflags", MatchKind::TcpFlags, tcpFlagKeywords()},
+        {"tcpo", "tcpoptions", MatchKind::TcpOptions, tcpOptionKeywords()},
+        {"ipo", "ipoptions", MatchKind::IpOptions, ipOptionKeywords()},
+        {"ipt", "iptos", MatchKind::IpTos, ipTosKeywords()}};
+    const FlagOption* option = &options[0];
+    for (const FlagOption& candidate : options) {
+        if (keyword.rfind(candidate.prefix, 0) == 0) {
+            option = &candidate;
+        }
     }
-    const KeywordList& table = kind == MatchKind::TcpFlags     ? tcpFlagKeywords()
-                               : kind == MatchKind::TcpOptions ? tcpOptionKeywords()
-                               : kind == MatchKind::IpOptions  ? ipOptionKeywords()
-                                                               : ipTosKeywords();
+    if (atEnd()) {
+        return Status::failure(kExitUsage, std::string("missing argument for ") + option->name);
+    }
+    const KeywordList& table = option->table;
     Match match;
-    match.kind = kind;
+    match.kind = option->kind;
     Status status = parseFlagList(words_[pos_++], table, match.value);
     if (status.ok()) {
         emit(match);
@@ -642,7 +663,10 @@ Status RuleParser::parseFlagOption(MatchKind kind, const char* missingMessage) {
     return status;
 }
 
-Status RuleParser::parseInterfaceOption(MatchKind kind) {
+Status RuleParser::parseInterfaceOption(const std::string& keyword) {
+    const MatchKind kind = keyword == "via"    ? MatchKind::Via
+                           : keyword == "recv" ? MatchKind::Recv
+                                               : MatchKind::Xmit;
     if (atEnd()) {
         return Status::failure(kExitUsage, "recv, xmit, via require interface name or address");
     }
@@ -660,7 +684,7 @@ Status RuleParser::parseInterfaceOption(MatchKind kind) {
     return status;
 }
 
-Status RuleParser::parseMacOption() {
+Status RuleParser::parseMacOption(const std::string&) {
     if (words_.size() - pos_ < 2) {
         return Status::failure(kExitDataErr, "MAC dst src");
     }
@@ -678,7 +702,7 @@ Status RuleParser::parseMacOption() {
     return Status::success();
 }
 
-Status RuleParser::parseKeepState() {
+Status RuleParser::parseKeepState(const std::string&) {
     if (haveState_) {
         return Status::failure(kExitUsage, "only one of keep-state and limit is allowed");
     }
@@ -710,38 +734,12 @@ Status RuleParser::addressMatch(const std::string& text, MatchKind kind, bool& e
     match.kind = kind;
     size_t start = 0;
     while (true) {
-        size_t sep = text.find_first_of("/:,{", start);
-        char mode = sep == std::string::npos ? '\0' : text[sep];
-        if (mode == '{') {
-            return Status::notModelled("address set " + text);
-        }
-        std::string host = text.substr(start, sep == std::string::npos ? sep : sep - start);
-        size_t next = mode == ',' ? sep : std::string::npos;
-        std::string maskText;
-        if (mode == '/' || mode == ':') {
-            next = text.find_first_of(",{", sep + 1);
-            maskText = text.substr(sep + 1, next == std::string::npos ? next : next - sep - 1);
-            if (next != std::string::npos && text[next] == '{') {
-                return Status::notModelled("address set " + text);
-            }
-        }
         AddressMask element;
-        if (!lookupHost(names_, host, element.address)) {
-            return Status::failure(kExitNoHost, "hostname ``" + host + "'' unknown");
+        size_t next = std::string::npos;
+        Status status = parseAddressElement(text, start, element, next);
+        if (!status.ok()) {
+            return status;
         }
-        element.mask = 0xffffffffu;
-        if (mode == ':' && !parseInetAton(maskText, element.mask)) {
-            return Status::failure(kExitDataErr, "bad netmask ``" + maskText + "''");
-        }
-        if (mode == '/') {
-            long long bits = atoiSaturating(maskText);
-            if (bits > 32) {
-                return Status::failure(kExitDataErr, "bad width ``" + maskText + "''");
-            }
-            // A negative width shifts the way the real command's C expression does on x86.
-            element.mask = bits == 0 ? 0 : ~0u << ((32 - bits) & 31);
-        }
-        element.address &= element.mask;
         if (element.mask == 0) {
             if (pendingNot_ && next == std::string::npos && match.addresses.empty()) {
                 return Status::failure(kExitDataErr, "not any never matches");
@@ -759,6 +757,41 @@ Status RuleParser::addressMatch(const std::string& text, MatchKind kind, bool& e
         return Status::failure(kExitDataErr, "address list too long");
     }
     emitted = true;
+    return Status::success();
+}
+
+// One "host[/len|:mask]" element starting at `start`; `next` is the comma after it.
+// The host is resolved before the mask is looked at, as in the real command.
+Status RuleParser::parseAddressElement(const std::string& text, size_t start, AddressMask& element,
+                                       size_t& next) const {
+    size_t sep = text.find_first_of("/:,{", start);
+    char mode = sep == std::string::npos ? '\0' : text[sep];
+    next = mode == ',' ? sep : std::string::npos;
+    std::string maskText;
+    if (mode == '/' || mode == ':') {
+        next = text.find_first_of(",{", sep + 1);
+        maskText = text.substr(sep + 1, next == std::string::npos ? next : next - sep - 1);
+    }
+    if (mode == '{' || (next != std::string::npos && text[next] == '{')) {
+        return Status::notModelled("address set " + text);
+    }
+    std::string host = text.substr(start, sep == std::string::npos ? sep : sep - start);
+    if (!lookupHost(names_, host, element.address)) {
+        return Status::failure(kExitNoHost, "hostname ``" + host + "'' unknown");
+    }
+    element.mask = 0xffffffffu;
+    if (mode == ':' && !parseInetAton(maskText, element.mask)) {
+        return Status::failure(kExitDataErr, "bad netmask ``" + maskText + "''");
+    }
+    if (mode == '/') {
+        long long bits = atoiSaturating(maskText);
+        if (bits > 32) {
+            return Status::failure(kExitDataErr, "bad width ``" + maskText + "''");
+        }
+        // A negative width shifts the way the real command's C expression does on x86.
+        element.mask = bits == 0 ? 0 : ~0u << ((32 - bits) & 31);
+    }
+    element.address &= element.mask;
     return Status::success();
 }
 

@@ -32,7 +32,6 @@ int SetCommand::runSet(const std::vector<std::string>& words) {
     }
     Diagnostics diagnostics;
     const std::string& verb = words[0];
-    int result = -1;
     if (matchesAbbreviated(verb, "show", diagnostics)) {
         context_.warnAll(diagnostics);
         return show();
@@ -46,8 +45,7 @@ int SetCommand::runSet(const std::vector<std::string>& words) {
     bool enable = matchesAbbreviated(verb, "enable", diagnostics);
     if (enable || matchesAbbreviated(verb, "disable", diagnostics)) {
         context_.warnAll(diagnostics);
-        result = changeSets(words, enable);
-        return result;
+        return changeSets(words, enable);
     }
     context_.warnAll(diagnostics);
     return context_.fail(Status::failure(kExitUsage, "invalid set command " + verb + "\n"));

@@ -24,48 +24,73 @@ bool isOneOf(const std::string& word, std::initializer_list<const char*> names) 
     return false;
 }
 
+using Words = std::vector<std::string>;
+using Handler = int (*)(const CommandContext&, const Words&);
+
+struct Verb {
+    const char* keyword;
+    Handler handler;
+};
+
+int runAdd(const CommandContext& c, const Words& rest) {
+    return AddCommand(c).run(rest);
+}
+int runDelete(const CommandContext& c, const Words& rest) {
+    return DeleteCommand(c).runDelete(rest);
+}
+int runFlush(const CommandContext& c, const Words&) {
+    return DeleteCommand(c).runFlush();
+}
+int runZero(const CommandContext& c, const Words& rest) {
+    return CounterCommand(c, false).run(rest);
+}
+int runResetlog(const CommandContext& c, const Words& rest) {
+    return CounterCommand(c, true).run(rest);
+}
+int runList(const CommandContext& c, const Words& rest) {
+    return ListCommand(c, false).run(rest);
+}
+int runShow(const CommandContext& c, const Words& rest) {
+    return ListCommand(c, true).run(rest);
+}
+int runSet(const CommandContext& c, const Words& rest) {
+    return SetCommand(c).runSet(rest);
+}
+int runEnable(const CommandContext& c, const Words& rest) {
+    return SetCommand(c).runSwitch(rest, true);
+}
+int runDisable(const CommandContext& c, const Words& rest) {
+    return SetCommand(c).runSwitch(rest, false);
+}
+int runHelp(const CommandContext& c, const Words&) {
+    c.console.out(Simulator::helpText());
+    return kExitOk;
+}
+
+// In the real command's order of tests, which decides what an abbreviation means.
+const Verb kVerbs[] = {{"add", runAdd},       {"delete", runDelete},     {"flush", runFlush},
+                       {"zero", runZero},     {"resetlog", runResetlog}, {"print", runList},
+                       {"list", runList},     {"show", runShow},         {"set", runSet},
+                       {"enable", runEnable}, {"disable", runDisable},   {"help", runHelp}};
+
 int dispatch(const CommandContext& context, const std::vector<std::string>& words) {
     const std::string& verb = words[0];
     const std::vector<std::string> rest(words.begin() + 1, words.end());
-    Diagnostics diagnostics;
-    auto is = [&](const char* keyword) { return matchesAbbreviated(verb, keyword, diagnostics); };
-    int result = -1;
     if (verb == "packet") {
-        result = PacketCommand(context).run(rest);
-    } else if (is("add")) {
-        context.warnAll(diagnostics);
-        result = AddCommand(context).run(rest);
-    } else if (is("delete")) {
-        context.warnAll(diagnostics);
-        result = DeleteCommand(context).runDelete(rest);
-    } else if (is("flush")) {
-        context.warnAll(diagnostics);
-        result = DeleteCommand(context).runFlush();
-    } else if (is("zero") || is("resetlog")) {
-        context.warnAll(diagnostics);
-        result = CounterCommand(context, verb[0] == 'r').run(rest);
-    } else if (is("print") || is("list")) {
-        context.warnAll(diagnostics);
-        result = ListCommand(context, false).run(rest);
-    } else if (is("show")) {
-        context.warnAll(diagnostics);
-        result = ListCommand(context, true).run(rest);
-    } else if (is("set")) {
-        context.warnAll(diagnostics);
-        result = SetCommand(context).runSet(rest);
-    } else if (is("enable") || is("disable")) {
-        context.warnAll(diagnostics);
-        result = SetCommand(context).runSwitch(rest, verb[0] == 'e');
-    } else if (is("help")) {
-        context.console.out(Simulator::helpText());
-        result = kExitOk;
-    } else if (isOneOf(verb, {"pipe", "queue", "nat", "table", "sched", "internal", "nat64lsn",
-                              "nptv6", "tables", "iflist", "talist", "sysctl"})) {
-        result = context.fail(Status::notModelled(verb));
-    } else {
-        result = context.fail(Status::failure(kExitUsage, "bad command `" + verb + "'"));
+        return PacketCommand(context).run(rest);
     }
-    return result;
+    for (const Verb& candidate : kVerbs) {
+        Diagnostics diagnostics;
+        if (matchesAbbreviated(verb, candidate.keyword, diagnostics)) {
+            context.warnAll(diagnostics);
+            return candidate.handler(context, rest);
+        }
+    }
+    if (isOneOf(verb, {"pipe", "queue", "nat", "table", "sched", "internal", "nat64lsn", "nptv6",
+                       "tables", "iflist", "talist", "sysctl"})) {
+        return context.fail(Status::notModelled(verb));
+    }
+    return context.fail(Status::failure(kExitUsage, "bad command `" + verb + "'"));
 }
 
 }  // namespace

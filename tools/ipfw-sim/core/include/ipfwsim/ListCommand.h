@@ -30,6 +30,7 @@ private:
     Status printLine(std::string_view line) const;
     void printDefaultRule(const StateHeader& header) const;
     void printDynamic(const StateHeader& header, const std::vector<Range>& ranges) const;
+    std::string dynamicLine(const DynamicState& state, int64_t secondsLeft) const;
     bool parseRange(const std::string& word, Range& range) const;
 
     const CommandContext& context_;

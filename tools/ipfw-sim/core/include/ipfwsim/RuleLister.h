@@ -37,6 +37,7 @@ public:
 
 private:
     std::string actionText(const Rule& rule) const;
+    std::string conditionText(const Match& match, int& flags) const;
     std::string protocolText(uint32_t number) const;
 
     const NameService& names_;

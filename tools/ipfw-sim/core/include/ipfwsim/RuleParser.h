@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "ipfwsim/Diagnostics.h"
@@ -33,15 +34,25 @@ private:
     Status parseClassicPorts(MatchKind kind);
     Status parseOptions();
     Status parseOption(const std::string& keyword);
-    Status parseAddressOption(MatchKind kind, const char* missingMessage);
-    Status parsePortOption(MatchKind kind, const char* missingMessage, const char* invalidMessage);
-    Status parseFlagOption(MatchKind kind, const char* missingMessage);
-    Status parseInterfaceOption(MatchKind kind);
-    Status parseMacOption();
-    Status parseKeepState();
+    static const std::vector<std::pair<const char*, Status (RuleParser::*)(const std::string&)>>&
+    optionHandlers();
+    // One handler per option keyword; each consumes the option's arguments.
+    Status parseNotOption(const std::string& keyword);
+    Status parseDirectionOption(const std::string& keyword);
+    Status parseIcmpTypesOption(const std::string& keyword);
+    Status parseBareOption(const std::string& keyword);
+    Status parseProtoOption(const std::string& keyword);
+    Status parseAddressOption(const std::string& keyword);
+    Status parsePortOption(const std::string& keyword);
+    Status parseFlagOption(const std::string& keyword);
+    Status parseInterfaceOption(const std::string& keyword);
+    Status parseMacOption(const std::string& keyword);
+    Status parseKeepState(const std::string& keyword);
 
     Status takeNot();
     Status addressMatch(const std::string& text, MatchKind kind, bool& emitted, Match& match);
+    Status parseAddressElement(const std::string& text, size_t start, AddressMask& element,
+                               size_t& next) const;
     Status portMatch(const std::string& text, Match& match, bool& valid);
     bool portValue(const std::string& text, size_t start, size_t& end, uint16_t& port) const;
     bool protocolNumber(const std::string& word, uint32_t& number) const;
