@@ -105,6 +105,14 @@ bool SystemNameService::protocolByName(const std::string& name, uint8_t& number)
 }
 
 std::string SystemNameService::protocolName(uint8_t number) const {
+    auto cached = protocolNames_.find(number);
+    if (cached == protocolNames_.end()) {
+        cached = protocolNames_.emplace(number, lookupProtocolName(number)).first;
+    }
+    return cached->second;
+}
+
+std::string SystemNameService::lookupProtocolName(uint8_t number) const {
     if (const protoent* entry = getprotobynumber(number)) {
         return entry->p_name;
     }

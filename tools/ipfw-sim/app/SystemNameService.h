@@ -21,8 +21,13 @@ public:
     std::string protocolName(uint8_t number) const override;
 
 private:
+    std::string lookupProtocolName(uint8_t number) const;
+
     bool useHosts_;
     std::map<std::string, uint32_t> hosts_;
+    // Listings ask for the same few names thousands of times; each system lookup
+    // rereads the protocols file.
+    mutable std::map<uint8_t, std::string> protocolNames_;
 };
 
 }  // namespace ipfwsim

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <map>
+#include <unordered_map>
 #include <unordered_set>
 #include <utility>
 
@@ -43,13 +44,16 @@ Status FirewallState::load(std::string_view content, FirewallState& state) {
 std::string FirewallState::serialize() const {
     StateHeader header = header_;
     header.dynamic.clear();
-    std::map<uint64_t, std::pair<uint32_t, uint32_t>> positionOf;
-    std::map<uint32_t, uint32_t> seen;
-    std::vector<StoredRule> stored;
+    std::unordered_map<uint64_t, std::pair<uint32_t, uint32_t>> positionOf;
+    std::unordered_map<uint32_t, uint32_t> seen;
+    Counters widest;
+    std::string ruleText;
     for (const RuleEntry& entry : rules_) {
         uint32_t number = entry.stored.rule.number;
         positionOf[entry.key] = {number, seen[number]++};
-        stored.push_back(entry.stored);
+        widest.packets = std::max(widest.packets, entry.stored.counters.packets);
+        widest.bytes = std::max(widest.bytes, entry.stored.counters.bytes);
+        ruleText += StateFile::formatRuleLine(entry.stored);
     }
     for (const DynamicEntry& entry : dynamic_) {
         auto position = positionOf.find(entry.ruleKey);
@@ -68,7 +72,7 @@ std::string FirewallState::serialize() const {
         saved.counters = entry.counters;
         header.dynamic.push_back(saved);
     }
-    return StateFile::format(header, stored);
+    return StateFile::assemble(header, widest, ruleText);
 }
 
 uint64_t FirewallState::insert(StoredRule stored) {

@@ -274,8 +274,6 @@ bool StateFile::parseRuleLine(std::string_view line, StoredRule& stored) {
 }
 
 std::string StateFile::format(const StateHeader& header, const std::vector<StoredRule>& rules) {
-    char disabled[32];
-    std::snprintf(disabled, sizeof(disabled), "disabled-sets %08x\n", header.disabledSets);
     Counters widest = header.defaultRule;
     std::string ruleText;
     for (const StoredRule& stored : rules) {
@@ -283,10 +281,20 @@ std::string StateFile::format(const StateHeader& header, const std::vector<Store
         widest.bytes = std::max(widest.bytes, stored.counters.bytes);
         ruleText += formatRuleLine(stored);
     }
+    return assemble(header, widest, ruleText);
+}
+
+std::string StateFile::assemble(const StateHeader& header, const Counters& widest,
+                                const std::string& ruleText) {
+    char disabled[32];
+    std::snprintf(disabled, sizeof(disabled), "disabled-sets %08x\n", header.disabledSets);
+    Counters widestWithDefault = widest;
+    widestWithDefault.packets = std::max(widest.packets, header.defaultRule.packets);
+    widestWithDefault.bytes = std::max(widest.bytes, header.defaultRule.bytes);
     std::string head = std::string(disabled) + "verbose " + (header.verbose ? "1" : "0") +
                        "\npacket-serial " + std::to_string(header.packetSerial) +
                        "\ndefault-rule " + counterText(header.defaultRule) + "\nwidest " +
-                       counterText(widest) + "\n";
+                       counterText(widestWithDefault) + "\n";
     for (const DynamicState& state : header.dynamic) {
         head += dynamicLine(state);
     }

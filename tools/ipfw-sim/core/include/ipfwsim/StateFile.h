@@ -70,6 +70,9 @@ public:
     Status readAll(StateHeader& header, std::vector<StoredRule>& rules) const;
 
     static std::string format(const StateHeader& header, const std::vector<StoredRule>& rules);
+    // The same from rule lines already formatted, in order, and their largest counters.
+    static std::string assemble(const StateHeader& header, const Counters& widest,
+                                const std::string& ruleText);
     static std::string formatRuleLine(const StoredRule& stored);
     static bool parseRuleLine(std::string_view line, StoredRule& stored);
     static std::string layoutLine(size_t rulesAt, size_t sortedEnd);
