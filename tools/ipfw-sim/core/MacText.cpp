@@ -79,7 +79,7 @@ std::string hexBytes(const MacBytes& bytes) {
 
 }  // namespace
 
-Status parseMacSpec(const std::string& text, MacBytes& address, MacBytes& mask) {
+Status parseMacAddressMask(const std::string& text, MacBytes& address, MacBytes& mask) {
     if (text == "any") {
         address.fill(0);
         mask.fill(0);
@@ -108,7 +108,7 @@ Status parseMacSpec(const std::string& text, MacBytes& address, MacBytes& mask) 
     return Status::success();
 }
 
-std::string formatMacSpec(const MacBytes& address, const MacBytes& mask) {
+std::string formatMacAddressMask(const MacBytes& address, const MacBytes& mask) {
     int bits = contiguousBits(mask);
     if (bits == 0) {
         return "any";

@@ -97,9 +97,9 @@ uint32_t defaultLength(uint8_t proto) {
 
 Status parseMacPair(const std::string& dst, const std::string& src, Packet& packet) {
     MacBytes mask{};
-    Status status = parseMacSpec(dst, packet.dstMac, mask);
+    Status status = parseMacAddressMask(dst, packet.dstMac, mask);
     if (status.ok()) {
-        status = parseMacSpec(src, packet.srcMac, mask);
+        status = parseMacAddressMask(src, packet.srcMac, mask);
     }
     if (!status.ok()) {
         return packetError(status.message);

@@ -38,17 +38,17 @@ bool macMatches(const MacBytes& address, const MacBytes& mask, const MacBytes& a
     return true;
 }
 
-bool interfaceMatches(const InterfaceSpec& spec, const Packet& packet) {
+bool interfaceMatches(const InterfaceRef& wanted, const Packet& packet) {
     if (packet.iface.empty()) {
         return false;
     }
-    if (!spec.byName()) {
-        return packet.hasIfaceAddress && packet.ifaceAddress == spec.address;
+    if (!wanted.byName()) {
+        return packet.hasIfaceAddress && packet.ifaceAddress == wanted.address;
     }
-    if (spec.name.find_first_of("*?[") != std::string::npos) {
-        return fnmatch(spec.name.c_str(), packet.iface.c_str(), 0) == 0;
+    if (wanted.name.find_first_of("*?[") != std::string::npos) {
+        return fnmatch(wanted.name.c_str(), packet.iface.c_str(), 0) == 0;
     }
-    return spec.name == packet.iface;
+    return wanted.name == packet.iface;
 }
 
 bool hasPorts(const Packet& packet) {

@@ -202,7 +202,7 @@ bool decodePorts(std::string_view text, Match& match) {
     return true;
 }
 
-bool decodeInterface(std::string_view text, InterfaceSpec& iface) {
+bool decodeInterface(std::string_view text, InterfaceRef& iface) {
     if (text.substr(0, 2) == "n:") {
         return unescapeName(text.substr(2), iface.name) && !iface.name.empty();
     }

@@ -108,7 +108,7 @@ std::string icmpTypeList(uint32_t bits) {
     return text;
 }
 
-std::string interfaceText(const char* keyword, const InterfaceSpec& iface) {
+std::string interfaceText(const char* keyword, const InterfaceRef& iface) {
     return std::string(" ") + keyword + " " +
            (iface.byName() ? iface.name : dottedQuad(iface.address));
 }
@@ -116,8 +116,8 @@ std::string interfaceText(const char* keyword, const InterfaceSpec& iface) {
 std::string optionText(const Match& match) {
     switch (match.kind) {
         case MatchKind::Mac:
-            return " MAC " + formatMacSpec(match.mac.dstAddress, match.mac.dstMask) + " " +
-                   formatMacSpec(match.mac.srcAddress, match.mac.srcMask);
+            return " MAC " + formatMacAddressMask(match.mac.dstAddress, match.mac.dstMask) + " " +
+                   formatMacAddressMask(match.mac.srcAddress, match.mac.srcMask);
         case MatchKind::In:
             return match.negated ? " out" : " in";
         case MatchKind::Via:

@@ -164,7 +164,7 @@ Status parseIcmpTypes(const std::string& text, uint32_t& bits) {
     return Status::success();
 }
 
-Status parseInterface(const std::string& text, InterfaceSpec& iface) {
+Status parseInterface(const std::string& text, InterfaceRef& iface) {
     constexpr size_t kInterfaceNameMax = 15;
     if (!startsWithDigit(text)) {
         iface.name = text.substr(0, kInterfaceNameMax);
@@ -690,9 +690,9 @@ Status RuleParser::parseMacOption(const std::string&) {
     }
     Match match;
     match.kind = MatchKind::Mac;
-    Status status = parseMacSpec(words_[pos_], match.mac.dstAddress, match.mac.dstMask);
+    Status status = parseMacAddressMask(words_[pos_], match.mac.dstAddress, match.mac.dstMask);
     if (status.ok()) {
-        status = parseMacSpec(words_[pos_ + 1], match.mac.srcAddress, match.mac.srcMask);
+        status = parseMacAddressMask(words_[pos_ + 1], match.mac.srcAddress, match.mac.srcMask);
     }
     if (!status.ok()) {
         return status;

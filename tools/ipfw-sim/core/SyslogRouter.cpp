@@ -130,12 +130,12 @@ bool selectorAdmits(const std::string& selector, int facility, int priority) {
 }
 
 // "name,name" admits those; "-name,name" admits all others; "*" or empty admits all.
-bool blockAdmits(const std::string& spec, const std::string& name) {
-    if (spec.empty() || spec == "*") {
+bool blockAdmits(const std::string& filter, const std::string& name) {
+    if (filter.empty() || filter == "*") {
         return true;
     }
-    bool exclude = spec[0] == '-';
-    std::string list = spec.substr(spec[0] == '-' || spec[0] == '+' ? 1 : 0);
+    bool exclude = filter[0] == '-';
+    std::string list = filter.substr(filter[0] == '-' || filter[0] == '+' ? 1 : 0);
     bool listed = false;
     size_t start = 0;
     while (start <= list.size()) {
@@ -172,25 +172,26 @@ std::string firstWord(const std::string& text) {
 }
 
 // A "!prog" or "+host"/"-host" line; returns false for ordinary lines.
-bool readBlockLine(const std::string& line, std::string& programSpec, std::string& hostSpec) {
+bool readBlockLine(const std::string& line, std::string& programFilter, std::string& hostFilter) {
     if (line[0] == '!') {
-        std::string spec = trim(line.substr(1));
-        programSpec = spec.empty() || spec[0] == '*' ? "*" : firstWord(spec);
+        std::string filter = trim(line.substr(1));
+        programFilter = filter.empty() || filter[0] == '*' ? "*" : firstWord(filter);
         return true;
     }
     if (line[0] == '+' || line[0] == '-') {
-        std::string spec = trim(line.substr(1));
-        hostSpec = spec.empty() || spec[0] == '*' ? "*" : line.substr(0, 1) + firstWord(spec);
+        std::string filter = trim(line.substr(1));
+        hostFilter =
+            filter.empty() || filter[0] == '*' ? "*" : line.substr(0, 1) + firstWord(filter);
         return true;
     }
     return false;
 }
 
-bool hostAdmits(const std::string& spec, const std::string& localHost) {
-    if (spec == "*") {
+bool hostAdmits(const std::string& filter, const std::string& localHost) {
+    if (filter == "*") {
         return true;
     }
-    return blockAdmits(spec, "@") || blockAdmits(spec, localHost);
+    return blockAdmits(filter, "@") || blockAdmits(filter, localHost);
 }
 
 }  // namespace
@@ -199,8 +200,8 @@ std::vector<std::string> routeSyslogMessage(std::string_view configuration,
                                             const std::string& program, int facility, int priority,
                                             const std::string& localHost) {
     std::vector<std::string> files;
-    std::string programSpec = "*";
-    std::string hostSpec = "*";
+    std::string programFilter = "*";
+    std::string hostFilter = "*";
     size_t start = 0;
     while (start < configuration.size()) {
         size_t newline = configuration.find('\n', start);
@@ -216,7 +217,7 @@ std::vector<std::string> routeSyslogMessage(std::string_view configuration,
                 continue;
             }
         }
-        if (readBlockLine(line, programSpec, hostSpec)) {
+        if (readBlockLine(line, programFilter, hostFilter)) {
             continue;
         }
         std::string selector = firstWord(line);
@@ -224,8 +225,8 @@ std::vector<std::string> routeSyslogMessage(std::string_view configuration,
         if (!action.empty() && action[0] == '-') {
             action.erase(0, 1);
         }
-        if (action.empty() || action[0] != '/' || !blockAdmits(programSpec, program) ||
-            !hostAdmits(hostSpec, localHost) || !selectorAdmits(selector, facility, priority)) {
+        if (action.empty() || action[0] != '/' || !blockAdmits(programFilter, program) ||
+            !hostAdmits(hostFilter, localHost) || !selectorAdmits(selector, facility, priority)) {
             continue;
         }
         if (std::find(files.begin(), files.end(), action) == files.end()) {

@@ -41,7 +41,7 @@ struct MacMatch {
 
 // An interface given by name (possibly a shell-style pattern) or by one of its addresses.
 // An empty name stands for the address form, as in the real command.
-struct InterfaceSpec {
+struct InterfaceRef {
     std::string name;
     uint32_t address = 0;
 
@@ -79,7 +79,7 @@ struct Match {
     std::vector<AddressMask> addresses;
     std::vector<PortRange> ports;
     MacMatch mac;
-    InterfaceSpec iface;
+    InterfaceRef iface;
 };
 
 enum class ActionKind : uint8_t { Allow, Deny, Reject, Count, Skipto, CheckState };
