@@ -50,7 +50,7 @@ BENCHMARK(BM_QvSystemCaptureEcho)
 
 // A log in a fresh temporary directory, removed afterwards.
 class ScratchLog {
-  public:
+public:
     ScratchLog() {
         char pattern[] = "/tmp/qvbench.XXXXXX";
         m_dir = mkdtemp(pattern) ? pattern : "/tmp";
@@ -64,7 +64,7 @@ class ScratchLog {
     }
     void* context() const { return m_context; }
 
-  private:
+private:
     std::string m_dir;
     std::string m_path;
     void* m_context;

@@ -10,7 +10,7 @@
 namespace qvlog {
 
 class DbgLog {
-  public:
+public:
     static constexpr int kMinLevel = 0;
     static constexpr int kMaxLevel = 7;
 
@@ -26,7 +26,7 @@ class DbgLog {
 
     static int ClampLevel(int level);
 
-  private:
+private:
     DbgLog(char* name, char* path, int level);
     // The appending descriptor, opened by whichever thread gets here first; -1 when the
     // file cannot be opened now (a later line tries again).

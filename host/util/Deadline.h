@@ -7,7 +7,7 @@
 namespace qvutil {
 
 class Deadline {
-  public:
+public:
     // Zero milliseconds means no limit.
     static Deadline AfterMilliseconds(uint64_t milliseconds);
     static Deadline AfterSeconds(unsigned int seconds) {
@@ -22,7 +22,7 @@ class Deadline {
 
     static uint64_t NowNanoseconds();
 
-  private:
+private:
     Deadline(bool unlimited, uint64_t at) : m_unlimited(unlimited), m_at(at) {}
     bool m_unlimited;
     uint64_t m_at;  // nanoseconds on the monotonic clock

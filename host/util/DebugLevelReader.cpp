@@ -7,7 +7,7 @@ namespace {
 
 // Releases a CoreFoundation object at scope end.
 class CFHolder {
-  public:
+public:
     explicit CFHolder(CFTypeRef object) : m_object(object) {}
     ~CFHolder() {
         if (m_object != nullptr) {
@@ -18,7 +18,7 @@ class CFHolder {
     CFHolder& operator=(const CFHolder&) = delete;
     CFTypeRef get() const { return m_object; }
 
-  private:
+private:
     CFTypeRef m_object;
 };
 

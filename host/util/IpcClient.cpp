@@ -38,7 +38,7 @@ const char* SocketPath() {
 
 // Closes the socket at scope end.
 class Socket {
-  public:
+public:
     Socket() : m_fd(Open()) {}
     ~Socket() {
         if (m_fd >= 0) {
@@ -49,7 +49,7 @@ class Socket {
     Socket& operator=(const Socket&) = delete;
     int fd() const { return m_fd; }
 
-  private:
+private:
     static int Open() {
 #ifdef SOCK_CLOEXEC
         return socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);

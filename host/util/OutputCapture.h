@@ -8,7 +8,7 @@
 namespace qvutil {
 
 class OutputCapture {
-  public:
+public:
     // A null buffer or a zero size captures nothing.
     OutputCapture(char* buffer, size_t size);
 
@@ -17,7 +17,7 @@ class OutputCapture {
     // True when some output did not fit.
     bool Truncated() const { return m_truncated; }
 
-  private:
+private:
     char* m_buffer;
     size_t m_capacity;  // bytes of text the buffer holds besides its NUL
     size_t m_length = 0;

@@ -9,7 +9,7 @@
 namespace qvutil {
 
 class ShellProcess {
-  public:
+public:
     ShellProcess() = default;
     // Never leaves a child behind: an unreaped shell's group is killed and the shell reaped.
     ~ShellProcess();
@@ -38,7 +38,7 @@ class ShellProcess {
     // the group id cannot have been reused.
     void KillGroup();
 
-  private:
+private:
     bool CollectStatus(int options);
 
     pid_t m_pid = -1;

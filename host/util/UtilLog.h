@@ -6,7 +6,7 @@
 namespace qvutil {
 
 class UtilLog {
-  public:
+public:
     static constexpr int kDefaultLevel = 4;
 
     static bool IsEnabled(int level);

@@ -245,17 +245,17 @@ int32_t RuleGenerator::GenViaInterface(const FwRule& rule, std::string& out) {
     if (!rule.has_via_interface()) {
         return 0;
     }
-    const FwIfSpec& spec = rule.via_interface();
-    if (spec.type() == FW_IF_TYPE_NAME && !IsSafeInterfaceName(spec.device())) {
+    const FwIfSpec& iface = rule.via_interface();
+    if (iface.type() == FW_IF_TYPE_NAME && !IsSafeInterfaceName(iface.device())) {
         QV_LOG(QV_LOG_ERROR, "%s invalid interface name %s", "RuleGenerator::GenViaInterface",
-               spec.device().c_str());
+               iface.device().c_str());
         return FW_ERR_UNSAFE_TEXT;
     }
     out += " via ";
-    if (spec.type() == FW_IF_TYPE_NAME) {
-        out += spec.device();
+    if (iface.type() == FW_IF_TYPE_NAME) {
+        out += iface.device();
     } else {
-        out += std::to_string(spec.ip());
+        out += std::to_string(iface.ip());
     }
     return 0;
 }

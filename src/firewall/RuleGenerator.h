@@ -16,7 +16,7 @@ namespace qor {
 namespace vela {
 
 class RuleGenerator {
-  public:
+public:
     using GenFunc = int32_t (RuleGenerator::*)(const FwRule&, std::string&);
 
     RuleGenerator() = default;
@@ -63,7 +63,7 @@ class RuleGenerator {
 
     size_t FuncTabSize() const { return m_funcTab.size(); }
 
-  private:
+private:
     std::vector<GenFunc> m_funcTab;
 };
 

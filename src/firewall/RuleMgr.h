@@ -15,7 +15,7 @@ namespace qor {
 namespace vela {
 
 class RuleMgr {
-  public:
+public:
     RuleMgr();
 
     // Takes over `set`, deletes whatever an earlier run left in it and re-installs

@@ -12,7 +12,7 @@ namespace qor {
 namespace vela {
 
 class StringMap {
-  public:
+public:
     // The process-wide instance, built on first use and never freed.
     static StringMap* getObj();
 
@@ -26,7 +26,7 @@ class StringMap {
     int32_t getString(IpTosOptEnum value, std::string& out) const;
     int32_t getString(ProtoValueEnum value, std::string& out) const;
 
-  private:
+private:
     StringMap();
 
     std::map<ActionEnum, std::string> m_actionMap;

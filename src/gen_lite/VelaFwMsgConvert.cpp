@@ -136,15 +136,15 @@ bool convert(CFDictionaryRef dict, IpTosOpt& tos) {
     return readOption<IpTosOpt, IpTosOptEnum>(dict, tos, IpTosOptEnum_IsValid);
 }
 
-bool convert(CFDictionaryRef dict, FwIfSpec& spec) {
+bool convert(CFDictionaryRef dict, FwIfSpec& iface) {
     if (dict == nullptr) {
         return false;
     }
     readEnumField(dict, "type", FwIfTypeEnum_IsValid,
-                  [&](int v) { spec.set_type(static_cast<FwIfTypeEnum>(v)); });
-    readField<unsigned int>(dict, "ip", [&](unsigned int v) { spec.set_ip(v); });
-    readField<std::string>(dict, "device", [&](const std::string& v) { spec.set_device(v); });
-    return spec.IsInitialized();
+                  [&](int v) { iface.set_type(static_cast<FwIfTypeEnum>(v)); });
+    readField<unsigned int>(dict, "ip", [&](unsigned int v) { iface.set_ip(v); });
+    readField<std::string>(dict, "device", [&](const std::string& v) { iface.set_device(v); });
+    return iface.IsInitialized();
 }
 
 bool convert(CFDictionaryRef dict, FwMac& mac) {
@@ -259,11 +259,11 @@ bool convert(const IpTosOpt& tos, CFMutableDictionaryRef dict) {
     return writeOption(tos, dict);
 }
 
-bool convert(const FwIfSpec& spec, CFMutableDictionaryRef dict) {
-    return beginWrite(spec, dict) &&
-           writeField(dict, "type", spec.has_type(), static_cast<int>(spec.type())) &&
-           writeField(dict, "ip", spec.has_ip(), spec.ip()) &&
-           writeField(dict, "device", spec.has_device(), spec.device());
+bool convert(const FwIfSpec& iface, CFMutableDictionaryRef dict) {
+    return beginWrite(iface, dict) &&
+           writeField(dict, "type", iface.has_type(), static_cast<int>(iface.type())) &&
+           writeField(dict, "ip", iface.has_ip(), iface.ip()) &&
+           writeField(dict, "device", iface.has_device(), iface.device());
 }
 
 bool convert(const FwMac& mac, CFMutableDictionaryRef dict) {

@@ -14,7 +14,7 @@ using namespace qor::vela;
 namespace {
 
 class RuleGeneratorTest : public ::testing::Test {
-  protected:
+protected:
     RuleGeneratorTest() { generator.InitFuncTab(); }
 
     std::string render(const FwRule& rule, int32_t expected = 0) {

@@ -21,7 +21,7 @@ using namespace qor::vela;
 namespace {
 
 class RuleMgrTest : public ::testing::Test {
-  protected:
+protected:
     void SetUp() override {
         m_oldPath = getenv("PATH") ? getenv("PATH") : "";
         setenv("IPFW_SIM_STATE", m_dir.file("ipfw-state").c_str(), 1);

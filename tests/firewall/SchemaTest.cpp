@@ -197,11 +197,11 @@ TEST(SchemaWire, FieldNumbersAndEncodingsMatchTheWireContract) {
     EXPECT_EQ(bytes({0x19, 0, 0, 0, 0, 0, 0, 0xe0, 0x3f, 0xa0, 0x01, 0x01}),
               rule.SerializeAsString());
 
-    FwIfSpec spec;
-    spec.set_type(FW_IF_TYPE_2);
-    spec.set_ip(1);
-    spec.set_device("e");
-    EXPECT_EQ(bytes({0x08, 0x02, 0x20, 0x01, 0x2a, 0x01, 'e'}), spec.SerializeAsString());
+    FwIfSpec iface;
+    iface.set_type(FW_IF_TYPE_2);
+    iface.set_ip(1);
+    iface.set_device("e");
+    EXPECT_EQ(bytes({0x08, 0x02, 0x20, 0x01, 0x2a, 0x01, 'e'}), iface.SerializeAsString());
 
     MacAddr mac;
     mac.set_mask_len(4);

@@ -16,7 +16,7 @@ namespace qvtest {
 
 // A fresh directory under $TMPDIR (or /tmp), removed with its contents at scope end.
 class TempDir {
-  public:
+public:
     TempDir() {
         const char* base = getenv("TMPDIR");
         std::string pattern = std::string(base && *base ? base : "/tmp") + "/qvhost.XXXXXX";
@@ -37,7 +37,7 @@ class TempDir {
     const std::string& path() const { return m_path; }
     std::string operator/(const std::string& name) const { return m_path + "/" + name; }
 
-  private:
+private:
     static int RemoveEntry(const char* path, const struct stat*, int, struct FTW*) {
         remove(path);
         return 0;
@@ -47,7 +47,7 @@ class TempDir {
 
 // Sets (or, with null, unsets) an environment variable and restores it at scope end.
 class ScopedEnv {
-  public:
+public:
     ScopedEnv(const char* name, const char* value) : m_name(name) {
         const char* old = getenv(name);
         m_hadOld = old != nullptr;
@@ -71,7 +71,7 @@ class ScopedEnv {
     ScopedEnv(const ScopedEnv&) = delete;
     ScopedEnv& operator=(const ScopedEnv&) = delete;
 
-  private:
+private:
     std::string m_name;
     std::string m_old;
     bool m_hadOld = false;

@@ -40,7 +40,7 @@ std::string BinaryPlistWithLevel(unsigned char level) {
 
 // A configuration directory and a log directory, with the environment pointing at both.
 class DebugConfigTest : public ::testing::Test {
-  protected:
+protected:
     DebugConfigTest()
         : m_confEnv("QV_CONF_DIR", m_conf.path()), m_logEnv("QV_LOG_DIR", m_logs / "QvrnCore") {}
     void TearDown() override { QvrnReleaseDbgLog(m_context); }

@@ -82,7 +82,7 @@ bool ReadRequest(int fd, Request* request) {
 // A listening Unix socket in a temporary directory, serving each connection with
 // `handler` on its own thread; $QV_IPC_SOCKET points at it while it lives.
 class FakeService {
-  public:
+public:
     explicit FakeService(std::function<void(int)> handler)
         : m_handler(std::move(handler)), m_env("QV_IPC_SOCKET", m_dir / "svc.sock") {
         m_listener = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
@@ -105,7 +105,7 @@ class FakeService {
         close(m_listener);
     }
 
-  private:
+private:
     void AcceptLoop() {
         for (;;) {
             int connection = accept(m_listener, nullptr, nullptr);

@@ -65,7 +65,7 @@ TEST(LogLineTest, CutsLongNameAndText) {
 
 // A context on a file in a fresh directory, released at scope end.
 class LogFileTest : public ::testing::Test {
-  protected:
+protected:
     void TearDown() override { QvrnReleaseDbgLog(m_context); }
     void* Open(int level) {
         m_context = QvrnCreateDbgLog("QvFw", path().c_str(), level);

@@ -13,7 +13,7 @@
 namespace qvtest {
 
 class LogCapture {
-  public:
+public:
     explicit LogCapture(int level = 7) {
         m_path = m_dir.file("QvFw.log");
         m_previous = g_debugLogContext;
@@ -49,7 +49,7 @@ class LogCapture {
         return false;
     }
 
-  private:
+private:
     TempDir m_dir;
     std::string m_path;
     void* m_previous = nullptr;

@@ -11,7 +11,7 @@
 namespace qvtest {
 
 class TempDir {
-  public:
+public:
     TempDir() {
         std::string pattern = (std::filesystem::temp_directory_path() / "qvtest.XXXXXX").string();
         char* made = mkdtemp(pattern.data());
@@ -29,7 +29,7 @@ class TempDir {
     const std::string& path() const { return m_path; }
     std::string file(const std::string& name) const { return m_path + "/" + name; }
 
-  private:
+private:
     std::string m_path;
 };
 
