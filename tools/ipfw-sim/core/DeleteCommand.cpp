@@ -22,34 +22,13 @@ int DeleteCommand::runDelete(std::vector<std::string> words) {
     }
     int exitCode = kExitOk;
     size_t erased = 0;
+    // Like the real command, it stops quietly at the first word that is not a number.
     for (const std::string& word : words) {
         if (word.empty() || std::isdigit(static_cast<unsigned char>(word[0])) == 0) {
             break;
         }
-        char* end = nullptr;
-        unsigned long low = std::strtoul(word.c_str(), &end, 10);
-        unsigned long high = *end == '-' ? std::strtoul(end + 1, nullptr, 10) : low;
-        size_t gone = 0;
-        if (bySet && low > kReservedSet) {
-            context_.warn("rule " + std::to_string(low) +
-                          ": setsockopt(IP_FW_XDEL): Invalid argument");
-            exitCode = kExitUnavailable;
-            continue;
-        }
-        if (bySet) {
-            gone = state.eraseSet(static_cast<uint32_t>(low));
-        } else if (low <= kHighestUserRule) {
-            gone = state.eraseNumbers(
-                static_cast<uint32_t>(low),
-                static_cast<uint32_t>(std::min<unsigned long>(high, kHighestUserRule)));
-        }
-        if (gone == 0) {
-            exitCode = kExitUnavailable;
-            context_.warn(bySet         ? std::string("rule 0 not found")
-                          : low == high ? "rule " + std::to_string(low) + " not found"
-                                        : "no rules rules in " + std::to_string(low) + "-" +
-                                              std::to_string(high) + " range");
-        }
+        size_t gone = bySet ? deleteSet(word, state) : deleteNumbers(word, state);
+        exitCode = gone == 0 ? kExitUnavailable : exitCode;
         erased += gone;
     }
     if (erased > 0) {
@@ -59,6 +38,38 @@ int DeleteCommand::runDelete(std::vector<std::string> words) {
         }
     }
     return exitCode;
+}
+
+size_t DeleteCommand::deleteSet(const std::string& word, FirewallState& state) const {
+    unsigned long set = std::strtoul(word.c_str(), nullptr, 10);
+    if (set > kReservedSet) {
+        context_.warn("rule " + std::to_string(set) + ": setsockopt(IP_FW_XDEL): Invalid argument");
+        return 0;
+    }
+    size_t gone = state.eraseSet(static_cast<uint32_t>(set));
+    if (gone == 0) {
+        context_.warn("rule 0 not found");
+    }
+    return gone;
+}
+
+// "N" or "N-M"; the default rule is never deleted.
+size_t DeleteCommand::deleteNumbers(const std::string& word, FirewallState& state) const {
+    char* end = nullptr;
+    unsigned long low = std::strtoul(word.c_str(), &end, 10);
+    unsigned long high = *end == '-' ? std::strtoul(end + 1, nullptr, 10) : low;
+    size_t gone = 0;
+    if (low <= kHighestUserRule) {
+        gone = state.eraseNumbers(
+            static_cast<uint32_t>(low),
+            static_cast<uint32_t>(std::min<unsigned long>(high, kHighestUserRule)));
+    }
+    if (gone == 0) {
+        context_.warn(low == high ? "rule " + std::to_string(low) + " not found"
+                                  : "no rules rules in " + std::to_string(low) + "-" +
+                                        std::to_string(high) + " range");
+    }
+    return gone;
 }
 
 // Asks only a person at a terminal; "-f" and "-q" skip the question.

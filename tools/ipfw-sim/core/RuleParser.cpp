@@ -353,36 +353,11 @@ Status RuleParser::takeNot() {
 
 // "PROTO from SRC [PORTS] to DST [PORTS]"; a body that starts with an option skips it.
 Status RuleParser::parseClassicPart(bool& reachedOptions) {
-    if (!atEnd() && (current()[0] == '(' || current()[0] == '{')) {
-        return Status::notModelled("or-block");
-    }
-    Status status = takeNot();
-    if (!status.ok()) {
-        return status;
-    }
-    if (atEnd()) {
-        return Status::failure(kExitUsage, "missing protocol");
-    }
-    const std::string word = current();
-    if (word == "ipv4" || word == "ip4" || word == "ipv6" || word == "ip6") {
-        return Status::notModelled(word);
-    }
-    uint32_t number = 0;
-    bool anyProto = matchesAbbreviated(word, "all", diagnostics_) || word == "ip";
-    if (!anyProto && !protocolNumber(word, number)) {
+    bool isProtocol = false;
+    Status status = parseClassicProtocol(isProtocol);
+    if (!status.ok() || !isProtocol) {
         reachedOptions = true;
-        return Status::success();
-    }
-    ++pos_;
-    if (!anyProto) {
-        Match match;
-        match.kind = MatchKind::Proto;
-        match.value = number;
-        proto_ = static_cast<uint8_t>(number);
-        emit(match);
-    }
-    if (!atEnd() && matchesAbbreviated(current(), "or", diagnostics_)) {
-        return Status::notModelled("or-block");
+        return status;
     }
     if (atEnd() || !matchesAbbreviated(current(), "from", diagnostics_)) {
         return Status::failure(kExitUsage, "missing ``from''");
@@ -405,6 +380,44 @@ Status RuleParser::parseClassicPart(bool& reachedOptions) {
     }
     reachedOptions = true;
     return status;
+}
+
+// The protocol of the classic form; a word that names no protocol starts the options.
+// "ip" and "all" match every protocol and so compile to nothing.
+Status RuleParser::parseClassicProtocol(bool& isProtocol) {
+    isProtocol = false;
+    if (!atEnd() && (current()[0] == '(' || current()[0] == '{')) {
+        return Status::notModelled("or-block");
+    }
+    Status status = takeNot();
+    if (!status.ok()) {
+        return status;
+    }
+    if (atEnd()) {
+        return Status::failure(kExitUsage, "missing protocol");
+    }
+    const std::string word = current();
+    if (word == "ipv4" || word == "ip4" || word == "ipv6" || word == "ip6") {
+        return Status::notModelled(word);
+    }
+    uint32_t number = 0;
+    bool anyProto = matchesAbbreviated(word, "all", diagnostics_) || word == "ip";
+    if (!anyProto && !protocolNumber(word, number)) {
+        return Status::success();
+    }
+    isProtocol = true;
+    ++pos_;
+    if (!anyProto) {
+        Match match;
+        match.kind = MatchKind::Proto;
+        match.value = number;
+        proto_ = static_cast<uint8_t>(number);
+        emit(match);
+    }
+    if (!atEnd() && matchesAbbreviated(current(), "or", diagnostics_)) {
+        return Status::notModelled("or-block");
+    }
+    return Status::success();
 }
 
 Status RuleParser::parseClassicAddress(MatchKind kind, const char* missingMessage) {

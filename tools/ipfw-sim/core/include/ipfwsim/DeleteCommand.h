@@ -16,6 +16,8 @@ public:
     int runFlush();
 
 private:
+    size_t deleteSet(const std::string& word, FirewallState& state) const;
+    size_t deleteNumbers(const std::string& word, FirewallState& state) const;
     bool confirmFlush() const;
 
     const CommandContext& context_;

@@ -30,6 +30,7 @@ private:
     Status parseSkiptoTarget(const std::string& word);
     Status parseActionParameters();
     Status parseClassicPart(bool& reachedOptions);
+    Status parseClassicProtocol(bool& isProtocol);
     Status parseClassicAddress(MatchKind kind, const char* missingMessage);
     Status parseClassicPorts(MatchKind kind);
     Status parseOptions();
