@@ -8,6 +8,7 @@
 
 #include <string>
 
+#include "CommandOutput.h"
 #include "TempDir.h"
 #include "VelaFwInternalMsg.pb.h"
 #include "VelaFwMsg.pb.h"
@@ -130,19 +131,7 @@ inline std::string runPython(const TempDir& dir, const std::string& script,
                              const std::string& argument) {
     const std::string scriptPath = dir.file("check.py");
     writeFile(scriptPath, "import plistlib, sys\n" + script);
-    const std::string command = "/usr/bin/python3 " + scriptPath + " '" + argument + "' 2>&1";
-    std::string output;
-    FILE* pipe = popen(command.c_str(), "r");
-    if (pipe == nullptr) {
-        return output;
-    }
-    char chunk[512];
-    size_t n;
-    while ((n = fread(chunk, 1, sizeof(chunk), pipe)) > 0) {
-        output.append(chunk, n);
-    }
-    pclose(pipe);
-    return output;
+    return commandOutput("/usr/bin/python3 " + scriptPath + " '" + argument + "' 2>&1");
 }
 
 }  // namespace qvtest

@@ -12,6 +12,7 @@
 #include <thread>
 #include <vector>
 
+#include "CommandOutput.h"
 #include "LogCapture.h"
 #include "QvErrors.h"
 #include "RuleMgr.h"
@@ -47,19 +48,7 @@ protected:
 
     // Runs the simulator directly, as a person at the console would.
     static std::string ipfw(const std::string& args) {
-        std::string command = std::string(QV_SIM_DIR) + "/ipfw " + args + " 2>&1";
-        std::string output;
-        FILE* pipe = popen(command.c_str(), "r");
-        if (pipe == nullptr) {
-            return output;
-        }
-        char chunk[512];
-        size_t n;
-        while ((n = fread(chunk, 1, sizeof(chunk), pipe)) > 0) {
-            output.append(chunk, n);
-        }
-        pclose(pipe);
-        return output;
+        return qvtest::commandOutput(std::string(QV_SIM_DIR) + "/ipfw " + args + " 2>&1");
     }
 
     // Rule numbers listed by the simulator for `set` (all sets when -1).
