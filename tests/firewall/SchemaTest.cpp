@@ -237,20 +237,3 @@ TEST(SchemaNames, TypeNamesCarryThePackage) {
     EXPECT_EQ("qor.vela.EventLogItemFwArray", EventLogItemFwArray().GetTypeName());
     EXPECT_EQ("qor.vela.NullObject", NullObject().GetTypeName());
 }
-
-TEST(SchemaMerge, MergeCopiesPresentFieldsAndAppendsRepeated) {
-    FwRule target;
-    target.set_description("old");
-    target.add_icmp_type(ICMP_TYPE_ECHO);
-    target.mutable_src_ip()->set_ip_type(IP_ANY);
-    FwRule source;
-    source.add_icmp_type(ICMP_TYPE_ECHO_REPLY);
-    source.mutable_src_ip()->add_ips()->set_use_host_name(true);
-    source.mutable_dst_port()->set_port_type(PORT_LIST);
-    target.MergeFrom(source);
-    EXPECT_EQ("old", target.description());
-    EXPECT_EQ(2, target.icmp_type_size());
-    EXPECT_EQ(IP_ANY, target.src_ip().ip_type());
-    EXPECT_EQ(1, target.src_ip().ips_size());
-    EXPECT_TRUE(target.has_dst_port());
-}
