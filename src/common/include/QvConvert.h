@@ -146,16 +146,16 @@ CFTypeRef createMessageValue(const T& message) {
     return dict;
 }
 
-// Makes one dictionary per message; `out` receives a new array (owned by the caller)
-// only when every element converted.
-template <typename T>
-bool convertCreate(const RepeatedPtrField<T>& field, CFArrayRef& out) {
+// Makes one value per element with `make`; `out` receives a new array (owned by the
+// caller) only when every element could be made.
+template <typename Field, typename Make>
+bool createArrayOf(const Field& field, Make make, CFArrayRef& out) {
     CFValueBatch batch(field.size());
     if (!batch.valid()) {
         return false;
     }
-    for (const T& message : field) {
-        if (!batch.push(createMessageValue(message))) {
+    for (const auto& element : field) {
+        if (!batch.push(make(element))) {
             return false;
         }
     }
@@ -167,25 +167,18 @@ bool convertCreate(const RepeatedPtrField<T>& field, CFArrayRef& out) {
     return true;
 }
 
-// Makes one number per element; `out` receives a new array (owned by the caller) only
-// when every number could be made.
+// One dictionary per message.
+template <typename T>
+bool convertCreate(const RepeatedPtrField<T>& field, CFArrayRef& out) {
+    return createArrayOf(
+        field, [](const T& message) { return createMessageValue(message); }, out);
+}
+
+// One number per element.
 template <typename T>
 bool convertCreate(const RepeatedField<T>& field, CFArrayRef& out) {
-    CFValueBatch batch(field.size());
-    if (!batch.valid()) {
-        return false;
-    }
-    for (const T value : field) {
-        if (!batch.push(createValue(value))) {
-            return false;
-        }
-    }
-    CFArrayRef array = batch.createArray();
-    if (array == nullptr) {
-        return false;
-    }
-    out = array;
-    return true;
+    return createArrayOf(
+        field, [](T value) { return createValue(value); }, out);
 }
 
 // ---- Fields of a message being read --------------------------------------------------
