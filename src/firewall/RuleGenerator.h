@@ -61,8 +61,6 @@ public:
     static bool IsSafeHostName(const std::string& host);
     static bool IsSafeInterfaceName(const std::string& device);
 
-    size_t FuncTabSize() const { return m_funcTab.size(); }
-
 private:
     std::vector<GenFunc> m_funcTab;
 };
