@@ -3,6 +3,5 @@ if(TARGET QvFwConfig)
   qv_add_test(ConfigTest
     SOURCES ${CMAKE_CURRENT_SOURCE_DIR}/ConfigTest.cpp
     LIBS QvFwConfig)
-  target_include_directories(ConfigTest PRIVATE ${CMAKE_SOURCE_DIR}/tests/support
-                                                ${CMAKE_SOURCE_DIR}/tests/common)
+  target_include_directories(ConfigTest PRIVATE ${CMAKE_SOURCE_DIR}/tests/common)
 endif()

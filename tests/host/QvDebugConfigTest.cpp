@@ -10,7 +10,7 @@
 
 namespace {
 
-using qvtest::ReadFile;
+using qvtest::readFile;
 using qvtest::ScopedEnv;
 using qvtest::TempDir;
 
@@ -42,12 +42,13 @@ std::string BinaryPlistWithLevel(unsigned char level) {
 class DebugConfigTest : public ::testing::Test {
 protected:
     DebugConfigTest()
-        : m_confEnv("QV_CONF_DIR", m_conf.path()), m_logEnv("QV_LOG_DIR", m_logs / "QvrnCore") {}
+        : m_confEnv("QV_CONF_DIR", m_conf.path()),
+          m_logEnv("QV_LOG_DIR", m_logs.file("QvrnCore")) {}
     void TearDown() override { QvrnReleaseDbgLog(m_context); }
 
     // Writes the configuration, sets up the context and returns the level it got.
     int LevelFor(const std::string& configuration) {
-        qvtest::WriteFile(m_conf / "QvFw.conf.plist", configuration);
+        qvtest::writeFile(m_conf.file("QvFw.conf.plist"), configuration);
         return Init();
     }
     int Init(const char* confName = "QvFw.conf.plist") {
@@ -62,7 +63,7 @@ protected:
         }
         return level;
     }
-    std::string logFile() const { return m_logs / "QvrnCore/QvFw.log"; }
+    std::string logFile() const { return m_logs.file("QvrnCore/QvFw.log"); }
 
     TempDir m_conf;
     TempDir m_logs;
@@ -98,7 +99,7 @@ TEST_F(DebugConfigTest, LevelsThatAreNotIntegersZeroToSevenGiveFour) {
 TEST_F(DebugConfigTest, MissingConfigurationGivesLevelFour) {
     EXPECT_EQ(Init("Absent.plist"), 4);
     EXPECT_EQ(Init(nullptr), 4);
-    ScopedEnv noConfDir("QV_CONF_DIR", m_conf / "absent");
+    ScopedEnv noConfDir("QV_CONF_DIR", m_conf.file("absent"));
     EXPECT_EQ(Init(), 4);
 }
 
@@ -112,24 +113,24 @@ TEST_F(DebugConfigTest, UnreadableOrForeignContentGivesLevelFour) {
                        "</integer></array></plist>"),
               4)
         << "root is not a dictionary";
-    ASSERT_EQ(mkdir((m_conf / "Dir.plist").c_str(), 0755), 0);
+    ASSERT_EQ(mkdir((m_conf.file("Dir.plist")).c_str(), 0755), 0);
     EXPECT_EQ(Init("Dir.plist"), 4);
 }
 
 TEST_F(DebugConfigTest, RedirectsTheLogIntoTheLogDirectoryCreatingIt) {
     Init();
     QvrnWriteDbgLog(m_context, 3, "%s started", "FwMgr::Init");
-    std::string content = ReadFile(logFile());
+    std::string content = readFile(logFile());
     EXPECT_NE(content.find("<3> "), std::string::npos) << content;
     EXPECT_NE(content.find(" QvFw FwMgr::Init started"), std::string::npos) << content;
 }
 
 TEST_F(DebugConfigTest, WithoutRedirectionUsesTheGivenPath) {
     ScopedEnv noRedirect("QV_LOG_DIR", nullptr);
-    std::string path = m_logs / "deep/er/QvFw.log";
+    std::string path = m_logs.file("deep/er/QvFw.log");
     ASSERT_NE(QvInitDebugByConfig(&m_context, "QvFw.conf.plist", "QvFw", path.c_str()), 0);
     QvrnWriteDbgLog(m_context, 2, "hello");
-    EXPECT_NE(ReadFile(path).find(" QvFw hello"), std::string::npos);
+    EXPECT_NE(readFile(path).find(" QvFw hello"), std::string::npos);
 }
 
 TEST_F(DebugConfigTest, RefusesNullArguments) {

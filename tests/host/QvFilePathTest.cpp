@@ -21,28 +21,28 @@ TEST(QvGetFilePathTest, JoinsTheConfigurationDirectoryAndName) {
     ScopedEnv conf("QV_CONF_DIR", dir.path());
     char buffer[512];
     ASSERT_NE(QvGetFilePath(buffer, sizeof buffer, "QvFw.conf.plist"), 0);
-    EXPECT_EQ(std::string(buffer), dir / "QvFw.conf.plist");
+    EXPECT_EQ(std::string(buffer), dir.file("QvFw.conf.plist"));
 
     ScopedEnv slashed("QV_CONF_DIR", dir.path() + "//");
     ASSERT_NE(QvGetFilePath(buffer, sizeof buffer, "x"), 0);
-    EXPECT_EQ(std::string(buffer), dir / "x");
+    EXPECT_EQ(std::string(buffer), dir.file("x"));
 }
 
 TEST(QvGetFilePathTest, FailsWhenTheDirectoryIsMissingOrNotADirectory) {
     TempDir dir;
     char buffer[512] = "unchanged";
-    ScopedEnv missing("QV_CONF_DIR", dir / "absent");
+    ScopedEnv missing("QV_CONF_DIR", dir.file("absent"));
     EXPECT_EQ(QvGetFilePath(buffer, sizeof buffer, "a.plist"), 0);
 
-    qvtest::WriteFile(dir / "file", "");
-    ScopedEnv file("QV_CONF_DIR", dir / "file");
+    qvtest::writeFile(dir.file("file"), "");
+    ScopedEnv file("QV_CONF_DIR", dir.file("file"));
     EXPECT_EQ(QvGetFilePath(buffer, sizeof buffer, "a.plist"), 0);
 }
 
 TEST(QvGetFilePathTest, FailsWhenThePathDoesNotFit) {
     TempDir dir;
     ScopedEnv conf("QV_CONF_DIR", dir.path());
-    std::string expected = dir / "name";
+    std::string expected = dir.file("name");
     char buffer[512];
     EXPECT_EQ(QvGetFilePath(buffer, expected.size(), "name"), 0) << "no room for the NUL";
     EXPECT_STREQ(buffer, "");
@@ -82,16 +82,16 @@ TEST(UtilLogTest, DiagnosticsGoToTheLogDirectoryAtTheSetLevel) {
     const std::string line = "<3> ";
     const std::string message = " QvUtil QvGetFilePath invalid argument";
     char buffer[16];
-    size_t before = CountOf(qvtest::ReadFile(logPath), message);
+    size_t before = CountOf(qvtest::readFile(logPath), message);
 
     QvSetUtilDebugLevel(2);
     EXPECT_EQ(QvGetFilePath(buffer, sizeof buffer, nullptr), 0);  // reported at level 3
-    EXPECT_EQ(CountOf(qvtest::ReadFile(logPath), message), before);
+    EXPECT_EQ(CountOf(qvtest::readFile(logPath), message), before);
 
     QvSetUtilDebugLevel(3);
     EXPECT_EQ(QvGetFilePath(buffer, sizeof buffer, nullptr), 0);
     QvSetUtilDebugLevel(4);
-    std::string log = qvtest::ReadFile(logPath);
+    std::string log = qvtest::readFile(logPath);
     EXPECT_EQ(CountOf(log, message), before + 1) << log;
     EXPECT_NE(log.find(line), std::string::npos) << log;
 }

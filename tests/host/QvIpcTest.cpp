@@ -84,11 +84,11 @@ bool ReadRequest(int fd, Request* request) {
 class FakeService {
 public:
     explicit FakeService(std::function<void(int)> handler)
-        : m_handler(std::move(handler)), m_env("QV_IPC_SOCKET", m_dir / "svc.sock") {
+        : m_handler(std::move(handler)), m_env("QV_IPC_SOCKET", m_dir.file("svc.sock")) {
         m_listener = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
         sockaddr_un address{};
         address.sun_family = AF_UNIX;
-        std::string path = m_dir / "svc.sock";
+        std::string path = m_dir.file("svc.sock");
         snprintf(address.sun_path, sizeof address.sun_path, "%s", path.c_str());
         bool ok = bind(m_listener, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0 &&
                   listen(m_listener, 16) == 0;
@@ -187,7 +187,7 @@ TEST(IpcCallTest, EmptyReplyGivesNullBufferAndNegativeCodesPassThrough) {
 
 TEST(IpcCallTest, AbsentServiceFailsQuickly) {
     TempDir dir;
-    ScopedEnv env("QV_IPC_SOCKET", dir / "nobody.sock");
+    ScopedEnv env("QV_IPC_SOCKET", dir.file("nobody.sock"));
     void* reply = nullptr;
     int replyLength = 0;
     Clock::time_point start = Clock::now();

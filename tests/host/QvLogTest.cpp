@@ -17,7 +17,7 @@
 
 namespace {
 
-using qvtest::ReadFile;
+using qvtest::readFile;
 using qvtest::SplitLines;
 using qvtest::TempDir;
 
@@ -71,7 +71,7 @@ protected:
         m_context = QvrnCreateDbgLog("QvFw", path().c_str(), level);
         return m_context;
     }
-    std::string path() const { return m_dir / "QvFw.log"; }
+    std::string path() const { return m_dir.file("QvFw.log"); }
 
     TempDir m_dir;
     void* m_context = nullptr;
@@ -82,7 +82,7 @@ TEST_F(LogFileTest, WritesTheLineWithLocalTimeAndIds) {
     time_t before = time(nullptr);
     QvrnWriteDbgLog(m_context, 3, "%s: code %d\n", "FwMgr::Init", 20016);
 
-    std::vector<std::string> lines = SplitLines(ReadFile(path()));
+    std::vector<std::string> lines = SplitLines(readFile(path()));
     ASSERT_EQ(lines.size(), 1u);
     std::smatch match;
     std::regex layout(
@@ -109,7 +109,7 @@ TEST_F(LogFileTest, WritesOnlyLevelsUpToTheContextLevel) {
     QvrnWriteDbgLog(m_context, 2, "dropped after lowering");
     QvrnWriteDbgLog(m_context, 1, "kept after lowering");
 
-    std::vector<std::string> lines = SplitLines(ReadFile(path()));
+    std::vector<std::string> lines = SplitLines(readFile(path()));
     ASSERT_EQ(lines.size(), 6u);
     for (int level = 0; level <= 4; ++level) {
         EXPECT_NE(lines[level].find("<" + std::to_string(level) + ">"), std::string::npos);
@@ -127,18 +127,18 @@ TEST_F(LogFileTest, ClampsLevelsOutsideTheRange) {
 }
 
 TEST_F(LogFileTest, CreatesTheFileOnFirstLineOnlyAndAppends) {
-    qvtest::WriteFile(path(), "earlier content\n");
+    qvtest::writeFile(path(), "earlier content\n");
     ASSERT_NE(Open(7), nullptr);
     QvrnWriteDbgLog(m_context, 6, "appended");
-    std::vector<std::string> lines = SplitLines(ReadFile(path()));
+    std::vector<std::string> lines = SplitLines(readFile(path()));
     ASSERT_EQ(lines.size(), 2u);
     EXPECT_EQ(lines[0], "earlier content");
 
-    void* other = QvrnCreateDbgLog("Other", (m_dir / "new.log").c_str(), 7);
+    void* other = QvrnCreateDbgLog("Other", (m_dir.file("new.log")).c_str(), 7);
     struct stat info {};
-    EXPECT_NE(stat((m_dir / "new.log").c_str(), &info), 0) << "created before any line";
+    EXPECT_NE(stat((m_dir.file("new.log")).c_str(), &info), 0) << "created before any line";
     QvrnWriteDbgLog(other, 6, "first");
-    ASSERT_EQ(stat((m_dir / "new.log").c_str(), &info), 0);
+    ASSERT_EQ(stat((m_dir.file("new.log")).c_str(), &info), 0);
     mode_t mask = umask(0);
     umask(mask);
     EXPECT_EQ(info.st_mode & 0777, 0644 & ~mask);
@@ -146,13 +146,13 @@ TEST_F(LogFileTest, CreatesTheFileOnFirstLineOnlyAndAppends) {
 }
 
 TEST_F(LogFileTest, RetriesWhenTheDirectoryAppearsLater) {
-    std::string dir = m_dir / "later";
+    std::string dir = m_dir.file("later");
     void* context = QvrnCreateDbgLog("QvFw", (dir + "/x.log").c_str(), 7);
     ASSERT_NE(context, nullptr);
     QvrnWriteDbgLog(context, 3, "lost: no directory yet");
     ASSERT_EQ(mkdir(dir.c_str(), 0755), 0);
     QvrnWriteDbgLog(context, 3, "kept");
-    std::vector<std::string> lines = SplitLines(ReadFile(dir + "/x.log"));
+    std::vector<std::string> lines = SplitLines(readFile(dir + "/x.log"));
     ASSERT_EQ(lines.size(), 1u);
     EXPECT_NE(lines[0].find("kept"), std::string::npos);
     QvrnReleaseDbgLog(context);
@@ -208,7 +208,7 @@ void ExpectWholeLines(const std::string& content, int writers, int count) {
 
 TEST(LogConcurrencyTest, EightThreadsOnOneContextWriteWholeLines) {
     TempDir dir;
-    std::string path = dir / "threads.log";
+    std::string path = dir.file("threads.log");
     void* context = QvrnCreateDbgLog("Conc", path.c_str(), 7);
     constexpr int kThreads = 8;
     constexpr int kLines = 400;
@@ -224,12 +224,12 @@ TEST(LogConcurrencyTest, EightThreadsOnOneContextWriteWholeLines) {
         thread.join();
     }
     QvrnReleaseDbgLog(context);
-    ExpectWholeLines(ReadFile(path), kThreads, kLines);
+    ExpectWholeLines(readFile(path), kThreads, kLines);
 }
 
 TEST(LogConcurrencyTest, SeveralProcessesOnOneFileWriteWholeLines) {
     TempDir dir;
-    std::string path = dir / "processes.log";
+    std::string path = dir.file("processes.log");
     constexpr int kProcesses = 4;
     constexpr int kLines = 300;
     std::vector<pid_t> children;
@@ -247,7 +247,7 @@ TEST(LogConcurrencyTest, SeveralProcessesOnOneFileWriteWholeLines) {
         ASSERT_EQ(waitpid(child, &status, 0), child);
         ASSERT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
     }
-    ExpectWholeLines(ReadFile(path), kProcesses, kLines);
+    ExpectWholeLines(readFile(path), kProcesses, kLines);
 }
 
 }  // namespace

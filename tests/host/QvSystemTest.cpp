@@ -18,7 +18,7 @@
 
 namespace {
 
-using qvtest::ReadFile;
+using qvtest::readFile;
 using qvtest::SecondsSince;
 using qvtest::SplitLines;
 using qvtest::TempDir;
@@ -70,7 +70,7 @@ TEST(QvSystemTest, TruncatesLongOutputWithoutBlockingTheCommand) {
 
 TEST(QvSystemTest, LeavesStandardErrorToTheCaller) {
     TempDir dir;
-    std::string errPath = dir / "stderr";
+    std::string errPath = dir.file("stderr");
     int saved = dup(STDERR_FILENO);
     int file = open(errPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
     ASSERT_GE(file, 0);
@@ -82,7 +82,7 @@ TEST(QvSystemTest, LeavesStandardErrorToTheCaller) {
     close(file);
     EXPECT_TRUE(ok);
     EXPECT_EQ(output, "to-out\n");
-    EXPECT_EQ(ReadFile(errPath), "to-err\n");
+    EXPECT_EQ(readFile(errPath), "to-err\n");
 }
 
 TEST(QvSystemTest, ReadsStandardInputFromDevNull) {
@@ -122,7 +122,7 @@ TEST(QvSystemTest, RunsTheShellInItsOwnProcessGroup) {
 
 bool ProcessGone(pid_t pid) {
     // A zombie awaiting its new parent counts as gone: it no longer runs.
-    std::string stat = ReadFile("/proc/" + std::to_string(pid) + "/stat");
+    std::string stat = readFile("/proc/" + std::to_string(pid) + "/stat");
     if (stat.empty()) {
         return true;
     }
@@ -132,7 +132,7 @@ bool ProcessGone(pid_t pid) {
 
 TEST(QvSystemTest, TimeOutKillsTheWholeGroupEvenWhenItIgnoresTerm) {
     TempDir dir;
-    std::string pidFile = dir / "grandchild";
+    std::string pidFile = dir.file("grandchild");
     std::string command = "trap '' TERM; (trap '' TERM; sleep 60) & echo $! > " + pidFile +
                           "; echo started; sleep 60";
     Clock::time_point start = Clock::now();
@@ -144,7 +144,7 @@ TEST(QvSystemTest, TimeOutKillsTheWholeGroupEvenWhenItIgnoresTerm) {
     EXPECT_GE(elapsed, 0.9);
     EXPECT_LT(elapsed, 5.0);
 
-    pid_t grandchild = static_cast<pid_t>(std::stol(ReadFile(pidFile)));
+    pid_t grandchild = static_cast<pid_t>(std::stol(readFile(pidFile)));
     Clock::time_point deadline = Clock::now() + std::chrono::seconds(5);
     while (!ProcessGone(grandchild) && Clock::now() < deadline) {
         std::this_thread::sleep_for(std::chrono::milliseconds(10));
@@ -199,7 +199,7 @@ TEST(QvSystemTest, EightThreadsEachGetTheirOwnOutput) {
 
 TEST(QvSystemTest, NoDescriptorOfTheCallerReachesTheChild) {
     TempDir dir;
-    std::string marker = dir / "leak-marker";
+    std::string marker = dir.file("leak-marker");
     // Opened the careless way, without close-on-exec, as other code in a host might.
     int file = open(marker.c_str(), O_WRONLY | O_CREAT, 0600);
     int pair[2];

@@ -17,6 +17,8 @@
 #include <string>
 #include <vector>
 
+#include "TempDir.h"
+
 extern char** environ;
 
 namespace simtest {
@@ -27,29 +29,9 @@ struct ShellResult {
     int exitCode = -1;
 };
 
-class TempDir {
-public:
-    TempDir() {
-        char pattern[] = "/tmp/ipfw-sim-test-XXXXXX";
-        path_ = mkdtemp(pattern);
-    }
-    ~TempDir() { std::system(("rm -rf '" + path_ + "'").c_str()); }
-    const std::string& path() const { return path_; }
-
-private:
-    std::string path_;
-};
-
-inline std::string readFile(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
-    std::ostringstream text;
-    text << in.rdbuf();
-    return text.str();
-}
-
-inline void writeFile(const std::string& path, const std::string& text) {
-    std::ofstream(path, std::ios::binary) << text;
-}
+using qvtest::readFile;
+using qvtest::TempDir;
+using qvtest::writeFile;
 
 class Shell {
 public:
