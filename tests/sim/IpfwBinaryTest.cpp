@@ -1,5 +1,6 @@
-// The built binary, build/sim/ipfw, reached through /bin/sh the way the plug-in runs
-// it: exact command lines, redirections, shell escapes, real files and locks.
+// The built binary, build/sim/ipfw (also run as build/sim/sysctl and build/sim/killall),
+// reached through /bin/sh the way the plug-in runs it: exact command lines,
+// redirections, shell escapes, real files and locks.
 
 #include <gtest/gtest.h>
 
@@ -151,6 +152,83 @@ TEST_F(IpfwBinary, LogsPacketsToTheFileOfTheIpfwBlock) {
         "Nov 14 22:13:20 myhost kernel: ipfw: limit 1 reached on entry 3100\n");
     EXPECT_EQ(shell.run("ipfw show 3100").out,
               "03100 2 80 deny log logamount 1 ip from any to any proto tcp dst-port 22\n");
+}
+
+// The rows run in order against one state: each row's value is what earlier rows left.
+TEST_F(IpfwBinary, SysctlReadsAndSetsTheVerboseSwitchAsFreeBSDsCommand) {
+    struct Row {
+        const char* command;
+        std::string out;
+        std::string err;
+        int exitCode;
+    };
+    const std::string usage =
+        "usage: sysctl [-bdehNnoqx] name[=value] ...\n"
+        "       sysctl [-bdehNnoqx] -a\n";
+    const Row rows[] = {
+        {"sysctl net.inet.ip.fw.verbose", "net.inet.ip.fw.verbose: 1\n", "", 0},
+        {"sysctl -w net.inet.ip.fw.verbose=0", "net.inet.ip.fw.verbose: 1 -> 0\n", "", 0},
+        {"sysctl -n net.inet.ip.fw.verbose", "0\n", "", 0},
+        {"ipfw enable verbose", "", "", 0},
+        {"sysctl -e net.inet.ip.fw.verbose", "net.inet.ip.fw.verbose=1\n", "", 0},
+        {"sysctl net.inet.ip.fw.verbose=0x0", "net.inet.ip.fw.verbose: 1 -> 0\n", "", 0},
+        {"sysctl -n net.inet.ip.fw.verbose=7", "0 -> 1\n", "", 0},
+        {"sysctl -q net.inet.ip.fw.verbose=yes", "", "sysctl: invalid integer 'yes'\n", 1},
+        {"sysctl net.inet.ip.fw.verbose=", "", "sysctl: empty numeric value\n", 1},
+        {"sysctl net.inet.ip.fw.verbos=0", "", "sysctl: unknown oid 'net.inet.ip.fw.verbos'\n", 1},
+        {"sysctl -q net.inet.ip.fw.bogus", "", "", 1},
+        {"sysctl net.inet.ip.fw.verbose kern.hostname net.inet.ip.fw.verbose=0 2>&1",
+         "net.inet.ip.fw.verbose: 1\nsysctl: unknown oid 'kern.hostname'\n", "", 1},
+        {"sysctl -n net.inet.ip.fw.verbose", "1\n", "", 0},
+        {"sysctl -z net.inet.ip.fw.verbose", "", "sysctl: illegal option -- z\n" + usage, 1},
+        {"sysctl -nN net.inet.ip.fw.verbose", "", usage, 1},
+        {"sysctl", "", usage, 1},
+        {"sysctl -a", "", "sysctl: option -a: not supported by the simulator\n", 1},
+    };
+    for (const Row& row : rows) {
+        ShellResult result = shell.run(row.command);
+        EXPECT_EQ(result.out, row.out) << row.command;
+        EXPECT_EQ(result.err, row.err) << row.command;
+        EXPECT_EQ(result.exitCode, row.exitCode) << row.command;
+    }
+}
+
+TEST_F(IpfwBinary, KillallOnlyAcceptsTheSyslogdReload) {
+    const std::string refusal = "killall: only 'killall -HUP syslogd' is simulated\n";
+    struct Row {
+        const char* command;
+        bool accepted;
+    };
+    const Row rows[] = {
+        {"killall -HUP syslogd", true},   {"killall -SIGHUP syslogd", true},
+        {"killall -hup syslogd", true},   {"killall -1 syslogd", true},
+        {"killall syslogd", false},       {"killall -TERM syslogd", false},
+        {"killall -HUP sshd", false},     {"killall -HUP syslogd sshd", false},
+        {"killall -HUPX syslogd", false}, {"killall", false},
+    };
+    for (const Row& row : rows) {
+        ShellResult result = shell.run(row.command);
+        EXPECT_EQ(result.out, "") << row.command;
+        EXPECT_EQ(result.err, row.accepted ? "" : refusal) << row.command;
+        EXPECT_EQ(result.exitCode, row.accepted ? 0 : 1) << row.command;
+    }
+}
+
+TEST_F(IpfwBinary, SysctlVerboseZeroStopsPacketLogsAndOneRestoresThem) {
+    const std::string log = dir.path() + "/ipfw.log";
+    writeFile(dir.path() + "/syslog.conf", "!ipfw\n*.*\t" + log + "\n");
+    shell.run("ipfw -q add 3100 deny log logamount 0 proto tcp dst-port 22");
+    const std::string packet = "ipfw packet tcp 10.0.0.1:1234 10.0.0.2:22 in via en0";
+    const std::string line =
+        "Nov 14 22:13:20 myhost kernel: ipfw: 3100 Deny TCP 10.0.0.1:1234 10.0.0.2:22 in via "
+        "en0\n";
+
+    EXPECT_EQ(shell.run("sysctl -w net.inet.ip.fw.verbose=0 && " + packet).out,
+              "net.inet.ip.fw.verbose: 1 -> 0\n3100 Deny\n");
+    EXPECT_EQ(readFile(log), "");
+    EXPECT_EQ(shell.run("sysctl -w net.inet.ip.fw.verbose=1 && " + packet).out,
+              "net.inet.ip.fw.verbose: 0 -> 1\n3100 Deny\n");
+    EXPECT_EQ(readFile(log), line);
 }
 
 // Eight writers add 50 rules each, half numbered and half automatic, while a reader

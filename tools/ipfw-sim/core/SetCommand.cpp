@@ -3,6 +3,7 @@
 #include <cctype>
 #include <cstdlib>
 
+#include "ipfwsim/FirewallSwitches.h"
 #include "ipfwsim/KeywordMatch.h"
 
 namespace ipfwsim {
@@ -52,16 +53,8 @@ int SetCommand::runSet(const std::vector<std::string>& words) {
 }
 
 int SetCommand::show() {
-    std::string_view content;
-    Status status = context_.store.read(content);
-    StateFile file(content);
     StateHeader header;
-    if (status.ok()) {
-        status = file.open();
-    }
-    if (status.ok()) {
-        status = file.readHeader(header, false);
-    }
+    Status status = loadHeader(context_.store, header);
     if (!status.ok()) {
         return context_.fail(status);
     }
@@ -116,12 +109,7 @@ int SetCommand::runSwitch(const std::vector<std::string>& words, bool enable) {
     const std::string& word = words[0];
     if (matchesAbbreviated(word, "verbose", diagnostics)) {
         context_.warnAll(diagnostics);
-        FirewallState state;
-        Status status = context_.loadState(state);
-        if (status.ok()) {
-            state.header().verbose = enable;
-            status = context_.saveState(state);
-        }
+        Status status = writeVerbose(context_.store, enable);
         return status.ok() ? kExitOk : context_.fail(status);
     }
     for (const char* known : {"firewall", "one_pass", "debug", "dyn_keepalive", "altq"}) {
