@@ -7,10 +7,15 @@
 #include <fcntl.h>
 #include <sys/socket.h>
 #include <unistd.h>
+#include <atomic>
 #include <cerrno>
 #include <chrono>
 #include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <future>
 #include <string>
+#include <thread>
 
 namespace qvtest {
 namespace {
@@ -35,6 +40,34 @@ private:
 
 timespec milliseconds(long ms) {
     return timespec{ms / 1000, (ms % 1000) * 1000000L};
+}
+
+// One EVFILT_USER change without an event list: 0, or -1 with errno.
+int changeUser(int queue, uintptr_t ident, unsigned short flags, unsigned int fflags,
+               intptr_t data = 0, void* udata = nullptr) {
+    struct kevent change {};
+    EV_SET(&change, ident, EVFILT_USER, flags, fflags, data, udata);
+    const timespec zero{0, 0};
+    return kevent(queue, &change, 1, nullptr, 0, &zero);
+}
+
+int pollOne(int queue, struct kevent& event) {
+    const timespec zero{0, 0};
+    return kevent(queue, nullptr, 0, &event, 1, &zero);
+}
+
+// Whether thread `tid` of this process sleeps, i.e. is blocked in a wait.
+bool threadSleeps(pid_t tid) {
+    std::ifstream stat("/proc/self/task/" + std::to_string(tid) + "/stat");
+    std::string line;
+    std::getline(stat, line);
+    const size_t nameEnd = line.rfind(')');
+    return nameEnd != std::string::npos && nameEnd + 2 < line.size() && line[nameEnd + 2] == 'S';
+}
+
+size_t openDescriptorCount() {
+    const std::filesystem::directory_iterator entries("/proc/self/fd");
+    return static_cast<size_t>(std::distance(begin(entries), end(entries)));
 }
 
 // A followed log file: a writer, a reader at the end of the file, and a kqueue with
@@ -180,6 +213,49 @@ TEST_F(FollowedFile, ReopenedDescriptorIsFollowedFromItsStart) {
     fclose(stream);
 }
 
+TEST_F(FollowedFile, UserTriggerFromAnotherThreadWakesALongWait) {
+    constexpr uintptr_t kIdent = 4242;
+    int registered = 0;
+    ASSERT_EQ(changeUser(queue_, kIdent, EV_ADD | EV_CLEAR, NOTE_FFNOP | 0x15, 0, &registered), 0);
+
+    std::atomic<pid_t> waiterId{0};
+    struct kevent events[4];
+    auto waiter = std::async(std::launch::async, [&] {
+        waiterId = gettid();
+        const timespec timeout = milliseconds(10000);
+        return kevent(queue_, nullptr, 0, events, 4, &timeout);
+    });
+    // Trigger only once the waiter is blocked, so that a wait in progress must be woken.
+    const auto deadline = Clock::now() + std::chrono::seconds(5);
+    while (Clock::now() < deadline && !(waiterId != 0 && threadSleeps(waiterId))) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    ASSERT_TRUE(waiterId != 0 && threadSleeps(waiterId));
+    ASSERT_EQ(changeUser(queue_, kIdent, 0, NOTE_TRIGGER, 0, &registered), 0);
+
+    ASSERT_EQ(waiter.wait_for(std::chrono::seconds(5)), std::future_status::ready)
+        << "the trigger did not wake the wait before its time-out";
+    ASSERT_EQ(waiter.get(), 1);
+    EXPECT_EQ(events[0].ident, kIdent);
+    EXPECT_EQ(events[0].filter, EVFILT_USER);
+    EXPECT_EQ(events[0].fflags, 0x15u);
+    EXPECT_EQ(events[0].udata, &registered);
+    // EV_CLEAR: reported once.
+    EXPECT_EQ(pollOne(queue_, events[0]), 0);
+}
+
+TEST_F(FollowedFile, DeletedFileRegistrationReportsNothing) {
+    struct kevent change {};
+    EV_SET(&change, reader_, EVFILT_READ, EV_DELETE, 0, 0, nullptr);
+    const timespec zero{0, 0};
+    ASSERT_EQ(kevent(queue_, &change, 1, nullptr, 0, &zero), 0);
+    append("not followed any more\n");
+    struct kevent event {};
+    EXPECT_EQ(pollOne(queue_, event), 0);
+    EXPECT_EQ(kevent(queue_, &change, 1, nullptr, 0, &zero), -1);
+    EXPECT_EQ(errno, ENOENT);
+}
+
 TEST_F(FollowedFile, ClosedQueueIsGoneAndOthersAreUnaffected) {
     const int other = kqueue();
     ASSERT_GE(other, 0);
@@ -188,11 +264,14 @@ TEST_F(FollowedFile, ClosedQueueIsGoneAndOthersAreUnaffected) {
     const timespec zero{0, 0};
     ASSERT_EQ(kevent(other, &change, 1, nullptr, 0, &zero), 0);
 
+    const size_t descriptorsBeforeClose = openDescriptorCount();
     ASSERT_EQ(close(queue_), 0);
     struct kevent event {};
     EXPECT_EQ(kevent(queue_, nullptr, 0, &event, 1, &zero), -1);
     EXPECT_EQ(errno, EBADF);
     queue_ = -1;
+    // Its wake-up descriptor went with it.
+    EXPECT_EQ(openDescriptorCount(), descriptorsBeforeClose - 2);
 
     append("after close\n");
     const timespec timeout = milliseconds(2000);
@@ -225,6 +304,86 @@ TEST(Kqueue, BadChangesAreReportedPerEntryOrFailTheCall) {
     EXPECT_EQ(errno, EBADF);
     EXPECT_EQ(kevent(-1, nullptr, 0, nullptr, 0, &zero), -1);
     EXPECT_EQ(errno, EBADF);
+}
+
+TEST(KqueueUser, ChangesUpdateTriggerOrFailAsOnBsd) {
+    constexpr uintptr_t kIdent = 7;
+    constexpr unsigned short kDisable = 0x0008;  // EV_DISABLE, not supported
+    struct Case {
+        const char* name;
+        uintptr_t ident;
+        unsigned short flags;
+        unsigned int fflags;
+        int error;               // 0, or the errno of the change
+        int reported;            // events of the next wait
+        unsigned int userFlags;  // their fflags
+    };
+    // The registration starts with user flags 0xf0.
+    const Case cases[] = {
+        {"trigger", kIdent, 0, NOTE_TRIGGER, 0, 1, 0xf0},
+        {"trigger with EV_ENABLE", kIdent, EV_ENABLE, NOTE_TRIGGER, 0, 1, 0xf0},
+        {"or", kIdent, 0, NOTE_TRIGGER | NOTE_FFOR | 0x0f, 0, 1, 0xff},
+        {"and", kIdent, 0, NOTE_TRIGGER | NOTE_FFAND | 0x30, 0, 1, 0x30},
+        {"copy", kIdent, 0, NOTE_TRIGGER | NOTE_FFCOPY | 0x05, 0, 1, 0x05},
+        {"no-op ignores the given flags", kIdent, 0, NOTE_TRIGGER | 0x05, 0, 1, 0xf0},
+        {"flags without trigger", kIdent, 0, NOTE_FFCOPY | 0x05, 0, 0, 0},
+        {"added again with trigger", kIdent, EV_ADD | EV_CLEAR, NOTE_TRIGGER, 0, 1, 0xf0},
+        {"unknown ident", kIdent + 1, 0, NOTE_TRIGGER, ENOENT, 0, 0},
+        {"deleting an unknown ident", kIdent + 1, EV_DELETE, 0, ENOENT, 0, 0},
+        {"EV_CLEAR without EV_ADD", kIdent, EV_CLEAR, NOTE_TRIGGER, EINVAL, 0, 0},
+        {"EV_DELETE with another flag", kIdent, EV_DELETE | EV_ENABLE, 0, EINVAL, 0, 0},
+        {"unsupported flag", kIdent, kDisable, NOTE_TRIGGER, EINVAL, 0, 0},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        Descriptor queue(kqueue());
+        ASSERT_GE(queue.get(), 0);
+        int registered = 0;
+        int changed = 0;
+        ASSERT_EQ(changeUser(queue.get(), kIdent, EV_ADD | EV_CLEAR, 0xf0, 0, &registered), 0);
+        // As on BSD, every change replaces data and udata.
+        ASSERT_EQ(changeUser(queue.get(), c.ident, c.flags, c.fflags, 99, &changed),
+                  c.error == 0 ? 0 : -1);
+        if (c.error != 0) {
+            EXPECT_EQ(errno, c.error);
+        }
+        struct kevent event {};
+        ASSERT_EQ(pollOne(queue.get(), event), c.reported);
+        if (c.reported == 1) {
+            EXPECT_EQ(event.ident, kIdent);
+            EXPECT_EQ(event.filter, EVFILT_USER);
+            EXPECT_EQ(event.fflags, c.userFlags);
+            EXPECT_EQ(event.data, 99);
+            EXPECT_EQ(event.udata, &changed);
+            EXPECT_EQ(pollOne(queue.get(), event), 0);
+        }
+    }
+}
+
+TEST(KqueueUser, LevelTriggeredEventIsReportedUntilDeleted) {
+    Descriptor queue(kqueue());
+    ASSERT_GE(queue.get(), 0);
+    ASSERT_EQ(changeUser(queue.get(), 1, EV_ADD, 0), 0);
+    ASSERT_EQ(changeUser(queue.get(), 1, 0, NOTE_TRIGGER), 0);
+
+    // The trigger came before the wait; each wait reports it again.
+    struct kevent event {};
+    const timespec timeout = milliseconds(2000);
+    for (int wait = 0; wait < 2; ++wait) {
+        ASSERT_EQ(kevent(queue.get(), nullptr, 0, &event, 1, &timeout), 1);
+        EXPECT_EQ(event.filter, EVFILT_USER);
+    }
+    ASSERT_EQ(changeUser(queue.get(), 1, EV_DELETE, 0), 0);
+    EXPECT_EQ(pollOne(queue.get(), event), 0);
+
+    // A trigger of a deleted ident fails the call, or is an EV_ERROR entry when there is room.
+    EXPECT_EQ(changeUser(queue.get(), 1, 0, NOTE_TRIGGER), -1);
+    EXPECT_EQ(errno, ENOENT);
+    struct kevent trigger {};
+    EV_SET(&trigger, 1, EVFILT_USER, 0, NOTE_TRIGGER, 0, nullptr);
+    ASSERT_EQ(kevent(queue.get(), &trigger, 1, &event, 1, &timeout), 1);
+    EXPECT_EQ(event.flags, EV_ERROR);
+    EXPECT_EQ(event.data, ENOENT);
 }
 
 }  // namespace

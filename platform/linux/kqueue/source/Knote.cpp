@@ -32,19 +32,57 @@ void Knote::noteInotifyEvent(uint32_t mask) {
     }
 }
 
+void Knote::updateUserFlags(unsigned int fflags) {
+    const unsigned int given = fflags & NOTE_FFLAGSMASK;
+    switch (fflags & NOTE_FFCTRLMASK) {
+        case NOTE_FFAND:
+            userFlags &= given;
+            break;
+        case NOTE_FFOR:
+            userFlags |= given;
+            break;
+        case NOTE_FFCOPY:
+            userFlags = given;
+            break;
+        default:  // NOTE_FFNOP
+            break;
+    }
+}
+
 Knote::Outcome Knote::evaluate(struct kevent& out) {
+    // A user registration has no file to look at.
+    if (isUser()) {
+        return evaluateUser(out);
+    }
     struct stat status {};
     if (fstat(static_cast<int>(ident), &status) != 0 || status.st_ino != inode ||
         status.st_dev != device) {
         return Outcome::kLapsed;
     }
+    fill(out);
+    return filter == EVFILT_READ ? evaluateRead(status, out) : evaluateVnode(out);
+}
+
+void Knote::fill(struct kevent& out) const {
     out.ident = ident;
     out.filter = filter;
     out.flags = flags & EV_CLEAR;
     out.fflags = 0;
     out.data = 0;
     out.udata = udata;
-    return filter == EVFILT_READ ? evaluateRead(status, out) : evaluateVnode(out);
+}
+
+Knote::Outcome Knote::evaluateUser(struct kevent& out) {
+    if (!triggered) {
+        return Outcome::kNothing;
+    }
+    fill(out);
+    out.fflags = userFlags;
+    out.data = userData;
+    if (edgeTriggered()) {
+        triggered = false;
+    }
+    return Outcome::kFired;
 }
 
 Knote::Outcome Knote::evaluateRead(const struct stat& status, struct kevent& out) {

@@ -1,5 +1,6 @@
 // One registration of a kqueue: a filter on a file descriptor, the inotify watch that
-// wakes it, and what it has reported so far.
+// wakes it, and what it has reported so far; or an EVFILT_USER registration, which has
+// no file and fires when a change triggers it.
 #pragma once
 
 #include <sys/event.h>
@@ -28,7 +29,16 @@ struct Knote {
     nlink_t links = 0;              // link count last seen
     unsigned int pendingNotes = 0;  // EVFILT_VNODE notes not yet reported
 
+    // EVFILT_USER state.
+    bool triggered = false;
+    unsigned int userFlags = 0;  // reported as fflags
+    intptr_t userData = 0;       // reported as data
+
     bool edgeTriggered() const { return (flags & EV_CLEAR) != 0; }
+    bool isUser() const { return filter == EVFILT_USER; }
+
+    // Combines the user flags with the low bits of `fflags` as its NOTE_FF* control says.
+    void updateUserFlags(unsigned int fflags);
 
     // Records what inotify said about the watched file.
     void noteInotifyEvent(uint32_t mask);
@@ -40,6 +50,8 @@ struct Knote {
     Outcome evaluate(struct kevent& out);
 
 private:
+    void fill(struct kevent& out) const;
+    Outcome evaluateUser(struct kevent& out);
     Outcome evaluateRead(const struct stat& status, struct kevent& out);
     Outcome evaluateVnode(struct kevent& out);
 };

@@ -1,6 +1,7 @@
 #include "Kqueue.h"
 
 #include <poll.h>
+#include <sys/eventfd.h>
 #include <sys/inotify.h>
 #include <unistd.h>
 #include <cerrno>
@@ -14,7 +15,7 @@ namespace qvkq {
 namespace {
 
 constexpr uint32_t kWatchMask = IN_MODIFY | IN_ATTRIB | IN_MOVE_SELF | IN_DELETE_SELF;
-constexpr unsigned short kSupportedFlags = EV_ADD | EV_ENABLE | EV_CLEAR;
+constexpr unsigned short kSupportedFlags = EV_ADD | EV_DELETE | EV_ENABLE | EV_CLEAR;
 constexpr long kNanosPerSecond = 1000000000L;
 
 timespec monotonicNow() {
@@ -61,7 +62,20 @@ void storeError(const struct kevent& change, int error, struct kevent& out) {
     out.data = error;
 }
 
+Knote newUserKnote(const struct kevent& change) {
+    Knote knote;
+    knote.ident = change.ident;
+    knote.filter = EVFILT_USER;
+    knote.flags = change.flags & EV_CLEAR;
+    knote.userFlags = change.fflags & NOTE_FFLAGSMASK;
+    return knote;
+}
+
 }  // namespace
+
+Kqueue::~Kqueue() {
+    close(wakeFd_);
+}
 
 int Kqueue::run(const struct kevent* changes, int changeCount, struct kevent* events,
                 int eventCount, const struct timespec* timeout) {
@@ -95,6 +109,9 @@ int Kqueue::run(const struct kevent* changes, int changeCount, struct kevent* ev
         if (!drainInotify()) {
             return -1;
         }
+        // Drained before collecting, under the lock a trigger takes: a trigger after this
+        // point signals again and interrupts the wait below.
+        drainWake();
         const int found = collect(events, eventCount);
         if (found > 0) {
             return found;
@@ -103,26 +120,39 @@ int Kqueue::run(const struct kevent* changes, int changeCount, struct kevent* ev
         if (timeout != nullptr && (isZero(*timeout) || !remainingUntil(deadline, remaining))) {
             return 0;
         }
-        pollfd wait{fd_, POLLIN, 0};
-        lock.unlock();
-        const int ready = ppoll(&wait, 1, timeout != nullptr ? &remaining : nullptr, nullptr);
-        lock.lock();
-        if (ready < 0) {
+        if (!waitUnlocked(lock, timeout != nullptr ? &remaining : nullptr)) {
             return -1;
         }
     }
 }
 
+bool Kqueue::waitUnlocked(std::unique_lock<std::mutex>& lock, const struct timespec* remaining) {
+    pollfd waits[2] = {{fd_, POLLIN, 0}, {wakeFd_, POLLIN, 0}};
+    lock.unlock();
+    const int ready = ppoll(waits, 2, remaining, nullptr);
+    lock.lock();
+    return ready >= 0;
+}
+
 int Kqueue::apply(const struct kevent& change) {
-    if (change.filter != EVFILT_READ && change.filter != EVFILT_VNODE) {
+    const bool deleting = (change.flags & EV_DELETE) != 0;
+    if ((change.flags & ~kSupportedFlags) != 0 || (deleting && change.flags != EV_DELETE)) {
         return EINVAL;
     }
-    if ((change.flags & ~kSupportedFlags) != 0 || (change.flags & EV_ADD) == 0) {
+    if (change.filter == EVFILT_USER) {
+        return applyUser(change);
+    }
+    // A file registration is only added or deleted.
+    if ((change.filter != EVFILT_READ && change.filter != EVFILT_VNODE) ||
+        (!deleting && (change.flags & EV_ADD) == 0)) {
         return EINVAL;
     }
     struct stat status {};
     if (change.ident > INT_MAX || fstat(static_cast<int>(change.ident), &status) != 0) {
         return EBADF;
+    }
+    if (deleting) {
+        return remove(change, status);
     }
     if (!S_ISREG(status.st_mode)) {
         return EINVAL;
@@ -130,21 +160,69 @@ int Kqueue::apply(const struct kevent& change) {
     return add(change, status);
 }
 
-int Kqueue::add(const struct kevent& change, const struct stat& status) {
-    for (auto it = knotes_.begin(); it != knotes_.end(); ++it) {
-        if (it->ident != change.ident || it->filter != change.filter) {
-            continue;
+int Kqueue::applyUser(const struct kevent& change) {
+    Iterator knote = find(change.ident, EVFILT_USER);
+    if ((change.flags & EV_DELETE) != 0) {
+        if (knote == knotes_.end()) {
+            return ENOENT;
         }
-        if (it->inode == status.st_ino && it->device == status.st_dev) {
+        knotes_.erase(knote);
+        return 0;
+    }
+    const bool adding = (change.flags & EV_ADD) != 0;
+    // EV_CLEAR is chosen once, by the change that adds the registration.
+    if (!adding && (change.flags & EV_CLEAR) != 0) {
+        return EINVAL;
+    }
+    if (knote == knotes_.end()) {
+        if (!adding) {
+            return ENOENT;
+        }
+        knote = knotes_.insert(knotes_.end(), newUserKnote(change));
+    } else {
+        knote->updateUserFlags(change.fflags);
+    }
+    knote->userData = change.data;
+    knote->udata = change.udata;
+    if ((change.fflags & NOTE_TRIGGER) != 0) {
+        knote->triggered = true;
+        wake();
+    }
+    return 0;
+}
+
+int Kqueue::remove(const struct kevent& change, const struct stat& status) {
+    const Iterator knote = find(change.ident, change.filter);
+    if (knote == knotes_.end()) {
+        return ENOENT;
+    }
+    // A registration on another file lapsed when its descriptor was closed.
+    const bool sameFile = knote->inode == status.st_ino && knote->device == status.st_dev;
+    drop(knote);
+    return sameFile ? 0 : ENOENT;
+}
+
+Kqueue::Iterator Kqueue::find(uintptr_t ident, short filter) {
+    for (auto it = knotes_.begin(); it != knotes_.end(); ++it) {
+        if (it->ident == ident && it->filter == filter) {
+            return it;
+        }
+    }
+    return knotes_.end();
+}
+
+int Kqueue::add(const struct kevent& change, const struct stat& status) {
+    const Iterator existing = find(change.ident, change.filter);
+    if (existing != knotes_.end()) {
+        if (existing->inode == status.st_ino && existing->device == status.st_dev) {
             // Same file: only the settings change, the reporting state stays.
-            it->flags = change.flags & EV_CLEAR;
-            it->interest = change.fflags;
-            it->udata = change.udata;
+            existing->flags = change.flags & EV_CLEAR;
+            existing->interest = change.fflags;
+            existing->udata = change.udata;
             return 0;
         }
         // The descriptor was closed and reused for another file.
-        drop(it);
-        break;
+        drop(existing);
     }
     const int watch = inotify_add_watch(fd_, descriptorPath(change.ident).c_str(), kWatchMask);
     if (watch < 0) {
@@ -168,7 +246,7 @@ int Kqueue::add(const struct kevent& change, const struct stat& status) {
     return 0;
 }
 
-void Kqueue::drop(std::list<Knote>::iterator knote) {
+void Kqueue::drop(Iterator knote) {
     const int watch = knote->watch;
     knotes_.erase(knote);
     if (watch < 0) {
@@ -198,7 +276,8 @@ bool Kqueue::drainInotify() {
             std::memcpy(&header, buffer + pos, sizeof header);
             for (Knote& knote : knotes_) {
                 // After a queue overflow nothing is known: every file may have changed.
-                if (knote.watch == header.wd || (header.mask & IN_Q_OVERFLOW) != 0) {
+                if (!knote.isUser() &&
+                    (knote.watch == header.wd || (header.mask & IN_Q_OVERFLOW) != 0)) {
                     knote.noteInotifyEvent(header.mask & IN_Q_OVERFLOW ? IN_MODIFY | IN_ATTRIB
                                                                        : header.mask);
                 }
@@ -208,8 +287,19 @@ bool Kqueue::drainInotify() {
     }
 }
 
+void Kqueue::wake() {
+    // Fails only when the counter is about to overflow, that is when a wake-up is
+    // already pending.
+    eventfd_write(wakeFd_, 1);
+}
+
+void Kqueue::drainWake() {
+    eventfd_t count = 0;
+    eventfd_read(wakeFd_, &count);
+}
+
 int Kqueue::collect(struct kevent* events, int eventCount) {
-    std::vector<std::list<Knote>::iterator> fired;
+    std::vector<Iterator> fired;
     for (auto it = knotes_.begin(); it != knotes_.end() && fired.size() < size_t(eventCount);) {
         const auto current = it++;
         const Knote::Outcome outcome = current->evaluate(events[fired.size()]);

@@ -1,5 +1,6 @@
 #include "KqueueRegistry.h"
 
+#include <sys/eventfd.h>
 #include <sys/inotify.h>
 #include <unistd.h>
 #include <cerrno>
@@ -33,10 +34,17 @@ int KqueueRegistry::create() {
     if (fd < 0) {
         return -1;
     }
+    const int wakeFd = eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC);
+    if (wakeFd < 0) {
+        const int error = errno;
+        close(fd);
+        errno = error;
+        return -1;
+    }
     const std::lock_guard<std::mutex> lock(mutex_);
     sweepClosed();
     // Any entry still under this number belonged to a descriptor closed since.
-    queues_[fd] = std::make_shared<Kqueue>(fd);
+    queues_[fd] = std::make_shared<Kqueue>(fd, wakeFd);
     return fd;
 }
 

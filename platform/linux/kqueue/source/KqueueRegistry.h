@@ -1,7 +1,8 @@
 // Finds the state behind a kqueue descriptor. The caller releases a kqueue with a
 // plain close(), which this layer does not see; entries whose descriptor was closed
 // are therefore found and dropped lazily, when the number comes back from kqueue()
-// or when a descriptor no longer is an inotify instance.
+// or when a descriptor no longer is an inotify instance. Dropping the last reference to
+// a queue closes its wake-up eventfd; a kevent() still running on it keeps it open.
 #pragma once
 
 #include "Kqueue.h"
