@@ -4,7 +4,7 @@
 
 #include <CoreFoundation/CoreFoundation.h>
 
-#include "QvConvert.h"
+#include "QvPlistMessageConvert.h"
 #include "VelaFwInternalMsg.pb.h"
 
 namespace qor {

@@ -9,7 +9,7 @@
 
 #include <CoreFoundation/CoreFoundation.h>
 
-#include "QvConvert.h"
+#include "QvPlistMessageConvert.h"
 #include "VelaFwMsg.pb.h"
 
 namespace qor {

@@ -1,0 +1,427 @@
+// The plug-in driven end to end as a host drives it, against the simulated ipfw: after
+// every step the store and `ipfw -S show` must agree.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cstring>
+#include <fstream>
+
+#include "PluginWorld.h"
+
+using namespace qor::vela;
+using qvtest::CallbackEvents;
+using qvtest::eventually;
+using qvtest::kExceptionSet;
+using qvtest::kNormalSet;
+using qvtest::PluginWorld;
+
+namespace {
+
+using Numbers = std::vector<uint32_t>;
+
+class PluginTest : public PluginWorld {};
+
+TEST_F(PluginTest, FrameHandsOutTheTableAndExportsNothingElse) {
+    EXPECT_EQ(plugin->getId(), 128);
+
+    const QvHandlerEntry* table = nullptr;
+    int count = 0;
+    QvCommandHandler fallback = nullptr;
+    EXPECT_EQ(plugin->getHandlers(nullptr, &count, &fallback), 20002);
+    EXPECT_EQ(plugin->getHandlers(&table, nullptr, &fallback), 20002);
+    EXPECT_EQ(plugin->getHandlers(&table, &count, nullptr), 20002);
+    EXPECT_EQ(table, nullptr);
+    ASSERT_EQ(plugin->getHandlers(&table, &count, &fallback), 0);
+    ASSERT_EQ(count, 21);
+    EXPECT_EQ(table, plugin->handlerArr);
+
+    const std::vector<std::pair<int, std::string>> rows = {
+        {0x8000, "add a rule"},      {0x8001, "delete a rule"},     {0x8002, "flush all rules"},
+        {0x8004, "enable fw"},       {0x8005, "disable fw"},        {0x8007, "get all rules"},
+        {0x8009, "swap rules"},      {0x8008, "add rule list"},     {0x8003, "flush vela's rule"},
+        {0x8006, "is fw enable"},    {0x800a, "enable event log"},  {0x800b, "disable event log"},
+        {0x800c, "is event log enabled"}, {0x800d, "set rules"},    {0x800e, "add excp rule"},
+        {0x800f, "del excp rule"},   {0x8010, "flush excp rule"},   {0x8011, "set excp rules"},
+        {0x8012, "get excp rules"},  {0x8013, "modify a rule"},     {258, "set debug level"}};
+    for (int i = 0; i < count; ++i) {
+        EXPECT_EQ(table[i].cmd, rows[i].first) << "row " << i;
+        EXPECT_STREQ(table[i].desc, rows[i].second.c_str()) << "row " << i;
+    }
+    EXPECT_EQ(table[10].handler, table[11].handler);
+    EXPECT_EQ(fallback(0x9999, nullptr, 0, nullptr, nullptr), 0);
+    EXPECT_EQ(plugin->free(nullptr), 0);
+
+    const std::string exported = qvtest::commandOutput(
+        "nm -D --defined-only " + qvtest::LoadedPlugin::path() + " | awk '{print $3}' | sort");
+    EXPECT_EQ(exported,
+              "QvPluginFinalize\nQvPluginFree\nQvPluginGetHandlers\nQvPluginGetId\n"
+              "QvPluginInitialize\nQvPluginNullNotify\nQvPluginSetNotificationCallback\n"
+              "handlerArr\n");
+}
+
+TEST_F(PluginTest, HandlersWithoutAManagerAnswer20013) {
+    const FwRule rule = tcpRule(ACTION_DENY, 22);
+    EXPECT_EQ(call(QV_CMD_ADD_RULE, rule), 20013);
+    EXPECT_EQ(call(QV_CMD_FLUSH_RULES), 20013);
+    ASSERT_EQ(start(), 0);
+    stop();
+    EXPECT_EQ(call(QV_CMD_IS_FW_ENABLE, nullptr, 0, nullptr), 20013);
+    EXPECT_TRUE(installed(kNormalSet).empty());
+}
+
+TEST_F(PluginTest, RuleLifecycleOnBothSets) {
+    ASSERT_EQ(start(), 0);
+    for (const bool exception : {false, true}) {
+        SCOPED_TRACE(exception ? "exception set" : "normal set");
+        const uint32_t base = exception ? 2100 : 3100;
+        const int set = exception ? kExceptionSet : kNormalSet;
+        const uint32_t a = add(tcpRule(ACTION_DENY, 22), exception);
+        const uint32_t b = add(tcpRule(ACTION_ALLOW, 80), exception);
+        const uint32_t c = add(tcpRule(ACTION_RESET, 443), exception);
+        EXPECT_EQ(Numbers({a, b, c}), Numbers({base, base + 10, base + 20}));
+        expectStoreAndIpfwAgree();
+        EXPECT_EQ(installed(set)[0].body, "deny log ip from any to any proto tcp dst-port 22");
+
+        UIntType number;
+        number.set_value(b);
+        EXPECT_EQ(call(exception ? QV_CMD_DELETE_EXCP_RULE : QV_CMD_DELETE_RULE, number), 0);
+        EXPECT_EQ(stored(exception), Numbers({a, c}));
+        expectStoreAndIpfwAgree();
+    }
+
+    // Modify and swap work on the normal set.
+    FwRule changed = tcpRule(ACTION_ALLOW, 8080);
+    changed.set_rule_index(3100);
+    EXPECT_EQ(call(QV_CMD_MODIFY_RULE, changed), 0);
+    EXPECT_EQ(installed(kNormalSet)[0].body, "allow ip from any to any proto tcp dst-port 8080");
+    UIntPair pair;
+    pair.set_first(3100);
+    pair.set_second(3120);
+    EXPECT_EQ(call(QV_CMD_SWAP_RULES, pair), 0);
+    auto normal = installed(kNormalSet);
+    ASSERT_EQ(normal.size(), 2u);
+    EXPECT_EQ(normal[0].body, "reset log ip from any to any proto tcp dst-port 443");
+    EXPECT_EQ(normal[1].body, "allow ip from any to any proto tcp dst-port 8080");
+    expectStoreAndIpfwAgree();
+
+    // Modify of a number the store lacks, and without a number.
+    changed.set_rule_index(3999);
+    EXPECT_EQ(call(QV_CMD_MODIFY_RULE, changed), 20701);
+    changed.clear_rule_index();
+    EXPECT_EQ(call(QV_CMD_MODIFY_RULE, changed), 20002);
+    expectStoreAndIpfwAgree();
+
+    // Flushing one set leaves the other; flushing all empties both.
+    EXPECT_EQ(call(QV_CMD_FLUSH_EXCP_RULES), 0);
+    EXPECT_TRUE(stored(true).empty());
+    EXPECT_EQ(stored(false).size(), 2u);
+    expectStoreAndIpfwAgree();
+    EXPECT_EQ(add(tcpRule(ACTION_DENY, 1), true), 2100u);  // numbering restarts
+    EXPECT_EQ(call(QV_CMD_FLUSH_NORMAL_RULES), 0);
+    EXPECT_TRUE(stored(false).empty());
+    EXPECT_EQ(stored(true).size(), 1u);
+    expectStoreAndIpfwAgree();
+    add(tcpRule(ACTION_DENY, 2));
+    EXPECT_EQ(call(QV_CMD_FLUSH_RULES), 0);
+    EXPECT_TRUE(stored(false).empty());
+    EXPECT_TRUE(stored(true).empty());
+    expectStoreAndIpfwAgree();
+}
+
+TEST_F(PluginTest, RuleListsAnswerOneOrderAndNumberPairPerRule) {
+    ASSERT_EQ(start(), 0);
+    FwRule badMac = tcpRule(ACTION_DENY, 25);
+    badMac.mutable_mac_addr()->mutable_src_mac()->set_type(MAC_SPECIFIED);
+    badMac.mutable_mac_addr()->mutable_src_mac()->set_mac("not a mac");
+    badMac.mutable_mac_addr()->mutable_dst_mac()->set_type(MAC_ANY);
+
+    UIntPairArray pairs;
+    const auto list =
+        ruleList({{7, tcpRule(ACTION_DENY, 22)}, {3, badMac}, {1, tcpRule(ACTION_ALLOW, 80)}});
+    EXPECT_EQ(call(QV_CMD_SET_RULE_LIST, list, &pairs), 20702);
+    ASSERT_EQ(pairs.values_size(), 3);
+    EXPECT_EQ(pairs.values(0).first(), 1u);
+    EXPECT_EQ(pairs.values(0).second(), 3100u);
+    EXPECT_EQ(pairs.values(1).first(), 3u);
+    EXPECT_FALSE(pairs.values(1).has_second());
+    EXPECT_EQ(pairs.values(2).first(), 7u);
+    EXPECT_EQ(pairs.values(2).second(), 3120u);  // the failed rule used up 3110
+    expectStoreAndIpfwAgree();
+
+    EXPECT_EQ(call(QV_CMD_ADD_RULE_LIST, ruleList({{1, tcpRule(ACTION_DENY, 53)}}), &pairs), 0);
+    EXPECT_EQ(pairs.values(0).second(), 3130u);
+    EXPECT_EQ(stored(false).size(), 3u);
+
+    // A repeated order changes nothing on any list command.
+    const auto repeated = ruleList({{1, tcpRule(ACTION_DENY, 1)}, {1, tcpRule(ACTION_DENY, 2)}});
+    for (int cmd : {QV_CMD_ADD_RULE_LIST, QV_CMD_SET_RULE_LIST, QV_CMD_SET_EXCP_RULE_LIST}) {
+        EXPECT_EQ(call(cmd, repeated, &pairs), 20707) << cmd;
+        EXPECT_EQ(pairs.values_size(), 0);
+    }
+    EXPECT_EQ(stored(false).size(), 3u);
+
+    EXPECT_EQ(call(QV_CMD_SET_EXCP_RULE_LIST, ruleList({{2, tcpRule(ACTION_ALLOW, 22)}}), &pairs),
+              0);
+    EXPECT_EQ(pairs.values(0).second(), 2100u);
+    // An empty list still has to be a request: only a list with no entries empties the set.
+    FwRuleInfoList empty;
+    EXPECT_EQ(call(QV_CMD_SET_RULE_LIST, empty, &pairs), 20002);
+    expectStoreAndIpfwAgree();
+}
+
+TEST_F(PluginTest, RestartReinstallsStoredRulesUnderTheirNumbers) {
+    ASSERT_EQ(start(), 0);
+    add(tcpRule(ACTION_DENY, 22));
+    add(tcpRule(ACTION_ALLOW, 80));
+    add(tcpRule(ACTION_ALLOW, 443), true);
+    const auto before = ipfw("-S show");
+
+    stop();
+    EXPECT_TRUE(installed(kNormalSet).empty());
+    EXPECT_TRUE(installed(kExceptionSet).empty());
+    EXPECT_EQ(call(QV_CMD_GET_ALL_RULES, nullptr, 0, nullptr), 20013);  // no manager
+
+    ASSERT_EQ(start(), 0);
+    EXPECT_EQ(ipfw("-S show"), before);
+    expectStoreAndIpfwAgree();
+    EXPECT_EQ(add(tcpRule(ACTION_DENY, 25)), 3120u);
+}
+
+TEST_F(PluginTest, EnableAndDisableReachBothSetsAndSurviveRestart) {
+    ASSERT_EQ(start(), 0);
+    add(tcpRule(ACTION_DENY, 22));
+    add(tcpRule(ACTION_ALLOW, 22), true);
+    BoolType enabled;
+    auto disabledSets = [] { return ipfw("set show").substr(0, ipfw("set show").find(" enable")); };
+
+    EXPECT_EQ(call(QV_CMD_DISABLE_FW), 0);
+    EXPECT_EQ(call(QV_CMD_IS_FW_ENABLE, &enabled), 0);
+    EXPECT_FALSE(enabled.value());
+    EXPECT_EQ(disabledSets(), "disable 18 19");
+
+    restart();
+    EXPECT_EQ(call(QV_CMD_IS_FW_ENABLE, &enabled), 0);
+    EXPECT_FALSE(enabled.value());
+    EXPECT_EQ(disabledSets(), "disable 18 19");
+    EXPECT_TRUE(installed(kNormalSet)[0].disabled);
+    expectStoreAndIpfwAgree();
+
+    EXPECT_EQ(call(QV_CMD_ENABLE_FW), 0);
+    EXPECT_EQ(call(QV_CMD_IS_FW_ENABLE, &enabled), 0);
+    EXPECT_TRUE(enabled.value());
+    EXPECT_EQ(ipfw("packet tcp 10.0.0.1:1234 10.0.0.2:22 in via en0"), "2100 Accept\n");
+}
+
+TEST_F(PluginTest, DeniedPacketReachesCallbackAndHostServiceThroughTheLoggerBlock) {
+    ASSERT_EQ(start(), 0);
+    const std::string block = "\n!ipfw\n*.*\t\t\t" + fwLog() + "\n";
+    EXPECT_EQ(qvtest::readFile(syslogConf()), block);
+    EXPECT_EQ(qvtest::commandOutput("sysctl -n net.inet.ip.fw.verbose"), "1\n");
+    add(tcpRule(ACTION_DENY, 22));
+
+    const time_t before = time(nullptr);
+    EXPECT_EQ(ipfw("packet tcp 10.0.0.1:1234 10.0.0.2:22 in via en0"), "3100 Deny\n");
+    ASSERT_TRUE(eventually([] { return CallbackEvents::all().size() == 1; }));
+    ASSERT_TRUE(eventually([&] { return service->callCount() == 1; }));
+    const auto [code, bytes] = CallbackEvents::all()[0];
+    EXPECT_EQ(code, 1207);
+    EventLogItemFw event;
+    ASSERT_TRUE(event.ParseFromString(bytes));
+    EXPECT_FALSE(event.has_id());
+    EXPECT_EQ(event.rule_index(), 3100);
+    EXPECT_GE(event.time(), before);
+    EXPECT_LE(event.time(), time(nullptr));
+    EXPECT_EQ(event.detail(),
+              std::string("3100 Deny TCP 10.0.0.1:1234 10.0.0.2:22 in via en0\n", 51) +
+                  std::string(1, '\0'));
+    EXPECT_EQ(service->calls()[0].command, 65567u);
+    EXPECT_EQ(service->calls()[0].payload, bytes);
+
+    // With notification off the host service alone hears of the next packet.
+    EXPECT_EQ(call(QV_CMD_DISABLE_NOTIFY), 0);
+    BoolType notify;
+    EXPECT_EQ(call(QV_CMD_IS_NOTIFY_ENABLE, &notify), 0);
+    EXPECT_FALSE(notify.value());
+    ipfw("packet tcp 10.0.0.1:1235 10.0.0.2:22 in via en0");
+    ASSERT_TRUE(eventually([&] { return service->callCount() == 2; }));
+    EXPECT_EQ(CallbackEvents::all().size(), 1u);
+    EXPECT_EQ(call(QV_CMD_ENABLE_NOTIFY), 0);
+    EXPECT_EQ(call(QV_CMD_IS_NOTIFY_ENABLE, &notify), 0);
+    EXPECT_TRUE(notify.value());
+
+    // A restart finds its block and leaves the logger configuration alone; the watcher
+    // stops with verbose logging off.
+    stop();
+    EXPECT_EQ(qvtest::commandOutput("sysctl -n net.inet.ip.fw.verbose"), "0\n");
+    ASSERT_EQ(start(), 0);
+    EXPECT_EQ(qvtest::readFile(syslogConf()), block);
+}
+
+TEST_F(PluginTest, WatcherFollowsRotationAndTruncation) {
+    ASSERT_EQ(start(), 0);
+    auto append = [&](const std::string& path, const std::string& text) {
+        std::ofstream(path, std::ios::app) << text;
+    };
+    auto lastRule = [] {
+        EventLogItemFw event;
+        event.ParseFromString(CallbackEvents::all().back().second);
+        return event.rule_index();
+    };
+    append(fwLog(), "Nov 23 10:00:00 host kernel: ipfw: 3100 Deny TCP a b in\n");
+    ASSERT_TRUE(eventually([] { return CallbackEvents::all().size() == 1; }));
+
+    // Moved away and replaced: the new file is read from its first line.
+    ASSERT_EQ(rename(fwLog().c_str(), (fwLog() + ".0").c_str()), 0);
+    append(fwLog(), "Nov 23 10:00:01 host kernel: IPFW: 3200 Deny UDP a b out\n");
+    ASSERT_TRUE(eventually([] { return CallbackEvents::all().size() == 2; }));
+    EXPECT_EQ(lastRule(), 3200);
+
+    // Truncated: what comes after is still reported. Lines without "ipfw:" are not.
+    ASSERT_EQ(truncate(fwLog().c_str(), 0), 0);
+    append(fwLog(), "Nov 23 10:00:02 host syslogd: restart\n");
+    append(fwLog(), "Nov 23 10:00:03 host kernel: ipfw: 3300 Deny ICMP a b in\n");
+    ASSERT_TRUE(eventually([] { return CallbackEvents::all().size() >= 3; }));
+    EXPECT_EQ(lastRule(), 3300);
+    EXPECT_EQ(CallbackEvents::all().size(), 3u);
+}
+
+// Every request-taking command, with bytes that are not a complete request.
+TEST_F(PluginTest, BadRequestsGetTheirCodesAndChangeNothing) {
+    ASSERT_EQ(start(), 0);
+    add(tcpRule(ACTION_DENY, 22));
+    add(tcpRule(ACTION_ALLOW, 22), true);
+    const auto before = ipfw("-S show");
+    const std::string config = qvtest::readFile(configPath());
+
+    FwRule noType = tcpRule(ACTION_DENY, 23);
+    noType.mutable_protocol()->clear_type();  // required in its part
+    const std::string incompleteRule = noType.SerializePartialAsString();
+    FwRuleInfoList noOrder;
+    noOrder.add_rules();
+    const std::string incompleteList = noOrder.SerializePartialAsString();
+    const std::string garbage = "\xff\xff\xff\xff\x0f";
+    char byte = 0;
+    void* out = nullptr;
+    int outLen = 0;
+
+    struct Case {
+        int cmd;
+        const void* in;
+        int inLen;
+        bool withOut;
+        int code;
+    };
+    const std::vector<Case> cases = {
+        {QV_CMD_ADD_RULE, incompleteRule.data(), int(incompleteRule.size()), true, 20010},
+        {QV_CMD_ADD_EXCP_RULE, incompleteRule.data(), int(incompleteRule.size()), true, 20010},
+        {QV_CMD_MODIFY_RULE, incompleteRule.data(), int(incompleteRule.size()), false, 20010},
+        {QV_CMD_ADD_RULE_LIST, incompleteList.data(), int(incompleteList.size()), true, 20010},
+        {QV_CMD_SET_RULE_LIST, incompleteList.data(), int(incompleteList.size()), true, 20010},
+        {QV_CMD_SET_EXCP_RULE_LIST, incompleteList.data(), int(incompleteList.size()), true,
+         20010},
+        {QV_CMD_ADD_RULE, nullptr, 4, true, 20002},
+        {QV_CMD_ADD_RULE, &byte, 0, true, 20002},
+        {QV_CMD_ADD_RULE, &byte, -1, true, 20002},
+        {QV_CMD_ADD_RULE, incompleteRule.data(), int(incompleteRule.size()), false, 20002},
+        {QV_CMD_DELETE_RULE, nullptr, 0, false, 20002},
+        {QV_CMD_DELETE_EXCP_RULE, &byte, 0, false, 20002},
+        {QV_CMD_SWAP_RULES, nullptr, 2, false, 20002},
+        {QV_CMD_MODIFY_RULE, &byte, -7, false, 20002},
+        {QV_CMD_SET_RULE_LIST, nullptr, 0, true, 20002},
+        {QV_CMD_SET_DEBUG_LEVEL, nullptr, 0, false, 20002},
+        {QV_CMD_IS_FW_ENABLE, nullptr, 0, false, 20002},
+        {QV_CMD_GET_EXCP_RULES, nullptr, 0, false, 20002},
+    };
+    const QvHandlerEntry* table = nullptr;
+    int count = 0;
+    QvCommandHandler fallback = nullptr;
+    ASSERT_EQ(plugin->getHandlers(&table, &count, &fallback), 0);
+    for (const Case& c : cases) {
+        const auto row = std::find_if(table, table + count,
+                                      [&](const QvHandlerEntry& e) { return e.cmd == c.cmd; });
+        out = nullptr;
+        outLen = -5;
+        EXPECT_EQ(row->handler(c.cmd, c.in, c.inLen, c.withOut ? &out : nullptr,
+                               c.withOut ? &outLen : nullptr),
+                  c.code)
+            << std::hex << c.cmd << " inLen " << std::dec << c.inLen;
+        EXPECT_EQ(out, nullptr);
+        EXPECT_EQ(outLen, -5);
+    }
+    // Bytes that are no message at all: an unreadable list must not empty the set.
+    for (int cmd : {QV_CMD_ADD_RULE, QV_CMD_SWAP_RULES, QV_CMD_SET_RULE_LIST,
+                    QV_CMD_SET_EXCP_RULE_LIST, QV_CMD_DELETE_RULE}) {
+        EXPECT_EQ(call(cmd, garbage.data(), int(garbage.size())), 20010) << std::hex << cmd;
+    }
+    EXPECT_EQ(ipfw("-S show"), before);
+    EXPECT_EQ(qvtest::readFile(configPath()), config);
+    EXPECT_NE(debugLog().find("AddRule failed to init fwRule"), std::string::npos);
+    EXPECT_NE(debugLog().find("GetAllRules invalid input, out is (nil), outLen is (nil)"),
+              std::string::npos);
+
+    // The debug level: 0..7 only.
+    DebugOption level;
+    level.set_plugins(0);
+    level.set_debug_level(7);
+    EXPECT_EQ(call(QV_CMD_SET_DEBUG_LEVEL, level), 0);
+    level.set_debug_level(8);
+    EXPECT_EQ(call(QV_CMD_SET_DEBUG_LEVEL, level), 20002);
+    level.set_debug_level(-1);
+    EXPECT_EQ(call(QV_CMD_SET_DEBUG_LEVEL, level), 20002);
+}
+
+TEST_F(PluginTest, ConfigurationThatCannotBeLoadedGives20013) {
+    for (const char* content : {"", "<plist><dict><key>x</key>", "\x00\x01garbage"}) {
+        qvtest::writeFile(configPath(), content);
+        unlink((confDir() + "/backup/QvFw.conf.plist").c_str());
+        EXPECT_EQ(start(), 20013) << content;
+        EXPECT_NE(debugLog().find("QvPluginInitialize Failed to init FwMgr"), std::string::npos);
+        // The manager stays: handlers answer instead of crashing, and ipfw is untouched.
+        EXPECT_EQ(call(QV_CMD_FLUSH_EXCP_RULES), 0);
+        stop();
+        EXPECT_TRUE(installed(kNormalSet).empty());
+    }
+}
+
+// Eight host threads add and delete on both sets while packets are logged.
+TEST_F(PluginTest, EightHostThreadsOnBothSetsWhileEventsFlow) {
+    ASSERT_EQ(start(), 0);
+    add(tcpRule(ACTION_DENY, 22));
+    std::atomic<int> failures{0};
+    std::vector<std::thread> threads;
+    for (int t = 0; t < 8; ++t) {
+        threads.emplace_back([&, t] {
+            const bool exception = t % 2 == 1;
+            for (int i = 0; i < 6; ++i) {
+                const uint32_t number = add(tcpRule(ACTION_ALLOW, 1000 + t * 10 + i), exception);
+                failures += number == 0;
+                if (i % 2 == 0) {
+                    UIntType value;
+                    value.set_value(number);
+                    failures += call(exception ? QV_CMD_DELETE_EXCP_RULE : QV_CMD_DELETE_RULE,
+                                     value) != 0;
+                }
+            }
+        });
+    }
+    std::thread packets([&] {
+        for (int i = 0; i < 20; ++i) {
+            std::ofstream(fwLog(), std::ios::app)
+                << "Nov 23 10:00:00 host kernel: ipfw: 3100 Deny TCP 10.0.0.1:" << i
+                << " 10.0.0.2:22 in via en0\n";
+        }
+    });
+    for (auto& thread : threads) {
+        thread.join();
+    }
+    packets.join();
+    EXPECT_EQ(failures, 0);
+    EXPECT_EQ(stored(false).size(), 1u + 4 * 3);
+    EXPECT_EQ(stored(true).size(), 4u * 3);
+    expectStoreAndIpfwAgree();
+    EXPECT_TRUE(eventually([] { return CallbackEvents::all().size() == 20; }));
+    EXPECT_TRUE(eventually([&] { return service->callCount() == 20; }));
+}
+
+}  // namespace

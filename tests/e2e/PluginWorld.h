@@ -1,0 +1,287 @@
+// The whole world of the plug-in in a temporary directory: its configuration (options
+// pointing the firewall log and the logger configuration inside the directory), its
+// debug log, a listening host service, the simulator's state with build/sim first in
+// PATH, and the built library loaded as a host loads it. Each test starts the plug-in
+// when it is ready and the fixture finalizes it at the end.
+#pragma once
+
+#include <gtest/gtest.h>
+#include <stdlib.h>
+#include <sys/stat.h>
+
+#include <chrono>
+#include <functional>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <set>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "CommandOutput.h"
+#include "HostService.h"
+#include "IpfwListing.h"
+#include "LoadedPlugin.h"
+#include "TempDir.h"
+#include "VelaCommonMsg.pb.h"
+#include "VelaEventLogMsg.pb.h"
+#include "VelaFwMsg.pb.h"
+
+namespace qvtest {
+
+constexpr int kNormalSet = 19;
+constexpr int kExceptionSet = 18;
+
+// Events the plug-in handed to the notification callback. The callback has no context
+// argument, hence one process-wide record.
+class CallbackEvents {
+public:
+    static void record(int code, const void* data, int length) {
+        std::lock_guard<std::mutex> lock(mutex());
+        list().push_back({code, std::string(static_cast<const char*>(data), length)});
+    }
+    static std::vector<std::pair<int, std::string>> all() {
+        std::lock_guard<std::mutex> lock(mutex());
+        return list();
+    }
+    static void clear() {
+        std::lock_guard<std::mutex> lock(mutex());
+        list().clear();
+    }
+
+private:
+    static std::mutex& mutex() {
+        static std::mutex m;
+        return m;
+    }
+    static std::vector<std::pair<int, std::string>>& list() {
+        static std::vector<std::pair<int, std::string>> events;
+        return events;
+    }
+};
+
+// True once `condition` holds, false if it still does not after `limit`.
+inline bool eventually(const std::function<bool()>& condition,
+                       std::chrono::milliseconds limit = std::chrono::seconds(10)) {
+    const auto deadline = std::chrono::steady_clock::now() + limit;
+    while (!condition()) {
+        if (std::chrono::steady_clock::now() > deadline) {
+            return false;
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    }
+    return true;
+}
+
+class PluginWorld : public ::testing::Test {
+protected:
+    void SetUp() override {
+        plugin = LoadedPlugin::instance();
+        ASSERT_NE(plugin, nullptr) << LoadedPlugin::path() << ": " << dlerror();
+        mkdir(confDir().c_str(), 0755);
+        mkdir(m_dir.file("logs").c_str(), 0755);
+        writeConfig(optionsXml());
+        setEnv("QV_CONF_DIR", confDir());
+        setEnv("QV_LOG_DIR", m_dir.file("logs"));
+        setEnv("QV_IPC_SOCKET", m_dir.file("host.sock"));
+        setEnv("IPFW_SIM_STATE", m_dir.file("ipfw-state"));
+        setEnv("IPFW_SIM_SYSLOG_CONF", syslogConf());
+        const char* path = getenv("PATH");
+        setEnv("PATH", std::string(QV_SIM_DIR) + ":" + (path != nullptr ? path : ""));
+        service = std::make_unique<HostService>(m_dir.file("host.sock"));
+        ASSERT_TRUE(service->listening());
+        CallbackEvents::clear();
+        plugin->setNotificationCallback(&CallbackEvents::record);
+    }
+
+    void TearDown() override {
+        if (m_running) {
+            stop();
+        }
+        service.reset();
+        for (auto it = m_savedEnv.rbegin(); it != m_savedEnv.rend(); ++it) {
+            if (it->second.first) {
+                setenv(it->first.c_str(), it->second.second.c_str(), 1);
+            } else {
+                unsetenv(it->first.c_str());
+            }
+        }
+    }
+
+    // ---- the world -------------------------------------------------------------------
+    std::string confDir() const { return m_dir.file("conf"); }
+    std::string configPath() const { return m_dir.file("conf/QvFw.conf.plist"); }
+    std::string fwLog() const { return m_dir.file("ipfw.log"); }
+    std::string syslogConf() const { return m_dir.file("syslog.conf"); }
+    std::string debugLog() const { return readFile(m_dir.file("logs/QvFw.log")); }
+
+    std::string optionsXml(bool enableFw = true, bool enableNotify = true) const {
+        return "<key>FwOptions</key><dict>"
+               "<key>enable_fw</key><" +
+               std::string(enableFw ? "true" : "false") +
+               "/><key>enable_notify</key><" + (enableNotify ? "true" : "false") +
+               "/><key>default_set_num</key><integer>19</integer>"
+               "<key>exception_set_num</key><integer>18</integer>"
+               "<key>fw_log_path</key><string>" +
+               fwLog() + "</string><key>syslog_conf</key><string>" + syslogConf() +
+               "</string></dict>";
+    }
+    void writeConfig(const std::string& body) const {
+        writeFile(configPath(),
+                  "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<plist version=\"1.0\">\n<dict>" +
+                      body + "</dict>\n</plist>\n");
+    }
+
+    // ---- the plug-in -----------------------------------------------------------------
+    int start() {
+        const int code = plugin->initialize(nullptr);
+        m_running = true;
+        return code;
+    }
+    void stop() {
+        plugin->finalize();
+        m_running = false;
+    }
+    void restart() {
+        stop();
+        ASSERT_EQ(start(), 0);
+    }
+
+    // Calls the handler of `cmd` as a host does: the table's row, else the default
+    // handler. The response is copied into `response` and released.
+    int call(int cmd, const void* in, int inLen, std::string* response = nullptr) {
+        const QvHandlerEntry* table = nullptr;
+        int count = 0;
+        QvCommandHandler fallback = nullptr;
+        EXPECT_EQ(plugin->getHandlers(&table, &count, &fallback), 0);
+        QvCommandHandler handler = fallback;
+        for (int i = 0; i < count; ++i) {
+            if (table[i].cmd == cmd) {
+                handler = table[i].handler;
+            }
+        }
+        void* out = nullptr;
+        int outLen = -1;
+        const int code = handler(cmd, in, inLen, &out, &outLen);
+        if (response != nullptr && out != nullptr && outLen > 0) {
+            response->assign(static_cast<const char*>(out), outLen);
+        }
+        plugin->free(out);
+        return code;
+    }
+    int call(int cmd, const google::protobuf::MessageLite& request,
+             google::protobuf::MessageLite* reply = nullptr) {
+        const std::string bytes = request.SerializeAsString();
+        std::string response;
+        // An empty request still has to be a valid pointer with a length.
+        const int code = call(cmd, bytes.empty() ? "" : bytes.data(),
+                              static_cast<int>(bytes.size()), &response);
+        if (reply != nullptr) {
+            reply->Clear();
+            EXPECT_TRUE(reply->ParseFromString(response));
+        }
+        return code;
+    }
+    int call(int cmd, google::protobuf::MessageLite* reply = nullptr) {
+        std::string response;
+        const int code = call(cmd, nullptr, 0, &response);
+        if (reply != nullptr) {
+            reply->Clear();
+            EXPECT_TRUE(reply->ParseFromString(response));
+        }
+        return code;
+    }
+
+    // Adds a rule to the normal set (or the exception set); the number it got, or 0.
+    uint32_t add(const qor::vela::FwRule& rule, bool exception = false) {
+        qor::vela::UIntType number;
+        const int code = call(exception ? QV_CMD_ADD_EXCP_RULE : QV_CMD_ADD_RULE, rule, &number);
+        EXPECT_EQ(code, 0);
+        return code == 0 ? number.value() : 0;
+    }
+
+    std::vector<uint32_t> stored(bool exception = false) {
+        qor::vela::FwRuleList list;
+        EXPECT_EQ(call(exception ? QV_CMD_GET_EXCP_RULES : QV_CMD_GET_ALL_RULES, &list), 0);
+        std::vector<uint32_t> numbers;
+        for (const auto& rule : list.rules()) {
+            numbers.push_back(rule.rule_index());
+        }
+        return numbers;
+    }
+
+    // ---- ipfw ------------------------------------------------------------------------
+    static std::string ipfw(const std::string& args) {
+        return commandOutput("ipfw " + args + " 2>&1");
+    }
+    static std::vector<IpfwRuleLine> installed(int set) {
+        std::vector<IpfwRuleLine> rules;
+        for (const IpfwRuleLine& rule : parseIpfwListing(ipfw("-S show"))) {
+            if (rule.set == set) {
+                rules.push_back(rule);
+            }
+        }
+        return rules;
+    }
+    static std::vector<uint32_t> installedNumbers(int set) {
+        std::vector<uint32_t> numbers;
+        for (const IpfwRuleLine& rule : installed(set)) {
+            numbers.push_back(static_cast<uint32_t>(rule.number));
+        }
+        return numbers;
+    }
+
+    // The store and ipfw hold the same rule numbers in both sets.
+    void expectStoreAndIpfwAgree() {
+        auto sorted = [](std::vector<uint32_t> v) {
+            std::sort(v.begin(), v.end());
+            return v;
+        };
+        EXPECT_EQ(sorted(stored(false)), installedNumbers(kNormalSet)) << ipfw("-S show");
+        EXPECT_EQ(sorted(stored(true)), installedNumbers(kExceptionSet)) << ipfw("-S show");
+    }
+
+    // ---- rules -----------------------------------------------------------------------
+    // A TCP rule to one destination port, logged when it denies.
+    static qor::vela::FwRule tcpRule(qor::vela::ActionEnum action, uint32_t port) {
+        qor::vela::FwRule rule;
+        rule.set_action(action);
+        rule.mutable_protocol()->set_type(qor::vela::PROTO_SPECIFIED);
+        rule.mutable_protocol()->set_protocol(qor::vela::PROTO_VALUE_TCP);
+        rule.mutable_src_ip()->set_ip_type(qor::vela::IP_ANY);
+        rule.mutable_dst_ip()->set_ip_type(qor::vela::IP_ANY);
+        auto* ports = rule.mutable_dst_port();
+        ports->set_port_type(qor::vela::PORT_LIST);
+        auto* entry = ports->add_ports();
+        entry->set_use_range(false);
+        entry->set_port(port);
+        return rule;
+    }
+    static qor::vela::FwRuleInfoList ruleList(
+        const std::vector<std::pair<int, qor::vela::FwRule>>& entries) {
+        qor::vela::FwRuleInfoList list;
+        for (const auto& [order, rule] : entries) {
+            auto* info = list.add_rules();
+            info->set_order(order);
+            *info->mutable_rule() = rule;
+        }
+        return list;
+    }
+
+    const LoadedPlugin* plugin = nullptr;
+    std::unique_ptr<HostService> service;
+
+private:
+    void setEnv(const std::string& name, const std::string& value) {
+        const char* old = getenv(name.c_str());
+        m_savedEnv.emplace_back(name, std::make_pair(old != nullptr, old ? old : ""));
+        setenv(name.c_str(), value.c_str(), 1);
+    }
+
+    TempDir m_dir;
+    bool m_running = false;
+    std::vector<std::pair<std::string, std::pair<bool, std::string>>> m_savedEnv;
+};
+
+}  // namespace qvtest
