@@ -74,8 +74,9 @@ int FwMgr::RedirectFwLog(const std::string& configurationPath, const std::string
 
 bool FwMgr::MatchQvLogPath(const std::string& line) {
     regex_t pattern;
-    const int ret = regcomp(&pattern, "^[\\ \t]*\\*\\.\\*[\\ \t]+/var/log/Quorvane/QvrnCore/ipfw.log",
-                            REG_EXTENDED | REG_ICASE | REG_NOSUB);
+    const int ret =
+        regcomp(&pattern, "^[\\ \t]*\\*\\.\\*[\\ \t]+/var/log/Quorvane/QvrnCore/ipfw.log",
+                REG_EXTENDED | REG_ICASE | REG_NOSUB);
     if (ret != 0) {
         QV_LOG(QV_LOG_ERROR, "%s failed to compile reg expression, ret is %d",
                "FwMgr::FindRedirectFwLog", ret);

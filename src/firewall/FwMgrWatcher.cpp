@@ -98,8 +98,8 @@ bool FollowRotation(const std::string& path, const struct stat& now, struct stat
     }
     file = file != nullptr ? freopen(path.c_str(), "r", file) : fopen(path.c_str(), "r");
     if (file == nullptr) {
-        QV_LOG(QV_LOG_ERROR, "%s Failed to reopen file %s, errno is %d", "NotifyFunc",
-               path.c_str(), errno);
+        QV_LOG(QV_LOG_ERROR, "%s Failed to reopen file %s, errno is %d", "NotifyFunc", path.c_str(),
+               errno);
         return false;
     }
     known = now;
@@ -124,8 +124,7 @@ bool WaitForChange(int queue, const struct timespec& timeout) {
     return true;
 }
 
-void FollowLog(FwMgr& manager, const std::string& path, struct stat known, FILE* file,
-               int queue) {
+void FollowLog(FwMgr& manager, const std::string& path, struct stat known, FILE* file, int queue) {
     FwLogParser parser;
     const struct timespec wait = {kWaitSeconds, 0};
     const struct timespec recheck = {0, kMissingFileRecheckNs};
@@ -152,7 +151,8 @@ void FollowLog(FwMgr& manager, const std::string& path, struct stat known, FILE*
 
 void FwMgr::StartNotify() {
     if (!QvSystem("sysctl -w net.inet.ip.fw.verbose=1", nullptr, 0, kSysctlTimeout)) {
-        QV_LOG(QV_LOG_ERROR, "%s Failed to set net.inet.ip.fw.verbose to be 1", "FwMgr::StartNotify");
+        QV_LOG(QV_LOG_ERROR, "%s Failed to set net.inet.ip.fw.verbose to be 1",
+               "FwMgr::StartNotify");
         return;
     }
     m_stop = false;

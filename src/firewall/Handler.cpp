@@ -61,8 +61,8 @@ using ListOperation = int (FwMgr::*)(FwRuleInfoList&, UIntPairArray&);
 using RuleGetter = int (FwMgr::*)(FwRuleList&);
 
 // Installs the rule in the set first, then stores it; no rollback when storing fails.
-int AddRuleToSet(const char* name, const void* in, int inLen, void** out, int* outLen,
-                 RuleSet set, PersistRule persist) {
+int AddRuleToSet(const char* name, const void* in, int inLen, void** out, int* outLen, RuleSet set,
+                 PersistRule persist) {
     if (!CheckInOut(name, in, inLen, out, outLen)) {
         return QV_ERR_INVALID_ARG;
     }

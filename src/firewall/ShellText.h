@@ -22,8 +22,8 @@ inline bool IsPlainShellWord(const std::string& text) {
     for (unsigned char c : text) {
         const bool alphanumeric =
             (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9');
-        if (!alphanumeric && std::string("/._+,:@%-").find(static_cast<char>(c)) ==
-                                 std::string::npos) {
+        if (!alphanumeric &&
+            std::string("/._+,:@%-").find(static_cast<char>(c)) == std::string::npos) {
             return false;
         }
     }

@@ -30,9 +30,10 @@ public:
         sockaddr_un address{};
         address.sun_family = AF_UNIX;
         std::strncpy(address.sun_path, path.c_str(), sizeof address.sun_path - 1);
-        m_listening = pipe2(m_stop, O_CLOEXEC) == 0 &&
-                      bind(m_listener, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0 &&
-                      listen(m_listener, 64) == 0;
+        m_listening =
+            pipe2(m_stop, O_CLOEXEC) == 0 &&
+            bind(m_listener, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0 &&
+            listen(m_listener, 64) == 0;
         if (m_listening) {
             m_thread = std::thread([this] { Serve(); });
         }

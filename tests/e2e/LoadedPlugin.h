@@ -41,15 +41,15 @@ private:
             return nullptr;
         }
         static LoadedPlugin plugin;
-        const bool complete = find(library, "QvPluginGetId", plugin.getId) &&
-                              find(library, "QvPluginInitialize", plugin.initialize) &&
-                              find(library, "QvPluginFinalize", plugin.finalize) &&
-                              find(library, "QvPluginFree", plugin.free) &&
-                              find(library, "QvPluginGetHandlers", plugin.getHandlers) &&
-                              find(library, "QvPluginSetNotificationCallback",
-                                   plugin.setNotificationCallback) &&
-                              find(library, "QvPluginNullNotify", plugin.nullNotify) &&
-                              find(library, "handlerArr", plugin.handlerArr);
+        const bool complete =
+            find(library, "QvPluginGetId", plugin.getId) &&
+            find(library, "QvPluginInitialize", plugin.initialize) &&
+            find(library, "QvPluginFinalize", plugin.finalize) &&
+            find(library, "QvPluginFree", plugin.free) &&
+            find(library, "QvPluginGetHandlers", plugin.getHandlers) &&
+            find(library, "QvPluginSetNotificationCallback", plugin.setNotificationCallback) &&
+            find(library, "QvPluginNullNotify", plugin.nullNotify) &&
+            find(library, "handlerArr", plugin.handlerArr);
         return complete ? &plugin : nullptr;
     }
 };

@@ -37,13 +37,17 @@ TEST_F(PluginTest, FrameHandsOutTheTableAndExportsNothingElse) {
     EXPECT_EQ(table, plugin->handlerArr);
 
     const std::vector<std::pair<int, std::string>> rows = {
-        {0x8000, "add a rule"},      {0x8001, "delete a rule"},     {0x8002, "flush all rules"},
-        {0x8004, "enable fw"},       {0x8005, "disable fw"},        {0x8007, "get all rules"},
-        {0x8009, "swap rules"},      {0x8008, "add rule list"},     {0x8003, "flush vela's rule"},
-        {0x8006, "is fw enable"},    {0x800a, "enable event log"},  {0x800b, "disable event log"},
-        {0x800c, "is event log enabled"}, {0x800d, "set rules"},    {0x800e, "add excp rule"},
-        {0x800f, "del excp rule"},   {0x8010, "flush excp rule"},   {0x8011, "set excp rules"},
-        {0x8012, "get excp rules"},  {0x8013, "modify a rule"},     {258, "set debug level"}};
+        {0x8000, "add a rule"},           {0x8001, "delete a rule"},
+        {0x8002, "flush all rules"},      {0x8004, "enable fw"},
+        {0x8005, "disable fw"},           {0x8007, "get all rules"},
+        {0x8009, "swap rules"},           {0x8008, "add rule list"},
+        {0x8003, "flush vela's rule"},    {0x8006, "is fw enable"},
+        {0x800a, "enable event log"},     {0x800b, "disable event log"},
+        {0x800c, "is event log enabled"}, {0x800d, "set rules"},
+        {0x800e, "add excp rule"},        {0x800f, "del excp rule"},
+        {0x8010, "flush excp rule"},      {0x8011, "set excp rules"},
+        {0x8012, "get excp rules"},       {0x8013, "modify a rule"},
+        {258, "set debug level"}};
     for (int i = 0; i < count; ++i) {
         EXPECT_EQ(table[i].cmd, rows[i].first) << "row " << i;
         EXPECT_STREQ(table[i].desc, rows[i].second.c_str()) << "row " << i;
@@ -318,8 +322,7 @@ TEST_F(PluginTest, BadRequestsGetTheirCodesAndChangeNothing) {
         {QV_CMD_MODIFY_RULE, incompleteRule.data(), int(incompleteRule.size()), false, 20010},
         {QV_CMD_ADD_RULE_LIST, incompleteList.data(), int(incompleteList.size()), true, 20010},
         {QV_CMD_SET_RULE_LIST, incompleteList.data(), int(incompleteList.size()), true, 20010},
-        {QV_CMD_SET_EXCP_RULE_LIST, incompleteList.data(), int(incompleteList.size()), true,
-         20010},
+        {QV_CMD_SET_EXCP_RULE_LIST, incompleteList.data(), int(incompleteList.size()), true, 20010},
         {QV_CMD_ADD_RULE, nullptr, 4, true, 20002},
         {QV_CMD_ADD_RULE, &byte, 0, true, 20002},
         {QV_CMD_ADD_RULE, &byte, -1, true, 20002},
@@ -399,8 +402,8 @@ TEST_F(PluginTest, EightHostThreadsOnBothSetsWhileEventsFlow) {
                 if (i % 2 == 0) {
                     UIntType value;
                     value.set_value(number);
-                    failures += call(exception ? QV_CMD_DELETE_EXCP_RULE : QV_CMD_DELETE_RULE,
-                                     value) != 0;
+                    failures +=
+                        call(exception ? QV_CMD_DELETE_EXCP_RULE : QV_CMD_DELETE_RULE, value) != 0;
                 }
             }
         });

@@ -119,8 +119,8 @@ protected:
     std::string optionsXml(bool enableFw = true, bool enableNotify = true) const {
         return "<key>FwOptions</key><dict>"
                "<key>enable_fw</key><" +
-               std::string(enableFw ? "true" : "false") +
-               "/><key>enable_notify</key><" + (enableNotify ? "true" : "false") +
+               std::string(enableFw ? "true" : "false") + "/><key>enable_notify</key><" +
+               (enableNotify ? "true" : "false") +
                "/><key>default_set_num</key><integer>19</integer>"
                "<key>exception_set_num</key><integer>18</integer>"
                "<key>fw_log_path</key><string>" +
@@ -175,8 +175,8 @@ protected:
         const std::string bytes = request.SerializeAsString();
         std::string response;
         // An empty request still has to be a valid pointer with a length.
-        const int code = call(cmd, bytes.empty() ? "" : bytes.data(),
-                              static_cast<int>(bytes.size()), &response);
+        const int code =
+            call(cmd, bytes.empty() ? "" : bytes.data(), static_cast<int>(bytes.size()), &response);
         if (reply != nullptr) {
             reply->Clear();
             EXPECT_TRUE(reply->ParseFromString(response));

@@ -19,8 +19,8 @@ int QvIpcCall(int command, const Request& request, Reply& reply) {
     }
     void* buffer = nullptr;
     int length = 0;
-    int ret = ipc::call(command, payload.data(), static_cast<int>(payload.size()), &buffer,
-                        &length);
+    int ret =
+        ipc::call(command, payload.data(), static_cast<int>(payload.size()), &buffer, &length);
     if (ret == 0 && length != 0) {
         reply.ParseFromArray(buffer, length);
         if (!reply.IsInitialized()) {

@@ -26,27 +26,27 @@ extern "C" {
 
 /* Command numbers, with their request and response messages (package qor.vela). */
 enum QvFwCommand {
-    QV_CMD_ADD_RULE = 0x8000,             /* FwRule -> UIntType (the rule number) */
-    QV_CMD_DELETE_RULE = 0x8001,          /* UIntType (rule number) */
-    QV_CMD_FLUSH_RULES = 0x8002,          /* both sets */
-    QV_CMD_FLUSH_NORMAL_RULES = 0x8003,   /* the normal set */
-    QV_CMD_ENABLE_FW = 0x8004,            /* both sets */
-    QV_CMD_DISABLE_FW = 0x8005,           /* both sets */
-    QV_CMD_IS_FW_ENABLE = 0x8006,         /* -> BoolType */
-    QV_CMD_GET_ALL_RULES = 0x8007,        /* -> FwRuleList (normal set) */
-    QV_CMD_ADD_RULE_LIST = 0x8008,        /* FwRuleInfoList -> UIntPairArray (order, number) */
-    QV_CMD_SWAP_RULES = 0x8009,           /* UIntPair (two normal rule numbers) */
-    QV_CMD_ENABLE_NOTIFY = 0x800a,        /* events reach the notification callback */
-    QV_CMD_DISABLE_NOTIFY = 0x800b,       /* events reach only the host service */
-    QV_CMD_IS_NOTIFY_ENABLE = 0x800c,     /* -> BoolType */
-    QV_CMD_SET_RULE_LIST = 0x800d,        /* FwRuleInfoList -> UIntPairArray; replaces the set */
-    QV_CMD_ADD_EXCP_RULE = 0x800e,        /* FwRule -> UIntType */
-    QV_CMD_DELETE_EXCP_RULE = 0x800f,     /* UIntType */
-    QV_CMD_FLUSH_EXCP_RULES = 0x8010,     /* the exception set */
-    QV_CMD_SET_EXCP_RULE_LIST = 0x8011,   /* FwRuleInfoList -> UIntPairArray; replaces the set */
-    QV_CMD_GET_EXCP_RULES = 0x8012,       /* -> FwRuleList (exception set) */
-    QV_CMD_MODIFY_RULE = 0x8013,          /* FwRule carrying its rule_index (normal set) */
-    QV_CMD_SET_DEBUG_LEVEL = 258          /* DebugOption (debug_level 0..7) */
+    QV_CMD_ADD_RULE = 0x8000,           /* FwRule -> UIntType (the rule number) */
+    QV_CMD_DELETE_RULE = 0x8001,        /* UIntType (rule number) */
+    QV_CMD_FLUSH_RULES = 0x8002,        /* both sets */
+    QV_CMD_FLUSH_NORMAL_RULES = 0x8003, /* the normal set */
+    QV_CMD_ENABLE_FW = 0x8004,          /* both sets */
+    QV_CMD_DISABLE_FW = 0x8005,         /* both sets */
+    QV_CMD_IS_FW_ENABLE = 0x8006,       /* -> BoolType */
+    QV_CMD_GET_ALL_RULES = 0x8007,      /* -> FwRuleList (normal set) */
+    QV_CMD_ADD_RULE_LIST = 0x8008,      /* FwRuleInfoList -> UIntPairArray (order, number) */
+    QV_CMD_SWAP_RULES = 0x8009,         /* UIntPair (two normal rule numbers) */
+    QV_CMD_ENABLE_NOTIFY = 0x800a,      /* events reach the notification callback */
+    QV_CMD_DISABLE_NOTIFY = 0x800b,     /* events reach only the host service */
+    QV_CMD_IS_NOTIFY_ENABLE = 0x800c,   /* -> BoolType */
+    QV_CMD_SET_RULE_LIST = 0x800d,      /* FwRuleInfoList -> UIntPairArray; replaces the set */
+    QV_CMD_ADD_EXCP_RULE = 0x800e,      /* FwRule -> UIntType */
+    QV_CMD_DELETE_EXCP_RULE = 0x800f,   /* UIntType */
+    QV_CMD_FLUSH_EXCP_RULES = 0x8010,   /* the exception set */
+    QV_CMD_SET_EXCP_RULE_LIST = 0x8011, /* FwRuleInfoList -> UIntPairArray; replaces the set */
+    QV_CMD_GET_EXCP_RULES = 0x8012,     /* -> FwRuleList (exception set) */
+    QV_CMD_MODIFY_RULE = 0x8013,        /* FwRule carrying its rule_index (normal set) */
+    QV_CMD_SET_DEBUG_LEVEL = 258        /* DebugOption (debug_level 0..7) */
 };
 
 /* The notification callback's event code, and the host service's command that receives
@@ -95,8 +95,7 @@ int QvPluginFree(void* buffer);
 
 /* Stores the table, its row count and the handler for command numbers not in the table.
  * Returns 20002 and writes nothing when any pointer is null, else 0. */
-int QvPluginGetHandlers(const QvHandlerEntry** table, int* count,
-                        QvCommandHandler* defaultHandler);
+int QvPluginGetHandlers(const QvHandlerEntry** table, int* count, QvCommandHandler* defaultHandler);
 
 /* Sets the callback for events; null restores QvPluginNullNotify. */
 void QvPluginSetNotificationCallback(QvNotifyCallback callback);
