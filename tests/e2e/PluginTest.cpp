@@ -290,6 +290,22 @@ TEST_F(PluginTest, WatcherFollowsRotationAndTruncation) {
     EXPECT_EQ(CallbackEvents::all().size(), 3u);
 }
 
+// The configuration's paths go into command lines run as root: one that would run a
+// command of its own is never put into one, and start-up goes on without it.
+TEST_F(PluginTest, LogPathThatWouldRunACommandNeverReachesTheShell) {
+    const std::string marker = fwLog() + ".ran";
+    const std::string hostile = fwLog() + "$(touch " + marker + ")";
+    std::string options = optionsXml();
+    options.replace(options.find(fwLog()), fwLog().size(), hostile);
+    writeConfig(options);
+
+    ASSERT_EQ(start(), 0);
+    EXPECT_EQ(add(tcpRule(ACTION_DENY, 22)), 3100u);
+    stop();
+    EXPECT_FALSE(std::ifstream(marker).good());
+    EXPECT_TRUE(logged(3, "FwMgr::InitNotify Unsafe log path " + hostile + ", not created"));
+}
+
 // Every request-taking command, with bytes that are not a complete request.
 TEST_F(PluginTest, BadRequestsGetTheirCodesAndChangeNothing) {
     ASSERT_EQ(start(), 0);
@@ -359,9 +375,8 @@ TEST_F(PluginTest, BadRequestsGetTheirCodesAndChangeNothing) {
     }
     EXPECT_EQ(ipfw("-S show"), before);
     EXPECT_EQ(qvtest::readFile(configPath()), config);
-    EXPECT_NE(debugLog().find("AddRule failed to init fwRule"), std::string::npos);
-    EXPECT_NE(debugLog().find("GetAllRules invalid input, out is (nil), outLen is (nil)"),
-              std::string::npos);
+    EXPECT_TRUE(logged(3, "AddRule failed to init fwRule"));
+    EXPECT_TRUE(logged(3, "GetAllRules invalid input, out is (nil), outLen is (nil)"));
 
     // The debug level: 0..7 only.
     DebugOption level;
@@ -379,7 +394,7 @@ TEST_F(PluginTest, ConfigurationThatCannotBeLoadedGives20013) {
         qvtest::writeFile(configPath(), content);
         unlink((confDir() + "/backup/QvFw.conf.plist").c_str());
         EXPECT_EQ(start(), 20013) << content;
-        EXPECT_NE(debugLog().find("QvPluginInitialize Failed to init FwMgr"), std::string::npos);
+        EXPECT_TRUE(logged(3, "QvPluginInitialize Failed to init FwMgr"));
         // The manager stays: handlers answer instead of crashing, and ipfw is untouched.
         EXPECT_EQ(call(QV_CMD_FLUSH_EXCP_RULES), 0);
         stop();

@@ -15,6 +15,7 @@
 #include <memory>
 #include <mutex>
 #include <set>
+#include <sstream>
 #include <string>
 #include <thread>
 #include <vector>
@@ -115,6 +116,17 @@ protected:
     std::string fwLog() const { return m_dir.file("ipfw.log"); }
     std::string syslogConf() const { return m_dir.file("syslog.conf"); }
     std::string debugLog() const { return readFile(m_dir.file("logs/QvFw.log")); }
+    // True when the debug log has a line of `level` that holds `text`.
+    bool logged(int level, const std::string& text) const {
+        std::istringstream in(debugLog());
+        const std::string tag = "<" + std::to_string(level) + ">";
+        for (std::string line; std::getline(in, line);) {
+            if (line.find(tag) != std::string::npos && line.find(text) != std::string::npos) {
+                return true;
+            }
+        }
+        return false;
+    }
 
     std::string optionsXml(bool enableFw = true, bool enableNotify = true) const {
         return "<key>FwOptions</key><dict>"
