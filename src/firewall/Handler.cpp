@@ -55,6 +55,13 @@ FwMgr* Manager(const char* name) {
     return g_pFwMgr;
 }
 
+// Runs `operation` on the manager; 20013 when there is none.
+template <typename Operation>
+int WithManager(const char* name, Operation operation) {
+    FwMgr* manager = Manager(name);
+    return manager == nullptr ? QV_ERR_INIT : operation(*manager);
+}
+
 using RuleSet = RuleMgr FwMgr::*;
 using PersistRule = unsigned int (FwConfig::*)(const FwRule&);
 using ListOperation = int (FwMgr::*)(FwRuleInfoList&, UIntPairArray&);
@@ -188,40 +195,33 @@ int DeleteExcpRule(int, const void* in, int inLen, void**, int*) {
 }
 
 int FlushRules(int, const void*, int, void**, int*) {
-    FwMgr* manager = Manager("FlushRules");
-    return manager == nullptr ? QV_ERR_INIT : manager->FlushRules();
+    return WithManager("FlushRules", [](FwMgr& manager) { return manager.FlushRules(); });
 }
 
 // The stored list is emptied even when emptying the ipfw set then fails.
 int FlushNormalRules(int, const void*, int, void**, int*) {
-    FwMgr* manager = Manager("FlushNormalRules");
-    if (manager == nullptr) {
-        return QV_ERR_INIT;
-    }
-    manager->m_pConfig->FlushRules();
-    return manager->m_normalRuleMgr.FlushVelaRules();
+    return WithManager("FlushNormalRules", [](FwMgr& manager) {
+        manager.m_pConfig->FlushRules();
+        return manager.m_normalRuleMgr.FlushVelaRules();
+    });
 }
 
 int FlushExcpRule(int, const void*, int, void**, int*) {
-    FwMgr* manager = Manager("FlushExcpRule");
-    return manager == nullptr ? QV_ERR_INIT : manager->FlushExcpRules();
+    return WithManager("FlushExcpRule", [](FwMgr& manager) { return manager.FlushExcpRules(); });
 }
 
 // The flag is stored first; both sets are always enabled.
 int EnableFirewall(int, const void*, int, void**, int*) {
-    FwMgr* manager = Manager("EnableFirewall");
-    if (manager == nullptr) {
-        return QV_ERR_INIT;
-    }
-    manager->m_pConfig->SetFwEnable(true);
-    const int normal = manager->m_normalRuleMgr.Enable();
-    const int exception = manager->m_excpRuleMgr.Enable();
-    return FirstFailure(normal, exception);
+    return WithManager("EnableFirewall", [](FwMgr& manager) {
+        manager.m_pConfig->SetFwEnable(true);
+        const int normal = manager.m_normalRuleMgr.Enable();
+        const int exception = manager.m_excpRuleMgr.Enable();
+        return FirstFailure(normal, exception);
+    });
 }
 
 int DisableFirewall(int, const void*, int, void**, int*) {
-    FwMgr* manager = Manager("DisableFirewall");
-    return manager == nullptr ? QV_ERR_INIT : manager->DisableFireall();
+    return WithManager("DisableFirewall", [](FwMgr& manager) { return manager.DisableFireall(); });
 }
 
 int IsFwEnable(int, const void*, int, void** out, int* outLen) {
@@ -239,11 +239,9 @@ int SetNotifyEnable(int cmd, const void*, int, void**, int*) {
     if (cmd != QV_CMD_ENABLE_NOTIFY && cmd != QV_CMD_DISABLE_NOTIFY) {
         return 0;
     }
-    FwMgr* manager = Manager("SetNotifyEnable");
-    if (manager == nullptr) {
-        return QV_ERR_INIT;
-    }
-    return static_cast<int>(manager->m_pConfig->SetNotifyEnable(cmd == QV_CMD_ENABLE_NOTIFY));
+    return WithManager("SetNotifyEnable", [cmd](FwMgr& manager) {
+        return static_cast<int>(manager.m_pConfig->SetNotifyEnable(cmd == QV_CMD_ENABLE_NOTIFY));
+    });
 }
 
 int GetAllRules(int, const void*, int, void** out, int* outLen) {
@@ -286,9 +284,9 @@ int SwapRuleOrder(int, const void* in, int inLen, void**, int*) {
         QV_LOG(QV_LOG_ERROR, "%s failed to init indexPair", "SwapRuleOrder");
         return QV_ERR_INCOMPLETE;
     }
-    FwMgr* manager = Manager("SwapRuleOrder");
-    return manager == nullptr ? QV_ERR_INIT
-                              : manager->SwapNormalRuleOrder(pair.first(), pair.second());
+    return WithManager("SwapRuleOrder", [&pair](FwMgr& manager) {
+        return manager.SwapNormalRuleOrder(pair.first(), pair.second());
+    });
 }
 
 int ModifyRule(int, const void* in, int inLen, void**, int*) {
