@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "CommandOutput.h"
+#include "IpfwListing.h"
 #include "LogCapture.h"
 #include "QvErrors.h"
 #include "RuleMgr.h"
@@ -54,17 +55,9 @@ protected:
     // Rule numbers listed by the simulator for `set` (all sets when -1).
     static std::vector<int> listed(int set = -1) {
         std::vector<int> numbers;
-        std::istringstream in(ipfw("-S list"));
-        for (std::string line; std::getline(in, line);) {
-            int number = 0;
-            int ruleSet = 0;
-            const char* text = line.c_str();
-            if (line.rfind("# DISABLED ", 0) == 0) {
-                text += 11;
-            }
-            if (sscanf(text, "%d set %d", &number, &ruleSet) == 2 && number != 65535 &&
-                (set < 0 || ruleSet == set)) {
-                numbers.push_back(number);
+        for (const qvtest::IpfwRuleLine& rule : qvtest::parseIpfwListing(ipfw("-S list"))) {
+            if (rule.number != 65535 && (set < 0 || rule.set == set)) {
+                numbers.push_back(rule.number);
             }
         }
         return numbers;
