@@ -106,21 +106,10 @@ Status CommandLine::parse(const std::vector<std::string>& arguments, CommandLine
     std::vector<std::string> words =
         arguments.size() == 1 ? splitSingleArgument(arguments[0]) : joinCommaWords(arguments);
     size_t pos = 0;
-    for (; pos < words.size(); ++pos) {
-        const std::string& word = words[pos];
-        if (word == "--") {
-            ++pos;
-            break;
-        }
-        if (word.size() < 2 || word[0] != '-') {
-            break;
-        }
-        for (size_t i = 1; i < word.size(); ++i) {
-            Status status = applyOption(word[i], line.options);
-            if (!status.ok()) {
-                return status;
-            }
-        }
+    Status status = parseLeadingOptions(
+        words, pos, [&line](char letter) { return applyOption(letter, line.options); });
+    if (!status.ok()) {
+        return status;
     }
     line.words.assign(words.begin() + static_cast<long>(pos), words.end());
     return Status::success();

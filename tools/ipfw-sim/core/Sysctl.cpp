@@ -1,8 +1,9 @@
-#include "ipfwsim/Sysctl.h"
+#include "ipfwsim/CommandLine.h"
 
 #include <cctype>
 #include <cstdlib>
 
+#include "ipfwsim/CommandLine.h"
 #include "ipfwsim/FirewallSwitches.h"
 
 namespace ipfwsim {
@@ -97,21 +98,10 @@ std::string showValue(const std::string& name, int value, const SysctlOptions& o
 Status SysctlLine::parse(const std::vector<std::string>& arguments, SysctlLine& line) {
     line = SysctlLine{};
     size_t pos = 0;
-    for (; pos < arguments.size(); ++pos) {
-        const std::string& word = arguments[pos];
-        if (word == "--") {
-            ++pos;
-            break;
-        }
-        if (word.size() < 2 || word[0] != '-') {
-            break;
-        }
-        for (size_t i = 1; i < word.size(); ++i) {
-            Status status = applyOption(word[i], line.options);
-            if (!status.ok()) {
-                return status;
-            }
-        }
+    Status status = parseLeadingOptions(
+        arguments, pos, [&line](char letter) { return applyOption(letter, line.options); });
+    if (!status.ok()) {
+        return status;
     }
     line.operands.assign(arguments.begin() + static_cast<long>(pos), arguments.end());
     if (line.operands.empty() || (line.options.nameOnly && line.options.valueOnly)) {
