@@ -1,4 +1,4 @@
-#include "ipfwsim/CommandLine.h"
+#include "ipfwsim/Sysctl.h"
 
 #include <cctype>
 #include <cstdlib>
