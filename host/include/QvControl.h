@@ -1,0 +1,57 @@
+// The control socket of qvfwd, shared by the daemon and qvfwctl.
+//
+// Frames are those of ipc::call (host/util/IpcFrame.h), little-endian:
+//   request: u32 command, u32 length, `length` payload bytes
+//   reply:   i32 code,    u32 length, `length` payload bytes
+// A connection may carry any number of requests, one after the other. A command number
+// of the plug-in's table (QvPlugin.h) goes to its handler and the reply carries the
+// handler's code and response; any other number that is not listed below goes to the
+// plug-in's default handler. A frame longer than kQvControlMaxPayload, or one that stops
+// short, closes the connection.
+#pragma once
+
+#include <stdint.h>
+
+namespace qvctl {
+
+// Where qvfwd listens unless --control (or $QV_CONTROL_SOCKET for qvfwctl) says otherwise.
+constexpr const char* kDefaultControlSocket = "/var/run/Quorvane/qvfw.sock";
+constexpr const char* kControlSocketEnv = "QV_CONTROL_SOCKET";
+
+constexpr uint32_t kMaxPayload = 16u * 1024u * 1024u;
+
+// Commands the daemon answers itself; the plug-in never sees them. They sit far above
+// the plug-in's numbers (258, 0x8000..0x8013) and the host service's (65567).
+enum Command : uint32_t {
+    // Request: empty. Reply: the daemon's status as "key=value" lines (QvControlStatus.h).
+    kStatus = 0x51000001,
+    // Request: u32 backlog, u32 flags. Reply: a header frame (code 0, payload u32 count of
+    // kept events that follow), then one frame per event: code = EventOrigin, payload =
+    // a serialized qor.vela.EventLogItemFw. The last `backlog` kept events come first;
+    // with kFollow, live events follow until the client hangs up, otherwise an end frame
+    // (code kEndOfStream, empty) closes the stream.
+    kStreamEvents = 0x51000002,
+    // Request: a serialized qor.vela.FwRule. Reply: code 0 and the rule's ipfw body
+    // text, or the generator's code (20702, 20705, 20706) and nothing.
+    kRuleText = 0x51000003,
+    // Request: a serialized qor.vela.FwRule. Reply payload: the ipfw body text, a newline,
+    // then what `ipfw -n add` said when it refused; code 0 when ipfw accepts the rule,
+    // 20704 when it refuses, 20016 when ipfw cannot be run, or the generator's code.
+    kCheckRule = 0x51000004,
+};
+
+enum StreamFlags : uint32_t {
+    kFollow = 1u,
+};
+
+// How an event reached the daemon.
+enum EventOrigin : int32_t {
+    kFromHostService = 1,  // the plug-in's inter-process call 65567 (every event)
+    kFromCallback = 2,     // the notification callback (only while notify is on)
+    kEndOfStream = 3,
+};
+
+// The daemon's answer to a connection it refuses (peer of another user).
+constexpr int32_t kPeerRefused = 13;  // EACCES
+
+}  // namespace qvctl

@@ -1,0 +1,62 @@
+// qvfwctl watch and events: the daemon's event stream, live or kept.
+#include "EventLine.h"
+#include "QvControl.h"
+#include "SubCommand.h"
+#include "VelaEventLogMsg.pb.h"
+
+namespace qvctl {
+
+namespace {
+
+constexpr uint32_t kAllKept = 1000;
+
+void PrintEvent(CtlContext& context, const Frame& frame) {
+    int32_t origin = static_cast<int32_t>(frame.head);
+    if (origin == kFromCallback && !context.arguments.all) {
+        return;  // every event also comes through the host service; show it once
+    }
+    qor::vela::EventLogItemFw event;
+    event.ParseFromString(frame.payload);
+    std::string line = context.arguments.json
+                           ? EventJson(event, origin)
+                           : FormatEventLine(event, origin, context.arguments.all);
+    fprintf(context.out, "%s\n", line.c_str());
+    fflush(context.out);
+}
+
+int Stream(CtlContext& context, uint32_t backlog, bool follow) {
+    if (!context.arguments.positional.empty()) {
+        return Fail(context, kExitUsage, context.arguments.command + " takes no argument");
+    }
+    uint32_t kept = 0;
+    if (!context.client.OpenStream(backlog, follow, &kept)) {
+        return Fail(context, kExitUnreachable, context.client.error());
+    }
+    if (follow && !context.arguments.json) {
+        fputs("watching firewall events (Ctrl-C to stop)\n", context.err);
+    }
+    Frame frame;
+    FrameStatus status;
+    while ((status = context.client.NextFrame(&frame)) == FrameStatus::kOk &&
+           frame.head != static_cast<uint32_t>(kEndOfStream)) {
+        PrintEvent(context, frame);
+    }
+    if (status != FrameStatus::kOk) {
+        return Fail(context, kExitUnreachable, "qvfwd closed the event stream");
+    }
+    return kExitOk;
+}
+
+}  // namespace
+
+int RunWatch(CtlContext& context) {
+    long count = context.arguments.count;
+    return Stream(context, count < 0 ? 0 : static_cast<uint32_t>(count), true);
+}
+
+int RunEvents(CtlContext& context) {
+    long count = context.arguments.count;
+    return Stream(context, count < 0 ? kAllKept : static_cast<uint32_t>(count), false);
+}
+
+}  // namespace qvctl

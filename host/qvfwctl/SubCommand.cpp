@@ -1,0 +1,43 @@
+#include "SubCommand.h"
+
+#include "JsonWriter.h"
+#include "QvControlErrors.h"
+
+namespace qvctl {
+
+int Fail(CtlContext& context, int status, const std::string& message) {
+    fprintf(context.err, "qvfwctl: %s\n", message.c_str());
+    return status;
+}
+
+bool CallDaemon(CtlContext& context, uint32_t command, const std::string& request, int32_t* code,
+                std::string* reply) {
+    if (!context.client.Call(command, request, code, reply)) {
+        Fail(context, kExitUnreachable, context.client.error());
+        return false;
+    }
+    return true;
+}
+
+int CallForStatus(CtlContext& context, uint32_t command, const std::string& request,
+                  std::string* reply) {
+    int32_t code = 0;
+    if (!CallDaemon(context, command, request, &code, reply)) {
+        return kExitUnreachable;
+    }
+    if (code == 0) {
+        return kExitOk;
+    }
+    if (context.arguments.json) {
+        fprintf(context.out, "%s\n",
+                JsonObject().Number("code", code).Text("error", CodeMeaningOf(code)).str().c_str());
+    }
+    return Fail(context, kExitFailed, DescribeCode(code));
+}
+
+int PrintDone(CtlContext& context) {
+    fputs(context.arguments.json ? "{\"code\":0}\n" : "ok\n", context.out);
+    return kExitOk;
+}
+
+}  // namespace qvctl

@@ -1,0 +1,93 @@
+#include "DaemonOptions.h"
+
+#include "QvControl.h"
+
+namespace qvfwd {
+
+namespace {
+
+constexpr const char* kDefaultServiceSocket = "/var/run/Quorvane/QvrnCore.sock";
+
+struct ValueOption {
+    const char* name;
+    std::string DaemonOptions::*target;
+};
+
+constexpr ValueOption kValueOptions[] = {
+    {"--plugin", &DaemonOptions::pluginPath},
+    {"--control", &DaemonOptions::controlSocket},
+    {"--service", &DaemonOptions::serviceSocket},
+};
+
+// "--name value" or "--name=value"; true when `argument` is this option.
+bool TakeValue(const ValueOption& option, const std::vector<std::string>& arguments, size_t* i,
+               DaemonOptions* options, std::string* error) {
+    const std::string& argument = arguments[*i];
+    const std::string name = option.name;
+    if (argument.compare(0, name.size() + 1, name + "=") == 0) {
+        options->*option.target = argument.substr(name.size() + 1);
+        return true;
+    }
+    if (argument != name) {
+        return false;
+    }
+    if (*i + 1 >= arguments.size()) {
+        *error = name + " needs a value";
+        return true;
+    }
+    options->*option.target = arguments[++*i];
+    return true;
+}
+
+}  // namespace
+
+std::string DaemonUsage() {
+    return "usage: qvfwd [--plugin PATH] [--control SOCKET] [--service SOCKET] [--foreground]\n"
+           "\n"
+           "Loads the firewall plug-in and serves it to qvfwctl on the control socket, and\n"
+           "plays the host service that the plug-in reports its events to. Runs in the\n"
+           "foreground (systemd and launchd supervise it) until SIGTERM or SIGINT.\n"
+           "\n"
+           "  --plugin PATH     the plug-in (default: libQvFw.so in the library directory\n"
+           "                    beside qvfwd's own)\n"
+           "  --control SOCKET  control socket (default " +
+           std::string(qvctl::kDefaultControlSocket) +
+           ")\n"
+           "  --service SOCKET  host service socket (default $QV_IPC_SOCKET, else\n"
+           "                    " +
+           kDefaultServiceSocket +
+           ")\n"
+           "  --foreground      stay in the foreground (the default and only mode)\n"
+           "\n"
+           "The plug-in reads QvFw.conf.plist from $QV_CONF_DIR (default\n"
+           "/etc/Quorvane/QvrnCore) and refuses to start without one.\n"
+           "\n"
+           "example: qvfwd --control /tmp/qv/qvfw.sock --service /tmp/qv/host.sock\n";
+}
+
+bool ParseDaemonOptions(const std::vector<std::string>& arguments, const char* serviceEnv,
+                        DaemonOptions* options, std::string* error) {
+    options->controlSocket = qvctl::kDefaultControlSocket;
+    options->serviceSocket =
+        serviceEnv != nullptr && *serviceEnv != '\0' ? serviceEnv : kDefaultServiceSocket;
+    for (size_t i = 0; i < arguments.size() && error->empty(); ++i) {
+        const std::string& argument = arguments[i];
+        if (argument == "--help" || argument == "-h") {
+            options->showHelp = true;
+            continue;
+        }
+        if (argument == "--foreground" || argument == "-f") {
+            continue;
+        }
+        bool known = false;
+        for (const ValueOption& option : kValueOptions) {
+            known = known || TakeValue(option, arguments, &i, options, error);
+        }
+        if (!known) {
+            *error = "unknown option " + argument;
+        }
+    }
+    return error->empty();
+}
+
+}  // namespace qvfwd

@@ -1,0 +1,66 @@
+#include "RuleChecker.h"
+
+#include <vector>
+
+#include "QvUtil.h"
+#include "RuleGenerator.h"
+#include "VelaFwMsg.pb.h"
+
+namespace qvfwd {
+
+namespace {
+
+constexpr int32_t kIncompleteMessage = 20010;
+constexpr int32_t kCommandFailed = 20016;
+constexpr int32_t kIpfwRefused = 20704;
+constexpr unsigned int kIpfwTimeoutSeconds = 10;
+constexpr size_t kOutputBytes = 8192;
+
+bool RunShell(const std::string& command, std::string* output) {
+    std::vector<char> buffer(kOutputBytes, '\0');
+    bool ran = QvSystem(command.c_str(), buffer.data(), static_cast<unsigned int>(buffer.size()),
+                        kIpfwTimeoutSeconds);
+    *output = buffer.data();
+    return ran;
+}
+
+}  // namespace
+
+RuleChecker::RuleChecker() : m_run(RunShell) {}
+
+int32_t RuleChecker::RuleText(const std::string& rule, std::string* text) const {
+    qor::vela::FwRule message;
+    message.ParseFromString(rule);
+    if (!message.IsInitialized()) {
+        return kIncompleteMessage;
+    }
+    // A generator per call: its table is filled once per object and never shared.
+    qor::vela::RuleGenerator generator;
+    generator.InitFuncTab();
+    std::string body;
+    int32_t code = generator.CreateRule(message, body);
+    if (code != 0) {
+        return code;
+    }
+    // The generator starts every fragment with a blank; the text reads better without.
+    size_t first = body.find_first_not_of(' ');
+    *text = first == std::string::npos ? std::string() : body.substr(first);
+    return 0;
+}
+
+int32_t RuleChecker::Check(const std::string& rule, std::string* report) const {
+    std::string body;
+    int32_t code = RuleText(rule, &body);
+    if (code != 0) {
+        return code;
+    }
+    std::string verdict;
+    if (!m_run("ipfw -q -n add " + body + " 2>&1", &verdict)) {
+        *report = body + "\nipfw could not be run";
+        return kCommandFailed;
+    }
+    *report = body + "\n" + verdict;
+    return verdict.empty() ? 0 : kIpfwRefused;
+}
+
+}  // namespace qvfwd

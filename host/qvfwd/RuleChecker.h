@@ -1,0 +1,35 @@
+// What ipfw would make of a rule, without installing it: the rule body the plug-in's
+// generator writes for it, and ipfw's verdict on "ipfw -q -n add BODY" (-n: check only).
+// The body is built by the same generator that refuses host and interface names unsafe
+// for the shell, so nothing from the message reaches /bin/sh unchecked.
+#pragma once
+
+#include <stdint.h>
+
+#include <functional>
+#include <string>
+
+namespace qvfwd {
+
+class RuleChecker {
+public:
+    // Runs a command line through /bin/sh with standard error joined to the captured
+    // output; false when it could not be run to completion.
+    using Runner = std::function<bool(const std::string& command, std::string* output)>;
+
+    RuleChecker();
+    explicit RuleChecker(Runner runner) : m_run(std::move(runner)) {}
+
+    // `rule`: a serialized qor.vela.FwRule. 0 with the body in `text`, 20010 for an
+    // incomplete message, or the generator's code.
+    int32_t RuleText(const std::string& rule, std::string* text) const;
+
+    // 0 when ipfw accepts the rule, 20704 when it refuses (its words follow the body in
+    // `report`), 20016 when ipfw could not be run, or RuleText's code.
+    int32_t Check(const std::string& rule, std::string* report) const;
+
+private:
+    Runner m_run;
+};
+
+}  // namespace qvfwd

@@ -1,0 +1,31 @@
+#include "ServiceSession.h"
+
+#include "FrameChannel.h"
+#include "QvControl.h"
+#include "QvPlugin.h"
+
+namespace qvfwd {
+
+namespace {
+
+constexpr int32_t kUnknownCommand = 20002;
+
+}  // namespace
+
+void ServiceSession::operator()(int fd) const {
+    qvctl::FrameChannel channel(fd, m_stop.fd());
+    qvctl::Frame request;
+    while (channel.Read(&request) == qvctl::FrameStatus::kOk) {
+        int32_t code = 0;
+        if (request.head == QV_IPC_FW_EVENT) {
+            m_events.Publish(qvctl::kFromHostService, std::move(request.payload));
+        } else {
+            code = kUnknownCommand;
+        }
+        if (!channel.Write(static_cast<uint32_t>(code), "", 0)) {
+            return;
+        }
+    }
+}
+
+}  // namespace qvfwd

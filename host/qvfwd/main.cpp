@@ -1,0 +1,25 @@
+// qvfwd: the daemon that hosts the firewall plug-in (see Daemon.h and --help).
+#include <stdio.h>
+#include <stdlib.h>
+
+#include <string>
+#include <vector>
+
+#include "Daemon.h"
+#include "DaemonOptions.h"
+
+int main(int argc, char** argv) {
+    std::vector<std::string> arguments(argv + 1, argv + argc);
+    qvfwd::DaemonOptions options;
+    std::string error;
+    if (!qvfwd::ParseDaemonOptions(arguments, getenv("QV_IPC_SOCKET"), &options, &error)) {
+        fprintf(stderr, "qvfwd: %s\n\n%s", error.c_str(), qvfwd::DaemonUsage().c_str());
+        return 2;
+    }
+    if (options.showHelp) {
+        fputs(qvfwd::DaemonUsage().c_str(), stdout);
+        return 0;
+    }
+    qvfwd::Daemon daemon(options);
+    return daemon.Run();
+}
