@@ -6,6 +6,12 @@ if(QV_SANITIZE)
   add_link_options(-fsanitize=address,undefined)
 endif()
 
+# libFuzzer steers by coverage: every library a fuzz target links must carry the
+# coverage hooks, not only the target's own source.
+if(QV_FUZZ)
+  add_compile_options(-fsanitize=fuzzer-no-link)
+endif()
+
 # Our own code builds warning-free; generated and third-party code is left alone.
 function(qv_strict target)
   target_compile_options(${target} PRIVATE -Wall -Wextra -Werror)

@@ -1,0 +1,96 @@
+// A configuration file of arbitrary bytes (XML or binary property list) loaded through
+// FwConfig, as the plug-in loads it at start-up. Whatever the store accepts must survive
+// being written back: after every list and the options are rewritten from the loaded
+// messages, a second store reads the same lists and options again.
+#include <unistd.h>
+
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <string>
+
+#include "Config.h"
+#include "FuzzWorld.h"
+
+namespace {
+
+using qor::vela::FwConfig;
+using qor::vela::FwRuleList;
+
+struct Loaded {
+    std::string normal;
+    std::string exception;
+    std::string options;
+};
+
+Loaded Read(FwConfig& config) {
+    FwRuleList normal;
+    FwRuleList exception;
+    config.GetAllNormalRules(normal);
+    config.GetExceptionRules(exception);
+    Loaded loaded{normal.SerializePartialAsString(), exception.SerializePartialAsString(), ""};
+    loaded.options = std::to_string(config.IsFwEnable()) + std::to_string(config.IsNotifyEnable()) +
+                     " " + std::to_string(config.GetNormalSetNum()) + " " +
+                     std::to_string(config.GetExceptionSetNum()) + " " + config.GetFwLogPath() +
+                     "\n" + config.GetSysConfPath();
+    return loaded;
+}
+
+// Rewrites both lists (an add of a rule already stored replaces it in place) and the
+// options.
+void RewriteEverything(FwConfig& config) {
+    FwRuleList normal;
+    FwRuleList exception;
+    config.GetAllNormalRules(normal);
+    config.GetExceptionRules(exception);
+    if (normal.rules_size() > 0) {
+        config.AddNormalRule(normal.rules(0));
+    } else {
+        config.FlushRules();
+    }
+    if (exception.rules_size() > 0) {
+        config.AddExcpRule(exception.rules(0));
+    } else {
+        config.FlushExcpRules();
+    }
+    config.SetFwEnable(config.IsFwEnable());
+}
+
+[[noreturn]] void Fail(const char* what) {
+    std::fprintf(stderr, "fuzz_config: %s\n", what);
+    std::abort();
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+    static const std::string dir = qvfuzz::MakeConfDir();
+    const std::string path = dir + "/QvFw.conf.plist";
+    unlink((dir + "/backup/QvFw.conf.plist").c_str());
+    qvfuzz::WriteFile(path, data, size);
+
+    Loaded first;
+    {
+        FwConfig config;
+        if (!config.IsReady() || config.Init() != 0) {
+            return 0;
+        }
+        first = Read(config);
+        RewriteEverything(config);
+        if (!(Read(config).normal == first.normal && Read(config).exception == first.exception)) {
+            Fail("rewriting the lists changed them in memory");
+        }
+    }
+    FwConfig again;
+    if (!again.IsReady() || again.Init() != 0) {
+        Fail("a document the store accepted and rewrote does not load again");
+    }
+    const Loaded second = Read(again);
+    if (second.normal != first.normal || second.exception != first.exception) {
+        Fail("the rule lists changed on their way through the file");
+    }
+    if (second.options != first.options) {
+        Fail("the options changed on their way through the file");
+    }
+    return 0;
+}
