@@ -253,7 +253,11 @@ int32_t RuleGenerator::GenViaInterface(const FwRule& rule, std::string& out) {
     }
     out += " via ";
     if (iface.type() == FW_IF_TYPE_NAME) {
-        out += iface.device();
+        // The command line goes through /bin/sh, which would expand an unquoted "*" into
+        // the names of files in its working directory; ipfw must get the wildcard itself.
+        for (char c : iface.device()) {
+            out += c == '*' ? std::string("\\*") : std::string(1, c);
+        }
     } else {
         out += std::to_string(iface.ip());
     }

@@ -348,7 +348,7 @@ TEST_F(RuleGeneratorTest, UnsafeInterfaceNamesNeverReachTheRuleText) {
     FwRule fine;
     fine.mutable_via_interface()->set_type(FW_IF_TYPE_NAME);
     fine.mutable_via_interface()->set_device("bridge100.1_a-*");
-    EXPECT_EQ(" allow via bridge100.1_a-*", render(fine));
+    EXPECT_EQ(" allow via bridge100.1_a-\\*", render(fine));
     // An address-typed interface ignores the device text entirely.
     fine.mutable_via_interface()->set_type(FW_IF_TYPE_3);
     fine.mutable_via_interface()->set_device("en0;reboot");
