@@ -1,4 +1,5 @@
 // The sub-commands that add, change, list and check rules.
+#include <algorithm>
 #include <string>
 #include <vector>
 
@@ -184,6 +185,10 @@ int ListSet(CtlContext& context, uint32_t command, RuleSet set) {
     for (const FwRule& rule : rules.rules()) {
         listed.push_back(ListedRule{rule, IpfwTextOf(context, rule)});
     }
+    // In ipfw's order, which is the order the rules are matched in.
+    std::stable_sort(listed.begin(), listed.end(), [](const ListedRule& a, const ListedRule& b) {
+        return a.rule.rule_index() < b.rule.rule_index();
+    });
     int setNumber = SetNumberOf(context, set);
     std::string text = context.arguments.json ? RuleTableJson(setNumber, listed) + "\n"
                                               : FormatRuleTable(setNumber, listed);

@@ -1,0 +1,388 @@
+// qvfwd and qvfwctl end to end, as a person runs them: real processes, real sockets, a
+// temporary state directory and the simulated ipfw.
+#include <google/protobuf/struct.pb.h>
+#include <google/protobuf/util/json_util.h>
+#include <gtest/gtest.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <string>
+#include <vector>
+
+#include "DaemonSandbox.h"
+#include "QvControl.h"
+#include "QvPlugin.h"
+
+namespace qvdaemontest {
+namespace {
+
+using google::protobuf::Value;
+using qvtest::readFile;
+using qvtest::writeFile;
+
+const char kSshDeny[] =
+    R"({"action":"ACTION_DENY","protocol":{"type":"PROTO_SPECIFIED","protocol":"PROTO_VALUE_TCP"},)"
+    R"("dst_port":{"port_type":"PORT_LIST","ports":[{"use_range":false,"port":22}]}})";
+const char kWebReset[] =
+    R"({"action":"ACTION_RESET","protocol":{"type":"PROTO_SPECIFIED","protocol":"PROTO_VALUE_TCP"},)"
+    R"("dst_port":{"port_type":"PORT_LIST","ports":[{"use_range":false,"port":80}]}})";
+const char kAdminAllow[] = R"({"action":"ACTION_ALLOW","src_ip":{"ip_type":"IP_LIST",)"
+                           R"("ips":[{"use_host_name":true,"host":"admin.example"}]}})";
+const char kUdpAllow[] =
+    R"({"action":"ACTION_ALLOW","protocol":{"type":"PROTO_SPECIFIED","protocol":"PROTO_VALUE_UDP"}})";
+
+Value ParseJson(const std::string& text) {
+    Value value;
+    auto status = google::protobuf::util::JsonStringToMessage(text, &value);
+    EXPECT_TRUE(status.ok()) << text;
+    return value;
+}
+
+const Value& Field(const Value& object, const std::string& name) {
+    static const Value kMissing;
+    auto found = object.struct_value().fields().find(name);
+    return found == object.struct_value().fields().end() ? kMissing : found->second;
+}
+
+std::string JsonText(const Value& value) {
+    std::string text;
+    google::protobuf::util::MessageToJsonString(value, &text);
+    return text;
+}
+
+// The rule numbers of `qvfwctl list[-exceptions] --json`, in listed order.
+std::vector<int> ListedNumbers(const DaemonSandbox& sandbox, const std::string& command) {
+    RunResult listed = sandbox.Run("qvfwctl " + command + " --json");
+    EXPECT_EQ(listed.exitCode, 0) << listed.err;
+    std::vector<int> numbers;
+    const Value listing = ParseJson(listed.out);
+    for (const Value& rule : Field(listing, "rules").list_value().values()) {
+        numbers.push_back(static_cast<int>(Field(rule, "number").number_value()));
+    }
+    return numbers;
+}
+
+int StatusNumber(const DaemonSandbox& sandbox, const std::string& name) {
+    Value status = ParseJson(sandbox.Run("qvfwctl status --json").out);
+    return static_cast<int>(Field(Field(status, "daemon"), name).number_value());
+}
+
+class DaemonTest : public ::testing::Test {
+protected:
+    void SetUp() override { ASSERT_TRUE(sandbox.StartDaemon()) << sandbox.daemonLog(); }
+
+    // Runs a qvfwctl line that must succeed and returns its standard output.
+    std::string Ctl(const std::string& arguments, const std::string& input = "") {
+        RunResult result = sandbox.Run("qvfwctl " + arguments, input);
+        EXPECT_EQ(result.exitCode, 0) << "qvfwctl " << arguments << "\n" << result.err;
+        return result.out;
+    }
+
+    std::string IpfwShow() { return sandbox.Run("ipfw -S show").out; }
+
+    DaemonSandbox sandbox;
+};
+
+TEST_F(DaemonTest, RulesOfBothSetsGoThroughTheirWholeLifecycleFromJson) {
+    // Added from an argument, with --json, from a file and from standard input.
+    EXPECT_EQ(Ctl(std::string("add '") + kSshDeny + "'"), "added rule 3100 to the normal set\n");
+    Value added = ParseJson(Ctl(std::string("add --json '") + kWebReset + "'"));
+    EXPECT_EQ(Field(added, "rule_index").number_value(), 3110);
+    writeFile(sandbox.file("admin.json"), kAdminAllow);
+    EXPECT_EQ(Ctl("add-exception " + sandbox.file("admin.json")),
+              "added rule 2100 to the exception set\n");
+    EXPECT_EQ(Ctl("add-rules -", std::string("[{\"order\":7,\"rule\":") + kUdpAllow + "}]"),
+              "order 7 -> rule 3120\n");
+
+    // The JSON listing, read back: numbers, set, action, the ipfw text, the rule itself.
+    Value listed = ParseJson(Ctl("list --json"));
+    EXPECT_EQ(Field(listed, "set").number_value(), 19);
+    const Value& first = Field(listed, "rules").list_value().values(0);
+    EXPECT_EQ(Field(first, "number").number_value(), 3100);
+    EXPECT_EQ(Field(first, "action").string_value(), "deny");
+    EXPECT_EQ(Field(first, "ipfw").string_value(), "deny log logamount 0 proto tcp dst-port 22");
+    EXPECT_EQ(Field(Field(first, "rule"), "action").string_value(), "ACTION_DENY");
+    EXPECT_EQ(ListedNumbers(sandbox, "list"), (std::vector<int>{3100, 3110, 3120}));
+    EXPECT_NE(Ctl("list-exceptions").find("2100   18  allow  allow src-ip admin.example"),
+              std::string::npos);
+    EXPECT_NE(IpfwShow().find("03100 0 0 set 19 deny log ip from any to any proto tcp dst-port 22"),
+              std::string::npos);
+
+    // The rule read back is a rule qvfwctl accepts again.
+    std::string readBack = JsonText(Field(first, "rule"));
+    EXPECT_NE(Ctl("check '" + readBack + "'").find("ipfw accepts it"), std::string::npos);
+
+    Ctl("swap 3100 3110");
+    EXPECT_EQ(Field(Field(ParseJson(Ctl("list --json")), "rules").list_value().values(0), "action")
+                  .string_value(),
+              "reset");
+    Ctl(std::string("modify 3120 '") + kSshDeny + "'");
+    EXPECT_NE(IpfwShow().find("03120 0 0 set 19 deny log ip from any to any proto tcp dst-port 22"),
+              std::string::npos);
+    Ctl("delete 3100");
+    Ctl("delete-exception 2100");
+    EXPECT_EQ(ListedNumbers(sandbox, "list"), (std::vector<int>{3110, 3120}));
+    EXPECT_TRUE(ListedNumbers(sandbox, "list-exceptions").empty());
+
+    Value replaced =
+        ParseJson(Ctl(std::string("set-exception-rules --json '[{\"order\":1,\"rule\":") +
+                      kAdminAllow + "},{\"order\":2,\"rule\":" + kUdpAllow + "}]'"));
+    ASSERT_EQ(replaced.list_value().values_size(), 2);
+    EXPECT_EQ(ListedNumbers(sandbox, "list-exceptions"), (std::vector<int>{2100, 2110}));
+    Ctl("flush-normal");
+    Ctl("flush-exceptions");
+    EXPECT_TRUE(ListedNumbers(sandbox, "list").empty());
+    EXPECT_TRUE(ListedNumbers(sandbox, "list-exceptions").empty());
+
+    EXPECT_EQ(sandbox.StopDaemon(SIGTERM), 0);
+    EXPECT_NE(sandbox.daemonLog().find("qvfwd: stopped"), std::string::npos);
+}
+
+TEST_F(DaemonTest, RefusalsPrintTheirCodeAndMeaningAndExitNonZero) {
+    struct Case {
+        std::string arguments;
+        int exitCode;
+        std::string message;
+    };
+    const Case cases[] = {
+        {R"(add '{"action":"ACTION_DENY","actoin":1}')", 2, "actoin"},
+        {R"(add '{"action":"ACTION_DENY","protocol":{"protocol":"PROTO_VALUE_TCP"}}')", 2, "type"},
+        {R"(add '{"action":"ACTION_DENY"}')", 1, "error 20704: ipfw refused the rule"},
+        {R"(check '{"action":"ACTION_UNREACH","unreach_code":999,"keep_state":true}')", 1,
+         "unknown ICMP unreachable code"},
+        {R"(add '{"action":"ACTION_ALLOW","src_ip":{"ip_type":"IP_LIST","ips":[{"use_host_name":true,"host":"a;touch x"}]}}')",
+         1, "error 20706"},
+        {"modify 4000 '" + std::string(kSshDeny) + "'", 1, "error 20701: rule not found"},
+        {"delete three", 2, "not a rule number"},
+        {"debug-level 8", 2, "0 to 7"},
+        {"frobnicate", 2, "unknown command"},
+        {"--control " + sandbox.file("nobody.sock") + " status", 3, "qvfwd is not running"},
+    };
+    for (const Case& c : cases) {
+        RunResult result = sandbox.Run("qvfwctl " + c.arguments);
+        EXPECT_EQ(result.exitCode, c.exitCode) << c.arguments << "\n" << result.err;
+        EXPECT_NE(result.err.find(c.message), std::string::npos) << c.arguments << "\n"
+                                                                 << result.err;
+    }
+    EXPECT_TRUE(ListedNumbers(sandbox, "list").empty());
+    EXPECT_EQ(Ctl("debug-level 7"), "ok\n");
+}
+
+TEST_F(DaemonTest, ADeniedPacketsEventReachesWatchAndIsKept) {
+    Ctl(std::string("add '") + kSshDeny + "'");
+    const std::string watchFile = sandbox.file("watch.txt");
+    pid_t watch = sandbox.Spawn("qvfwctl watch", watchFile);
+    ASSERT_TRUE(WaitFor([&] { return StatusNumber(sandbox, "stream_clients") == 1; }, 20));
+
+    EXPECT_EQ(sandbox.Run("ipfw packet tcp 10.0.0.9:40000 10.0.0.2:22 in via en0").out,
+              "3100 Deny\n");
+    const std::string expected = "  3100  Deny TCP 10.0.0.9:40000 10.0.0.2:22 in via en0\n";
+    EXPECT_TRUE(
+        WaitFor([&] { return readFile(watchFile).find(expected) != std::string::npos; }, 20))
+        << readFile(watchFile);
+    kill(watch, SIGTERM);
+    DaemonSandbox::WaitExit(watch, 10);
+
+    // Kept: once through the host service, and once through the callback while notify is on.
+    RunResult kept = sandbox.Run("qvfwctl events --all --json");
+    ASSERT_EQ(kept.exitCode, 0) << kept.err;
+    std::vector<std::string> origins;
+    for (size_t start = 0, end; (end = kept.out.find('\n', start)) != std::string::npos;
+         start = end + 1) {
+        Value event = ParseJson(kept.out.substr(start, end - start));
+        EXPECT_EQ(Field(event, "rule_index").number_value(), 3100);
+        EXPECT_EQ(Field(event, "packet").string_value(),
+                  "Deny TCP 10.0.0.9:40000 10.0.0.2:22 in via en0");
+        origins.push_back(Field(event, "origin").string_value());
+    }
+    EXPECT_EQ(origins, (std::vector<std::string>{"callback", "service"}));
+
+    // With notify off the host service still hears of every packet, the callback not.
+    Ctl("notify off");
+    sandbox.Run("ipfw packet tcp 10.0.0.9:40001 10.0.0.2:22 in via en0");
+    ASSERT_TRUE(WaitFor([&] { return StatusNumber(sandbox, "events_from_service") == 2; }, 20));
+    EXPECT_EQ(StatusNumber(sandbox, "events_from_callback"), 1);
+    Value status = ParseJson(Ctl("status --json"));
+    EXPECT_FALSE(Field(status, "notify").bool_value());
+    EXPECT_TRUE(Field(status, "enabled").bool_value());
+    EXPECT_EQ(Field(status, "normal_rules").number_value(), 1);
+}
+
+TEST_F(DaemonTest, ADaemonKilledWithSigkillComesBackWithEveryStoredRule) {
+    Ctl(std::string("add '") + kSshDeny + "'");
+    Ctl(std::string("add '") + kWebReset + "'");
+    Ctl(std::string("add-exception '") + kAdminAllow + "'");
+    ASSERT_EQ(sandbox.StopDaemon(SIGKILL), -1);
+    struct stat left;
+    ASSERT_EQ(stat(sandbox.controlSocket().c_str(), &left), 0) << "a stale socket stays behind";
+
+    ASSERT_TRUE(sandbox.StartDaemon()) << sandbox.daemonLog();
+    EXPECT_EQ(ListedNumbers(sandbox, "list"), (std::vector<int>{3100, 3110}));
+    EXPECT_EQ(ListedNumbers(sandbox, "list-exceptions"), (std::vector<int>{2100}));
+    std::string installed = IpfwShow();
+    for (const char* rule :
+         {"03100 0 0 set 19 deny", "03110 0 0 set 19 reset", "02100 0 0 set 18 allow"}) {
+        EXPECT_NE(installed.find(rule), std::string::npos) << rule << "\n" << installed;
+    }
+}
+
+TEST_F(DaemonTest, ASecondDaemonOnTheSameSocketRefusesToStart) {
+    pid_t second = sandbox.SpawnDaemon("--service " + sandbox.file("run/other.sock"),
+                                       sandbox.file("second.log"));
+    EXPECT_EQ(DaemonSandbox::WaitExit(second, 30), 1);
+    EXPECT_NE(readFile(sandbox.file("second.log")).find("is already serving"), std::string::npos)
+        << readFile(sandbox.file("second.log"));
+    EXPECT_EQ(sandbox.Run("qvfwctl status").exitCode, 0);
+}
+
+TEST(DaemonStartTest, WithoutAConfigurationTheDaemonExitsWithTheCodeAndItsMeaning) {
+    DaemonSandbox sandbox;
+    sandbox.RemoveConfiguration();
+    pid_t daemon = sandbox.SpawnDaemon("", sandbox.file("qvfwd.log"));
+    EXPECT_EQ(DaemonSandbox::WaitExit(daemon, 30), 1);
+    EXPECT_NE(readFile(sandbox.file("qvfwd.log")).find("error 20013: the firewall manager failed"),
+              std::string::npos)
+        << readFile(sandbox.file("qvfwd.log"));
+}
+
+// A raw client of the control socket, to send what qvfwctl never would.
+class RawClient {
+public:
+    explicit RawClient(const std::string& path) {
+        m_fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+        sockaddr_un address{};
+        address.sun_family = AF_UNIX;
+        snprintf(address.sun_path, sizeof address.sun_path, "%s", path.c_str());
+        m_connected = connect(m_fd, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0;
+    }
+    ~RawClient() { close(m_fd); }
+    bool connected() const { return m_connected; }
+
+    void Send(uint32_t head, uint32_t length, const std::string& bytes) {
+        std::string frame = Le32(head) + Le32(length) + bytes;
+        EXPECT_EQ(send(m_fd, frame.data(), frame.size(), MSG_NOSIGNAL),
+                  static_cast<ssize_t>(frame.size()));
+    }
+    void CloseWriting() { shutdown(m_fd, SHUT_WR); }
+
+    // The next reply's code and payload; false when the daemon closed the connection.
+    bool Receive(int32_t* code, std::string* payload) {
+        std::string header;
+        if (!ReadExactly(8, &header)) {
+            return false;
+        }
+        *code = static_cast<int32_t>(LoadLe32(header, 0));
+        return ReadExactly(LoadLe32(header, 4), payload);
+    }
+
+private:
+    static std::string Le32(uint32_t value) {
+        std::string out(4, '\0');
+        for (int i = 0; i < 4; ++i) {
+            out[i] = static_cast<char>(value >> (8 * i));
+        }
+        return out;
+    }
+    static uint32_t LoadLe32(const std::string& in, size_t at) {
+        uint32_t value = 0;
+        for (int i = 3; i >= 0; --i) {
+            value = value << 8 | static_cast<uint8_t>(in[at + i]);
+        }
+        return value;
+    }
+    bool ReadExactly(size_t length, std::string* out) {
+        out->assign(length, '\0');
+        struct timeval limit {
+            10, 0
+        };
+        setsockopt(m_fd, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit);
+        for (size_t done = 0; done < length;) {
+            ssize_t got = recv(m_fd, &(*out)[done], length - done, 0);
+            if (got <= 0) {
+                return false;
+            }
+            done += static_cast<size_t>(got);
+        }
+        return true;
+    }
+
+    int m_fd = -1;
+    bool m_connected = false;
+};
+
+TEST_F(DaemonTest, OneConnectionCarriesManyCallsAndAMalformedFrameClosesOnlyItsOwn) {
+    RawClient steady(sandbox.controlSocket());
+    ASSERT_TRUE(steady.connected());
+    int32_t code = -1;
+    std::string payload;
+    steady.Send(0x7777, 0, "");  // not in the table: the plug-in's default handler
+    ASSERT_TRUE(steady.Receive(&code, &payload));
+    EXPECT_EQ(code, 0);
+
+    RawClient tooLong(sandbox.controlSocket());
+    tooLong.Send(QV_CMD_IS_FW_ENABLE, qvctl::kMaxPayload + 1, "");
+    EXPECT_FALSE(tooLong.Receive(&code, &payload));
+    RawClient cutShort(sandbox.controlSocket());
+    cutShort.Send(QV_CMD_ADD_RULE, 10, "abc");
+    cutShort.CloseWriting();
+    EXPECT_FALSE(cutShort.Receive(&code, &payload));
+
+    steady.Send(QV_CMD_IS_FW_ENABLE, 0, "");
+    ASSERT_TRUE(steady.Receive(&code, &payload));
+    EXPECT_EQ(code, 0);
+    EXPECT_EQ(payload, std::string("\x08\x01", 2));  // BoolType{value: true}
+}
+
+// In a child that has become `uid`: connects and asks for the status. The exit status
+// says what happened: 0 refused with kPeerRefused, 1 answered, 2 connect failed with
+// EACCES, 3 anything else.
+int ConnectAs(uid_t uid, const std::string& path) {
+    pid_t child = fork();
+    if (child == 0) {
+        if (setgid(uid) != 0 || setuid(uid) != 0) {
+            _exit(3);
+        }
+        int fd = socket(AF_UNIX, SOCK_STREAM, 0);
+        sockaddr_un address{};
+        address.sun_family = AF_UNIX;
+        snprintf(address.sun_path, sizeof address.sun_path, "%s", path.c_str());
+        if (connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0) {
+            _exit(errno == EACCES ? 2 : 3);
+        }
+        const unsigned char request[8] = {0x01, 0x00, 0x00, 0x51, 0, 0, 0, 0};  // kStatus
+        send(fd, request, sizeof request, MSG_NOSIGNAL);
+        unsigned char reply[8];
+        ssize_t got = recv(fd, reply, sizeof reply, MSG_WAITALL);
+        _exit(got == 8 && reply[0] == qvctl::kPeerRefused && reply[1] == 0 ? 0 : 1);
+    }
+    return DaemonSandbox::WaitExit(child, 30);
+}
+
+TEST_F(DaemonTest, OnlyRootOrTheDaemonsOwnUserMayConnect) {
+    if (geteuid() != 0) {
+        GTEST_SKIP() << "needs root to connect as another user";
+    }
+    const uid_t nobody = 65534;
+    struct stat socketFile;
+    ASSERT_EQ(stat(sandbox.controlSocket().c_str(), &socketFile), 0);
+    EXPECT_EQ(socketFile.st_mode & 0777, 0600u);
+    // The other user must get through the directories to reach the socket at all.
+    for (std::string dir = sandbox.controlSocket(); dir != "/" && !dir.empty();) {
+        dir = dir.substr(0, dir.rfind('/'));
+        if (!dir.empty()) {
+            chmod(dir.c_str(), 0755);
+        }
+    }
+    EXPECT_EQ(ConnectAs(nobody, sandbox.controlSocket()), 2) << "mode 0600 keeps others out";
+
+    // Should the mode ever be loosened, the daemon still refuses the peer itself.
+    ASSERT_EQ(chmod(sandbox.controlSocket().c_str(), 0666), 0);
+    EXPECT_EQ(ConnectAs(nobody, sandbox.controlSocket()), 0);
+    EXPECT_EQ(sandbox.Run("qvfwctl status").exitCode, 0);
+}
+
+}  // namespace
+}  // namespace qvdaemontest
