@@ -1,0 +1,86 @@
+# What `cmake --install` puts where (GNUInstallDirs): the plug-in and the host libraries
+# in the library directory, qvfwd and qvfwctl in the binary directory, the public headers
+# under include/Quorvane, a systemd unit (Linux) or a launchd property list (macOS), and
+# the default QvFw.conf.plist, which is never overwritten when one is already there.
+#
+# Included by host/qvfwd; the rules are added once the whole tree is read, since the
+# plug-in's target is defined after the host's.
+
+function(qv_install_set_rpath)
+  if(APPLE)
+    set(origin @loader_path)
+  else()
+    set(origin $ORIGIN)
+  endif()
+  file(RELATIVE_PATH bin_to_lib ${CMAKE_INSTALL_FULL_BINDIR} ${CMAKE_INSTALL_FULL_LIBDIR})
+  # qvfwctl links none of the project's shared libraries and needs no search path.
+  set_target_properties(qvfwd PROPERTIES INSTALL_RPATH "${origin}/${bin_to_lib}")
+  # Only the libraries that load others of ours carry a search path.
+  foreach(target IN ITEMS QvFw QvUtil)
+    if(TARGET ${target})
+      set_target_properties(${target} PROPERTIES INSTALL_RPATH "${origin}")
+    endif()
+  endforeach()
+endfunction()
+
+function(qv_install_binaries)
+  install(TARGETS qvfwd qvfwctl RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
+  install(TARGETS QvFw QvUtil QvLog LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
+  # The CoreFoundation subset is ours on Linux only; macOS brings its own.
+  get_target_property(cf_type CoreFoundation TYPE)
+  if(cf_type STREQUAL "SHARED_LIBRARY")
+    install(TARGETS CoreFoundation LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
+  endif()
+  install(FILES
+    ${PROJECT_SOURCE_DIR}/src/firewall/include/QvPlugin.h
+    ${PROJECT_SOURCE_DIR}/host/include/QvControl.h
+    ${PROJECT_SOURCE_DIR}/host/include/QvControlErrors.h
+    ${PROJECT_SOURCE_DIR}/host/include/QvControlStatus.h
+    ${PROJECT_SOURCE_DIR}/host/include/QvIpc.h
+    ${PROJECT_SOURCE_DIR}/host/include/QvLog.h
+    ${PROJECT_SOURCE_DIR}/host/include/QvUtil.h
+    ${PROJECT_SOURCE_DIR}/host/include/QvCFUtil.h
+    ${PROJECT_SOURCE_DIR}/host/include/Thread.h
+    DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/Quorvane)
+endfunction()
+
+function(qv_install_service_files)
+  set(dist ${PROJECT_SOURCE_DIR}/host/qvfwd/dist)
+  set(out ${CMAKE_BINARY_DIR}/dist)
+  configure_file(${dist}/qvfwd.service.in ${out}/qvfwd.service @ONLY)
+  configure_file(${dist}/com.quorvane.qvfwd.plist.in ${out}/com.quorvane.qvfwd.plist @ONLY)
+  if(APPLE)
+    install(FILES ${out}/com.quorvane.qvfwd.plist DESTINATION /Library/LaunchDaemons)
+  else()
+    install(FILES ${out}/qvfwd.service DESTINATION lib/systemd/system)
+  endif()
+  install(FILES ${out}/com.quorvane.qvfwd.plist ${out}/qvfwd.service
+          DESTINATION ${CMAKE_INSTALL_DATADIR}/quorvane)
+endfunction()
+
+function(qv_install_default_configuration)
+  set(QV_FW_LOG_PATH ${CMAKE_INSTALL_FULL_LOCALSTATEDIR}/log/Quorvane/QvrnCore/ipfw.log)
+  set(QV_SYSLOG_CONF /etc/syslog.conf)
+  set(conf ${CMAKE_BINARY_DIR}/dist/QvFw.conf.plist)
+  configure_file(${PROJECT_SOURCE_DIR}/host/qvfwd/dist/QvFw.conf.plist.in ${conf} @ONLY)
+  # The file holds the stored rules once the firewall runs: install it only where none is.
+  install(CODE "
+    set(target \"\$ENV{DESTDIR}${QV_CONF_DIR}/QvFw.conf.plist\")
+    if(EXISTS \"\${target}\")
+      message(STATUS \"Keeping: \${target}\")
+    else()
+      file(INSTALL DESTINATION \"${QV_CONF_DIR}\" TYPE FILE FILES \"${conf}\")
+    endif()")
+endfunction()
+
+# Runs in the top directory's scope, after everything is defined.
+function(qv_install_all)
+  include(GNUInstallDirs)
+  set(QV_CONF_DIR ${CMAKE_INSTALL_FULL_SYSCONFDIR}/Quorvane/QvrnCore)
+  qv_install_set_rpath()
+  qv_install_binaries()
+  qv_install_service_files()
+  qv_install_default_configuration()
+endfunction()
+
+cmake_language(DEFER DIRECTORY ${CMAKE_SOURCE_DIR} CALL qv_install_all)
