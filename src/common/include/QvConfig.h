@@ -328,7 +328,8 @@ private:
             fclose(in);
             return errors.shortRead;
         }
-        std::unique_ptr<char[]> image(new (std::nothrow) char[size > 0 ? size : 1]());
+        // Not zeroed: fread fills it whole or the copy fails.
+        std::unique_ptr<char[]> image(new (std::nothrow) char[size > 0 ? size : 1]);
         if (image == nullptr) {
             fclose(in);
             return errors.noMemory;

@@ -3,6 +3,7 @@
 #pragma once
 
 #include "CFObject.h"
+#include "XmlRenderCache.h"
 
 #include <CoreFoundation/CFArray.h>
 
@@ -19,4 +20,9 @@ struct __CFArray : qvcf::CFObject {
     const CFArrayCallBacks callBacks;
     const bool isMutable;
     std::vector<const void*> values;
+    // The XML writer keeps no text for arrays; the slot keeps both containers alike.
+    qvcf::XmlRenderCache xml;
+    // For immutable containers holding no mutable one: the height of the subtree once
+    // it has been found valid (-1 until then), so that it is walked only once.
+    mutable std::atomic<int> validHeight{-1};
 };

@@ -18,6 +18,13 @@ __CFData::__CFData(std::vector<UInt8> copy)
       length(static_cast<CFIndex>(owned.size())),
       deallocator(kCFAllocatorNull) {}
 
+__CFData::__CFData(std::string text)
+    : CFObject(qvcf::kDataTypeId, false),
+      ownedText(std::move(text)),
+      bytes(reinterpret_cast<const UInt8*>(ownedText.data())),
+      length(static_cast<CFIndex>(ownedText.size())),
+      deallocator(kCFAllocatorNull) {}
+
 __CFData::~__CFData() {
     // The default allocator is malloc's, so the default deallocator is free().
     if (deallocator == kCFAllocatorDefault) {

@@ -5,6 +5,7 @@
 
 #include <CoreFoundation/CFData.h>
 
+#include <string>
 #include <vector>
 
 struct __CFData : qvcf::CFObject {
@@ -12,12 +13,15 @@ struct __CFData : qvcf::CFObject {
     __CFData(const UInt8* bytes, CFIndex length, CFAllocatorRef deallocator);
     // Owns a copy.
     explicit __CFData(std::vector<UInt8> bytes);
+    // Owns `text`, taken over without a copy.
+    explicit __CFData(std::string text);
     ~__CFData() override;
 
     bool equals(const __CFData& other) const;
     CFHashCode hash() const;
 
     std::vector<UInt8> owned;
+    std::string ownedText;
     const UInt8* bytes;
     CFIndex length;
     CFAllocatorRef deallocator;

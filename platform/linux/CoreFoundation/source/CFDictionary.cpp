@@ -165,6 +165,16 @@ CFMutableDictionaryRef CFDictionaryCreateMutable(CFAllocatorRef, CFIndex capacit
     return new __CFDictionary(keyCallBacks, valueCallBacks, true);
 }
 
+CFDictionaryRef CFDictionaryCreateCopy(CFAllocatorRef, CFDictionaryRef theDict) {
+    const __CFDictionary* source = asDictionary(theDict, "CFDictionaryCreateCopy");
+    auto* copy = new __CFDictionary(&source->keyCallBacks, &source->valueCallBacks, false);
+    copy->table.reserve(source->table.size());
+    for (const auto& entry : source->table) {
+        copy->put(entry.first, entry.second, false);
+    }
+    return copy;
+}
+
 CFIndex CFDictionaryGetCount(CFDictionaryRef theDict) {
     return asDictionary(theDict, "CFDictionaryGetCount")->count();
 }

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "CFObject.h"
+#include "XmlRenderCache.h"
 
 #include <CoreFoundation/CFDictionary.h>
 
@@ -34,6 +35,11 @@ struct __CFDictionary : qvcf::CFObject {
     const CFDictionaryValueCallBacks valueCallBacks;
     const bool isMutable;
     std::unordered_map<const void*, const void*, KeyHash, KeyEqual> table;
+    // Used by the XML writer for immutable dictionaries only.
+    qvcf::XmlRenderCache xml;
+    // For immutable containers holding no mutable one: the height of the subtree once
+    // it has been found valid (-1 until then), so that it is walked only once.
+    mutable std::atomic<int> validHeight{-1};
 
 private:
     const void* retainKey(const void* key) const;

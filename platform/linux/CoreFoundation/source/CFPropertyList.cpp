@@ -7,7 +7,7 @@
 #include <CoreFoundation/CFPropertyList.h>
 
 #include <string>
-#include <vector>
+#include <utility>
 
 CFPropertyListRef CFPropertyListCreateWithData(CFAllocatorRef, CFDataRef data,
                                                CFOptionFlags options, CFPropertyListFormat* format,
@@ -46,7 +46,7 @@ CFDataRef CFPropertyListCreateData(CFAllocatorRef, CFPropertyListRef propertyLis
     }
     std::string text;
     qvcf::XmlPlistWriter::write(propertyList, text);
-    return new __CFData(std::vector<UInt8>(text.begin(), text.end()));
+    return new __CFData(std::move(text));
 }
 
 Boolean CFPropertyListIsValid(CFPropertyListRef plist, CFPropertyListFormat format) {

@@ -14,56 +14,100 @@ class Validator {
 public:
     explicit Validator(bool openStep) : openStep_(openStep) {}
 
-    bool valid(CFTypeRef ref) {
+    bool valid(CFTypeRef ref) { return check(ref).ok; }
+
+private:
+    // What a walk found out about one value: whether it is valid, how many containers
+    // deep its subtree goes, and whether every container in it is immutable.
+    struct Facts {
+        bool ok;
+        int height;
+        bool frozen;
+    };
+
+    Facts check(CFTypeRef ref) {
         if (ref == nullptr) {
-            return false;
+            return {false, 0, true};
         }
         const auto* object = static_cast<const CFObject*>(ref);
         switch (object->typeId) {
             case kStringTypeId:
             case kDataTypeId:
-                return true;
+                return {true, 0, true};
             case kBooleanTypeId:
             case kNumberTypeId:
             case kDateTypeId:
-                return !openStep_;
-            case kArrayTypeId:
-            case kDictionaryTypeId:
-                return validContainer(object);
+                return {!openStep_, 0, true};
+            case kArrayTypeId: {
+                const auto* array = static_cast<const __CFArray*>(object);
+                return checkContainer(array, array->isMutable, array->validHeight);
+            }
+            case kDictionaryTypeId: {
+                const auto* dictionary = static_cast<const __CFDictionary*>(object);
+                return checkContainer(dictionary, dictionary->isMutable, dictionary->validHeight);
+            }
             default:
-                return false;
+                return {false, 0, true};
         }
     }
 
-private:
-    bool validContainer(const CFObject* container) {
+    // A subtree of immutable containers cannot change, nor can it contain a container on
+    // the path to it, so its verdict is kept; only the depth it sits at still counts.
+    template <typename Container>
+    Facts checkContainer(const Container* container, bool isMutable,
+                         std::atomic<int>& validHeight) {
+        const int known = openStep_ || isMutable ? -1 : validHeight.load(std::memory_order_acquire);
+        if (known >= 0) {
+            return {path_.size() + static_cast<size_t>(known) <= kMaxPlistDepth, known, true};
+        }
         // Only the containers on the path from the root count: a value shared by two
         // branches is fine, one that contains itself is not.
         if (path_.size() >= kMaxPlistDepth ||
             std::find(path_.begin(), path_.end(), container) != path_.end()) {
-            return false;
+            return {false, 0, false};
         }
         path_.push_back(container);
-        const bool ok = container->typeId == kArrayTypeId
-                            ? validArray(static_cast<const __CFArray*>(container))
-                            : validDictionary(static_cast<const __CFDictionary*>(container));
+        Facts facts = checkChildren(container);
         path_.pop_back();
-        return ok;
+        facts.height += 1;
+        facts.frozen = facts.frozen && !isMutable;
+        if (facts.ok && facts.frozen && !openStep_) {
+            validHeight.store(facts.height, std::memory_order_release);
+        }
+        return facts;
     }
 
-    bool validArray(const __CFArray* array) {
-        return std::all_of(array->values.begin(), array->values.end(),
-                           [this](const void* value) { return valid(value); });
-    }
-
-    bool validDictionary(const __CFDictionary* dictionary) {
-        for (const auto& entry : dictionary->table) {
-            const auto* key = static_cast<const CFObject*>(entry.first);
-            if (key == nullptr || key->typeId != kStringTypeId || !valid(entry.second)) {
-                return false;
+    Facts checkChildren(const __CFArray* array) {
+        Facts all{true, 0, true};
+        for (const void* value : array->values) {
+            if (!merge(all, check(value))) {
+                break;
             }
         }
-        return true;
+        return all;
+    }
+
+    Facts checkChildren(const __CFDictionary* dictionary) {
+        Facts all{true, 0, true};
+        for (const auto& entry : dictionary->table) {
+            const auto* key = static_cast<const CFObject*>(entry.first);
+            if (key == nullptr || key->typeId != kStringTypeId) {
+                all.ok = false;
+                break;
+            }
+            if (!merge(all, check(entry.second))) {
+                break;
+            }
+        }
+        return all;
+    }
+
+    // Adds one child's facts; false once the whole is known to be invalid.
+    static bool merge(Facts& all, const Facts& child) {
+        all.ok = all.ok && child.ok;
+        all.height = std::max(all.height, child.height);
+        all.frozen = all.frozen && child.frozen;
+        return all.ok;
     }
 
     const bool openStep_;

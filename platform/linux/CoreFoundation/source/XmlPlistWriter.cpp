@@ -9,11 +9,13 @@
 #include "Utf8.h"
 
 #include <algorithm>
+#include <atomic>
 #include <charconv>
 #include <cmath>
 #include <cstdio>
 #include <ctime>
 #include <string_view>
+#include <type_traits>
 #include <utility>
 #include <vector>
 
@@ -57,35 +59,58 @@ public:
             case kDataTypeId:
                 data(*static_cast<const __CFData*>(object), level);
                 break;
-            case kArrayTypeId:
-                array(*static_cast<const __CFArray*>(object), level);
+            case kArrayTypeId: {
+                const auto& container = *static_cast<const __CFArray*>(object);
+                cached(container, container.isMutable, level, [&] { array(container, level); });
                 break;
-            case kDictionaryTypeId:
-                dictionary(*static_cast<const __CFDictionary*>(object), level);
+            }
+            case kDictionaryTypeId: {
+                const auto& container = *static_cast<const __CFDictionary*>(object);
+                cached(container, container.isMutable, level,
+                       [&] { dictionary(container, level); });
                 break;
+            }
             default:
                 break;
         }
     }
 
 private:
+    // An immutable dictionary is rendered once per level and its text reused after: a
+    // document saved again after a small change re-renders only the new parts. Only one
+    // that holds no mutable container at any depth is kept, since only its text can never
+    // change. Arrays are not kept: the long ones are the lists made anew for each save,
+    // and their elements are kept already.
+    template <typename Container, typename Render>
+    void cached(const Container& container, bool isMutable, size_t level, Render render) {
+        if (const std::string* text = isMutable ? nullptr : container.xml.find(level)) {
+            out_ += *text;
+            return;
+        }
+        const bool outerSawMutable = sawMutable_;
+        sawMutable_ = isMutable;
+        const size_t start = out_.size();
+        render();
+        if (!sawMutable_ && std::is_same_v<Container, __CFDictionary>) {
+            container.xml.keep(level, out_.substr(start));
+        }
+        sawMutable_ = sawMutable_ || outerSawMutable;
+    }
+
     void indent(size_t level) { out_.append(level, '\t'); }
 
+    // Copies runs without markup characters whole; most text has none at all.
     void escaped(std::string_view text) {
-        for (const char c : text) {
-            switch (c) {
-                case '&':
-                    out_ += "&amp;";
-                    break;
-                case '<':
-                    out_ += "&lt;";
-                    break;
-                case '>':
-                    out_ += "&gt;";
-                    break;
-                default:
-                    out_ += c;
+        size_t start = 0;
+        for (;;) {
+            const size_t special = text.find_first_of("&<>", start);
+            out_.append(text, start,
+                        special == std::string_view::npos ? text.npos : special - start);
+            if (special == std::string_view::npos) {
+                return;
             }
+            out_ += text[special] == '&' ? "&amp;" : text[special] == '<' ? "&lt;" : "&gt;";
+            start = special + 1;
         }
     }
 
@@ -205,14 +230,20 @@ private:
     }
 
     std::string& out_;
+    bool sawMutable_ = false;
 };
 
 }  // namespace
 
 void XmlPlistWriter::write(CFTypeRef root, std::string& out) {
+    // Documents are written again and again at about the same size: start with room for
+    // the last one instead of growing through every power of two.
+    static std::atomic<size_t> lastSize{0};
+    out.reserve(out.size() + lastSize.load(std::memory_order_relaxed));
     out += kHeader;
     Writer(out).element(root, 0);
     out += kFooter;
+    lastSize.store(out.size(), std::memory_order_relaxed);
 }
 
 }  // namespace qvcf

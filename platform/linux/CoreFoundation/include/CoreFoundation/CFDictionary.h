@@ -43,6 +43,9 @@ CF_EXPORT CFMutableDictionaryRef CFDictionaryCreateMutable(
     CFAllocatorRef allocator, CFIndex capacity, const CFDictionaryKeyCallBacks* keyCallBacks,
     const CFDictionaryValueCallBacks* valueCallBacks);
 
+// An immutable dictionary with the same callbacks, keys and values (retained again).
+CF_EXPORT CFDictionaryRef CFDictionaryCreateCopy(CFAllocatorRef allocator, CFDictionaryRef theDict);
+
 CF_EXPORT CFIndex CFDictionaryGetCount(CFDictionaryRef theDict);
 CF_EXPORT Boolean CFDictionaryContainsKey(CFDictionaryRef theDict, const void* key);
 CF_EXPORT const void* CFDictionaryGetValue(CFDictionaryRef theDict, const void* key);

@@ -36,6 +36,14 @@ CF_EXPORT CFDataRef CFPropertyListCreateData(CFAllocatorRef allocator,
                                              CFPropertyListFormat format, CFOptionFlags options,
                                              CFErrorRef* error);
 
+// A copy of the whole tree: containers are copied (immutable with
+// kCFPropertyListImmutable, mutable with kCFPropertyListMutableContainers), leaves are
+// shared, being immutable. NULL when the tree holds a value that is not a property-list
+// type.
+CF_EXPORT CFPropertyListRef CFPropertyListCreateDeepCopy(CFAllocatorRef allocator,
+                                                         CFPropertyListRef propertyList,
+                                                         CFOptionFlags mutabilityOption);
+
 // True when every leaf is a string, data, boolean, number or date, every key a string,
 // and no container contains itself.
 CF_EXPORT Boolean CFPropertyListIsValid(CFPropertyListRef plist, CFPropertyListFormat format);
