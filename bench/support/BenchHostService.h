@@ -1,0 +1,138 @@
+// A host service for benchmarks: a Unix stream socket that answers every request frame
+// with code 0 and no payload, keeps a connection open for as many frames as the client
+// sends on it, and keeps every payload it received.
+#pragma once
+
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cstdint>
+#include <cstring>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace qvbench {
+
+class BenchHostService {
+public:
+    explicit BenchHostService(const std::string& path) {
+        m_listener = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+        sockaddr_un address{};
+        address.sun_family = AF_UNIX;
+        std::strncpy(address.sun_path, path.c_str(), sizeof address.sun_path - 1);
+        m_listening =
+            pipe2(m_stop, O_CLOEXEC) == 0 &&
+            bind(m_listener, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0 &&
+            listen(m_listener, 64) == 0;
+        if (m_listening) {
+            m_thread = std::thread([this] { serve(); });
+        }
+    }
+    ~BenchHostService() {
+        if (m_listening) {
+            ssize_t ignored = write(m_stop[1], "x", 1);
+            (void)ignored;
+            m_thread.join();
+        }
+        for (int fd : {m_listener, m_stop[0], m_stop[1]}) {
+            close(fd);
+        }
+    }
+    BenchHostService(const BenchHostService&) = delete;
+    BenchHostService& operator=(const BenchHostService&) = delete;
+
+    bool listening() const { return m_listening; }
+    size_t count() const { return m_count.load(); }
+    size_t connections() const { return m_connections.load(); }
+    std::vector<std::string> payloads() const {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        return m_payloads;
+    }
+    void clear() {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        m_payloads.clear();
+        m_count = 0;
+    }
+
+private:
+    // One thread serves the listener and every open connection with poll.
+    void serve() {
+        std::vector<pollfd> fds = {{m_stop[0], POLLIN, 0}, {m_listener, POLLIN, 0}};
+        for (;;) {
+            if (poll(fds.data(), fds.size(), -1) < 0 || (fds[0].revents & POLLIN) != 0) {
+                break;
+            }
+            if ((fds[1].revents & POLLIN) != 0) {
+                const int connection = accept4(m_listener, nullptr, nullptr, SOCK_CLOEXEC);
+                if (connection >= 0) {
+                    fds.push_back({connection, POLLIN, 0});
+                    ++m_connections;
+                }
+            }
+            for (size_t i = 2; i < fds.size();) {
+                if (fds[i].revents != 0 && !answer(fds[i].fd)) {
+                    close(fds[i].fd);
+                    fds.erase(fds.begin() + static_cast<long>(i));
+                } else {
+                    ++i;
+                }
+            }
+        }
+        for (size_t i = 2; i < fds.size(); ++i) {
+            close(fds[i].fd);
+        }
+    }
+
+    static bool readAll(int fd, void* buffer, size_t size) {
+        char* at = static_cast<char*>(buffer);
+        while (size > 0) {
+            const ssize_t got = read(fd, at, size);
+            if (got <= 0) {
+                return false;
+            }
+            at += got;
+            size -= static_cast<size_t>(got);
+        }
+        return true;
+    }
+
+    static uint32_t le32(const unsigned char* bytes) {
+        return bytes[0] | bytes[1] << 8 | bytes[2] << 16 | static_cast<uint32_t>(bytes[3]) << 24;
+    }
+
+    // One request frame and its reply; false when the client closed or broke the frame.
+    bool answer(int connection) {
+        unsigned char header[8];
+        if (!readAll(connection, header, sizeof header)) {
+            return false;
+        }
+        std::string payload(le32(header + 4), '\0');
+        if (!readAll(connection, payload.data(), payload.size())) {
+            return false;
+        }
+        {
+            std::lock_guard<std::mutex> lock(m_mutex);
+            m_payloads.push_back(std::move(payload));
+        }
+        ++m_count;
+        const unsigned char reply[8] = {0, 0, 0, 0, 0, 0, 0, 0};
+        return send(connection, reply, sizeof reply, MSG_NOSIGNAL) == sizeof reply;
+    }
+
+    int m_listener = -1;
+    int m_stop[2] = {-1, -1};
+    bool m_listening = false;
+    std::thread m_thread;
+    mutable std::mutex m_mutex;
+    std::vector<std::string> m_payloads;
+    std::atomic<size_t> m_count{0};
+    std::atomic<size_t> m_connections{0};
+};
+
+}  // namespace qvbench

@@ -1,0 +1,132 @@
+// The plug-in loaded as a host loads it (dlopen, exported symbols only), started in a
+// whole world of its own: configuration with `count` stored normal rules, debug log,
+// firewall log and logger configuration in a scratch directory, a keep-alive host
+// service, and the simulated ipfw first in PATH with its own state.
+#pragma once
+
+#include <dlfcn.h>
+#include <sys/stat.h>
+
+#include <memory>
+#include <string>
+
+#include "BenchFiles.h"
+#include "BenchHostService.h"
+#include "BenchRules.h"
+#include "QvConfig.h"
+#include "QvPlugin.h"
+#include "VelaFwInternalMsgConvert.h"
+#include "VelaFwMsgConvert.h"
+
+namespace qvbench {
+
+struct PluginApi {
+    decltype(&QvPluginInitialize) initialize = nullptr;
+    decltype(&QvPluginFinalize) finalize = nullptr;
+    decltype(&QvPluginFree) free = nullptr;
+    decltype(&QvPluginGetHandlers) getHandlers = nullptr;
+    decltype(&QvPluginSetNotificationCallback) setNotificationCallback = nullptr;
+
+    // Null when the library or a symbol is missing.
+    static const PluginApi* instance() {
+        static const PluginApi* loaded = load();
+        return loaded;
+    }
+
+private:
+    static const PluginApi* load() {
+        void* library = dlopen(QV_PLUGIN_PATH, RTLD_NOW | RTLD_LOCAL);
+        if (library == nullptr) {
+            return nullptr;
+        }
+        static PluginApi api;
+        api.initialize =
+            reinterpret_cast<decltype(api.initialize)>(dlsym(library, "QvPluginInitialize"));
+        api.finalize = reinterpret_cast<decltype(api.finalize)>(dlsym(library, "QvPluginFinalize"));
+        api.free = reinterpret_cast<decltype(api.free)>(dlsym(library, "QvPluginFree"));
+        api.getHandlers =
+            reinterpret_cast<decltype(api.getHandlers)>(dlsym(library, "QvPluginGetHandlers"));
+        api.setNotificationCallback = reinterpret_cast<decltype(api.setNotificationCallback)>(
+            dlsym(library, "QvPluginSetNotificationCallback"));
+        const bool complete = api.initialize && api.finalize && api.free && api.getHandlers &&
+                              api.setNotificationCallback;
+        return complete ? &api : nullptr;
+    }
+};
+
+class PluginWorld {
+public:
+    explicit PluginWorld(int count)
+        : m_conf(makeDir("conf")),
+          m_confEnv("QV_CONF_DIR", m_conf),
+          m_logEnv("QV_LOG_DIR", makeDir("logs")),
+          m_socketEnv("QV_IPC_SOCKET", m_dir.file("host.sock")),
+          m_stateEnv("IPFW_SIM_STATE", m_dir.file("ipfw-state")),
+          m_syslogEnv("IPFW_SIM_SYSLOG_CONF", m_dir.file("syslog.conf")),
+          m_pathEnv("PATH", std::string(QV_SIM_DIR) + ":" + currentPath()),
+          m_service(m_dir.file("host.sock")) {
+        writeWhole(configPath(), "<plist version=\"1.0\"><dict/></plist>");
+        qor::vela::QvConfig<qor::vela::Mutex> store(configPath().c_str());
+        qor::vela::FwOptions options;
+        options.set_enable_fw(true);
+        options.set_enable_notify(true);
+        options.set_default_set_num(19);
+        options.set_exception_set_num(18);
+        options.set_fw_log_path(fwLog());
+        options.set_syslog_conf(m_dir.file("syslog.conf"));
+        store.set(options, "FwOptions");
+        store.set(benchRules(count), "FwRuleCfg");
+        store.save();
+    }
+
+    std::string configPath() const { return m_conf + "/QvFw.conf.plist"; }
+    std::string backupPath() const { return m_conf + "/backup/QvFw.conf.plist"; }
+    std::string fwLog() const { return m_dir.file("ipfw.log"); }
+    BenchHostService& service() { return m_service; }
+
+    // Calls the handler of `cmd` as a host does; the response bytes land in `response`.
+    static int call(int cmd, const std::string& request, std::string* response = nullptr) {
+        const PluginApi* api = PluginApi::instance();
+        const QvHandlerEntry* table = nullptr;
+        int count = 0;
+        QvCommandHandler handler = nullptr;
+        api->getHandlers(&table, &count, &handler);
+        for (int i = 0; i < count; ++i) {
+            if (table[i].cmd == cmd) {
+                handler = table[i].handler;
+            }
+        }
+        void* out = nullptr;
+        int outLen = 0;
+        const int code = handler(cmd, request.empty() ? "" : request.data(),
+                                 static_cast<int>(request.size()), &out, &outLen);
+        if (response != nullptr && out != nullptr && outLen > 0) {
+            response->assign(static_cast<const char*>(out), static_cast<size_t>(outLen));
+        }
+        api->free(out);
+        return code;
+    }
+
+private:
+    std::string makeDir(const char* name) {
+        const std::string path = m_dir.file(name);
+        mkdir(path.c_str(), 0755);
+        return path;
+    }
+    static std::string currentPath() {
+        const char* path = getenv("PATH");
+        return path != nullptr ? path : "/usr/bin:/bin";
+    }
+
+    ScratchDir m_dir;
+    std::string m_conf;
+    ScopedEnv m_confEnv;
+    ScopedEnv m_logEnv;
+    ScopedEnv m_socketEnv;
+    ScopedEnv m_stateEnv;
+    ScopedEnv m_syslogEnv;
+    ScopedEnv m_pathEnv;
+    BenchHostService m_service;
+};
+
+}  // namespace qvbench
