@@ -75,6 +75,9 @@ endfunction()
 
 # Runs in the top directory's scope, after everything is defined.
 function(qv_install_all)
+  if(NOT TARGET QvFw OR NOT TARGET qvfwd OR NOT TARGET qvfwctl)
+    return()
+  endif()
   include(GNUInstallDirs)
   set(QV_CONF_DIR ${CMAKE_INSTALL_FULL_SYSCONFDIR}/Quorvane/QvrnCore)
   qv_install_set_rpath()

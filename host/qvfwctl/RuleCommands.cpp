@@ -278,6 +278,7 @@ int RunCheckRule(CtlContext& context) {
     size_t newline = report.find('\n');
     std::string text = report.substr(0, newline);
     std::string verdict = newline == std::string::npos ? "" : report.substr(newline + 1);
+    verdict.erase(verdict.find_last_not_of(" \n") + 1);
     if (context.arguments.json) {
         fprintf(context.out, "%s\n",
                 JsonObject()
