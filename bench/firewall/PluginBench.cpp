@@ -9,6 +9,9 @@
 // and plain request/reply frames over one connection to the same service.
 #include <benchmark/benchmark.h>
 #include <fcntl.h>
+#include <sys/event.h>
+#include <sys/socket.h>
+#include <sys/un.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -21,6 +24,7 @@
 #include <mutex>
 #include <set>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "PluginSession.h"
@@ -280,6 +284,262 @@ void BM_StartupFloor(benchmark::State& state) {
     (void)kExceptionFirstRule;
 }
 
+// ---- events ----------------------------------------------------------------------------
+
+// What the notification callback saw: when each numbered line arrived, in arrival order.
+class Arrivals {
+public:
+    static Arrivals& instance() {
+        static Arrivals arrivals;
+        return arrivals;
+    }
+    static void callback(int /*code*/, const void* data, int length) {
+        const auto now = Clock::now();
+        EventLogItemFw event;
+        long sequence = -1;
+        if (event.ParseFromArray(data, length)) {
+            sequence = sequenceOf(event.detail());
+        }
+        Arrivals& self = instance();
+        {
+            std::lock_guard<std::mutex> lock(self.m_mutex);
+            self.m_sequences.push_back(sequence);
+            self.m_times.push_back(now);
+        }
+        self.m_changed.notify_all();
+    }
+    void clear() {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        m_sequences.clear();
+        m_times.clear();
+    }
+    // Waits until `count` events arrived; false at the deadline.
+    bool waitFor(size_t count, Clock::time_point deadline) {
+        std::unique_lock<std::mutex> lock(m_mutex);
+        return m_changed.wait_until(lock, deadline, [&] { return m_sequences.size() >= count; });
+    }
+    Clock::time_point timeOf(size_t index) {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        return m_times.at(index);
+    }
+    std::vector<long> sequences() {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        return m_sequences;
+    }
+    static long sequenceOf(const std::string& detail) {
+        const size_t at = detail.find("seq ");
+        return at == std::string::npos ? -1 : std::strtol(detail.c_str() + at + 4, nullptr, 10);
+    }
+
+private:
+    std::mutex m_mutex;
+    std::condition_variable m_changed;
+    std::vector<long> m_sequences;
+    std::vector<Clock::time_point> m_times;
+};
+
+std::string logLine(long sequence) {
+    return "Jan  1 00:00:00 host kernel: ipfw: 3100 Deny TCP 10.0.0.1:1234 10.0.0.2:22 in via "
+           "en0 seq " +
+           std::to_string(sequence) + "\n";
+}
+
+bool appendAll(int fd, const std::string& text) {
+    return write(fd, text.data(), text.size()) == static_cast<ssize_t>(text.size());
+}
+
+double percentile(std::vector<double> values, double fraction) {
+    if (values.empty()) {
+        return 0;
+    }
+    std::sort(values.begin(), values.end());
+    return values[std::min(values.size() - 1, static_cast<size_t>(fraction * values.size()))];
+}
+
+void reportLatencies(benchmark::State& state, const std::vector<double>& latencies) {
+    state.counters["p50_ms"] = percentile(latencies, 0.50) * 1e3;
+    state.counters["p99_ms"] = percentile(latencies, 0.99) * 1e3;
+    state.counters["events"] = static_cast<double>(latencies.size());
+}
+
+// One line at a time: from just before its write to the callback's entry.
+void BM_EventLatency(benchmark::State& state) {
+    Session* session = Session::with(0);
+    if (session == nullptr) {
+        state.SkipWithError("plug-in did not start");
+        return;
+    }
+    qvbench::PluginApi::instance()->setNotificationCallback(&Arrivals::callback);
+    Arrivals& arrivals = Arrivals::instance();
+    arrivals.clear();
+    const int fd = open(session->world().fwLog().c_str(), O_WRONLY | O_APPEND);
+    std::vector<double> latencies;
+    long sequence = 0;
+    for (auto _ : state) {
+        const std::string line = logLine(sequence);
+        const auto start = Clock::now();
+        if (!appendAll(fd, line) || !arrivals.waitFor(static_cast<size_t>(sequence) + 1,
+                                                      start + std::chrono::seconds(10))) {
+            state.SkipWithError("event did not arrive within 10 s");
+            break;
+        }
+        const double seconds =
+            std::chrono::duration<double>(arrivals.timeOf(static_cast<size_t>(sequence)) - start)
+                .count();
+        latencies.push_back(seconds);
+        state.SetIterationTime(seconds);
+        ++sequence;
+    }
+    close(fd);
+    reportLatencies(state, latencies);
+}
+
+// A bare kqueue watcher on a file of its own: wake on the append, read the line.
+void BM_EventLatencyFloor(benchmark::State& state) {
+    qvbench::ScratchDir dir;
+    const std::string path = dir.file("plain.log");
+    qvbench::writeWhole(path, "");
+    const int writer = open(path.c_str(), O_WRONLY | O_APPEND);
+    const int reader = open(path.c_str(), O_RDONLY);
+    const int queue = kqueue();
+    struct kevent change;
+    EV_SET(&change, reader, EVFILT_READ, EV_ADD | EV_ENABLE | EV_CLEAR, 0, 0, nullptr);
+    kevent(queue, &change, 1, nullptr, 0, nullptr);
+    std::vector<double> latencies;
+    for (auto _ : state) {
+        const std::string line = logLine(0);
+        const auto start = Clock::now();
+        appendAll(writer, line);
+        struct kevent event;
+        const struct timespec wait = {10, 0};
+        char buffer[4096];
+        if (kevent(queue, nullptr, 0, &event, 1, &wait) != 1 ||
+            read(reader, buffer, sizeof buffer) <= 0) {
+            state.SkipWithError("no wake-up");
+            break;
+        }
+        const double seconds = std::chrono::duration<double>(Clock::now() - start).count();
+        latencies.push_back(seconds);
+        state.SetIterationTime(seconds);
+    }
+    close(queue);
+    close(reader);
+    close(writer);
+    reportLatencies(state, latencies);
+}
+
+// Counts the distinct numbered lines in `sequences`; `lost` and `duplicated` against 0..n-1.
+void countDelivery(const std::vector<long>& sequences, long n, long& lost, long& duplicated) {
+    std::set<long> seen(sequences.begin(), sequences.end());
+    duplicated = static_cast<long>(sequences.size()) - static_cast<long>(seen.size());
+    lost = 0;
+    for (long i = 0; i < n; ++i) {
+        lost += seen.count(i) == 0 ? 1 : 0;
+    }
+}
+
+std::vector<long> serviceSequences(const qvbench::BenchHostService& service) {
+    std::vector<long> sequences;
+    for (const std::string& payload : service.payloads()) {
+        EventLogItemFw event;
+        sequences.push_back(event.ParseFromString(payload) ? Arrivals::sequenceOf(event.detail())
+                                                           : -1);
+    }
+    return sequences;
+}
+
+// `range(0)` lines appended at once; the time until every one reached both the callback
+// and the host service. Lost and duplicated events are counted on both sides.
+void BM_EventThroughput(benchmark::State& state) {
+    Session* session = Session::with(0);
+    if (session == nullptr) {
+        state.SkipWithError("plug-in did not start");
+        return;
+    }
+    const long lines = state.range(0);
+    qvbench::PluginApi::instance()->setNotificationCallback(&Arrivals::callback);
+    Arrivals& arrivals = Arrivals::instance();
+    qvbench::BenchHostService& service = session->world().service();
+    const int fd = open(session->world().fwLog().c_str(), O_WRONLY | O_APPEND);
+    long lost = 0;
+    long duplicated = 0;
+    for (auto _ : state) {
+        arrivals.clear();
+        service.clear();
+        std::string text;
+        for (long i = 0; i < lines; ++i) {
+            text += logLine(i);
+        }
+        const auto start = Clock::now();
+        const auto deadline = start + std::chrono::seconds(120);
+        appendAll(fd, text);
+        bool arrived = arrivals.waitFor(static_cast<size_t>(lines), deadline);
+        while (arrived && service.count() < static_cast<size_t>(lines)) {
+            arrived = Clock::now() < deadline;
+            std::this_thread::yield();
+        }
+        state.SetIterationTime(std::chrono::duration<double>(Clock::now() - start).count());
+        long lostHere = 0;
+        long duplicatedHere = 0;
+        countDelivery(arrivals.sequences(), lines, lostHere, duplicatedHere);
+        lost += lostHere;
+        duplicated += duplicatedHere;
+        countDelivery(serviceSequences(service), lines, lostHere, duplicatedHere);
+        lost += lostHere;
+        duplicated += duplicatedHere;
+        if (!arrived) {
+            state.SkipWithError("events missing after 120 s");
+            break;
+        }
+    }
+    close(fd);
+    state.SetItemsProcessed(state.iterations() * lines);
+    state.counters["lost"] = static_cast<double>(lost);
+    state.counters["duplicated"] = static_cast<double>(duplicated);
+    state.counters["connections"] = static_cast<double>(service.connections());
+}
+
+// The same number of request/reply frames over one connection to the same service.
+void BM_EventThroughputFloor(benchmark::State& state) {
+    Session* session = Session::with(0);
+    if (session == nullptr) {
+        state.SkipWithError("plug-in did not start");
+        return;
+    }
+    const long lines = state.range(0);
+    EventLogItemFw event;
+    event.set_time(0);
+    event.set_rule_index(3100);
+    event.set_detail(logLine(0));
+    const std::string payload = event.SerializeAsString();
+    std::string frame(8, '\0');
+    for (int i = 0; i < 4; ++i) {
+        frame[i] = static_cast<char>((65567u >> (8 * i)) & 0xff);
+        frame[4 + i] = static_cast<char>((payload.size() >> (8 * i)) & 0xff);
+    }
+    frame += payload;
+    const char* path = getenv("QV_IPC_SOCKET");
+    for (auto _ : state) {
+        const int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+        sockaddr_un address{};
+        address.sun_family = AF_UNIX;
+        std::strncpy(address.sun_path, path, sizeof address.sun_path - 1);
+        bool ok = connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0;
+        char reply[8];
+        for (long i = 0; ok && i < lines; ++i) {
+            ok = send(fd, frame.data(), frame.size(), MSG_NOSIGNAL) ==
+                     static_cast<ssize_t>(frame.size()) &&
+                 recv(fd, reply, sizeof reply, MSG_WAITALL) == sizeof reply;
+        }
+        close(fd);
+        if (!ok) {
+            state.SkipWithError("plain frames failed");
+            break;
+        }
+    }
+    state.SetItemsProcessed(state.iterations() * lines);
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -315,6 +575,25 @@ int main(int argc, char** argv) {
         ->Unit(benchmark::kMillisecond)
         ->UseRealTime()
         ->Iterations(quick() ? 1 : 2);
+    benchmark::RegisterBenchmark("BM_EventLatency", BM_EventLatency)
+        ->Unit(benchmark::kMillisecond)
+        ->UseManualTime()
+        ->Iterations(1000);
+    benchmark::RegisterBenchmark("BM_EventLatencyFloor", BM_EventLatencyFloor)
+        ->Unit(benchmark::kMillisecond)
+        ->UseManualTime()
+        ->Iterations(1000);
+    const int burst = quick() ? 5000 : 20000;
+    benchmark::RegisterBenchmark("BM_EventThroughput", BM_EventThroughput)
+        ->Arg(burst)
+        ->Unit(benchmark::kMillisecond)
+        ->UseManualTime()
+        ->Iterations(quick() ? 1 : 3);
+    benchmark::RegisterBenchmark("BM_EventThroughputFloor", BM_EventThroughputFloor)
+        ->Arg(burst)
+        ->Unit(benchmark::kMillisecond)
+        ->UseRealTime()
+        ->Iterations(quick() ? 1 : 3);
     benchmark::Initialize(&argc, argv);
     benchmark::RunSpecifiedBenchmarks();
     benchmark::Shutdown();
