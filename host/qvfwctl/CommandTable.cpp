@@ -42,17 +42,15 @@ const SubCommandEntry kSubCommands[] = {
     {"enable", "", "enable both rule sets", "qvfwctl enable", RunEnable},
     {"disable", "", "disable both rule sets", "qvfwctl disable", RunDisable},
     {"status", "",
-     "show whether the firewall and notification are on, rule counts, set numbers, log "
-     "paths, and the daemon's uptime and event counts",
+     "firewall and notification switches, rule counts, sets, log paths, daemon uptime, events",
      "qvfwctl status --json", RunStatus},
     {"notify", "on|off", "turn the plug-in's event notification on or off", "qvfwctl notify off",
      RunNotify},
     {"debug-level", "N", "set the plug-in's debug-log level (0 to 7)", "qvfwctl debug-level 7",
      RunDebugLevel},
     {"watch", "[--count N] [--all]",
-     "print firewall events as they come, one line each (local time, rule number, packet); "
-     "--count N first prints the last N kept ones, --all adds the copies that came through "
-     "the notification callback",
+     "print events live (local time, rule, packet); --count N: the last N kept first, "
+     "--all: the callback's copies too",
      "qvfwctl watch --count 10", RunWatch},
     {"events", "[--count N] [--all]", "print the kept firewall events (the last 1000 by default)",
      "qvfwctl events --count 20 --json", RunEvents},
