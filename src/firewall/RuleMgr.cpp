@@ -109,6 +109,14 @@ int32_t RuleMgr::GenNextRuleNumPriv(int start) {
             return -1;
         }
         const std::string freeAnswer = "ipfw: rule " + std::to_string(number) + " does not exist";
+        // An answer that is not about this number at all ("sh: ipfw: not found", "ipfw:
+        // socket: Operation not permitted") would be the same for every number: probing on
+        // would run a shell for each of the 65535 numbers.
+        if (output.find(std::to_string(number)) == std::string::npos) {
+            QV_LOG(QV_LOG_ERROR, "%s Faield to excute cmd %s", "RuleMgr::GenNextRuleNumPriv",
+                   command.c_str());
+            return -1;
+        }
         if (rightTrimmed(output) == freeAnswer) {
             QV_LOG(QV_LOG_TRACE, "%s rule %d can be used", "RuleMgr::GenNextRuleNumPriv", number);
             return number;
