@@ -128,14 +128,27 @@ void FwConfig::SortRules(FwRuleList& rules) {
     }
 }
 
+namespace {
+
+// Store failures are not codes of the operations (the working copy is changed all the
+// same), so this line is the only trace of a change that did not reach the disk.
+void SaveLogged(QvConfig<Mutex>& store) {
+    if (!store.save()) {
+        QV_LOG(QV_LOG_ERROR, "%s Failed to save %s, error is %d", "FwConfig::Save", kConfigFileName,
+               store.getLastError());
+    }
+}
+
+}  // namespace
+
 void FwConfig::WriteRules(const FwRuleList& rules, const char* key) {
     m_pConfig->set(rules, key);
-    m_pConfig->save();
+    SaveLogged(*m_pConfig);
 }
 
 void FwConfig::WriteOptions() {
     m_pConfig->set(m_options, kOptionsKey);
-    m_pConfig->save();
+    SaveLogged(*m_pConfig);
 }
 
 // Replaces the rule with the same number in place, or appends it, whatever its number.
@@ -250,7 +263,7 @@ unsigned int FwConfig::SwapRuleOrderPriv(unsigned int a, unsigned int b, FwRuleL
     // Keep the list ordered as the new numbers are.
     rules.mutable_rules()->SwapElements(changed[0], changed[1]);
     if (m_pConfig->set(rules, kNormalRulesKey)) {
-        m_pConfig->save();
+        SaveLogged(*m_pConfig);
     }
     return 0;
 }

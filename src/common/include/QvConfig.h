@@ -150,7 +150,13 @@ public:
             return false;
         }
         Guard<Lock> guard(m_lock);
-        copytobackup();
+        // The backup must hold a whole document before the file is overwritten: a backup
+        // left short (disk full) is no fallback, so the file stays as it is. A file left
+        // incomplete by an earlier failed write is never copied over the backup.
+        if (!m_fileIncomplete && !copytobackup() &&
+            m_lastError == QV_CONFIG_TO_BACKUP_SHORT_WRITE) {
+            return false;
+        }
         if (m_fd == -1) {
             m_fd = open(m_path.c_str(), O_WRONLY);
             if (m_fd == -1) {
@@ -169,12 +175,17 @@ public:
             return false;
         }
         const CFIndex length = CFDataGetLength(data);
-        if (lseek(m_fd, 0, SEEK_SET) == -1 ||
-            write(m_fd, CFDataGetBytePtr(data), static_cast<size_t>(length)) < 0) {
+        // Emptied first, so that a write cut short (killed, disk full) leaves a prefix that
+        // never parses, and loading falls back to the backup, instead of the new document's
+        // start over the old one's end, which can parse as a third document.
+        m_fileIncomplete = true;
+        if (ftruncate(m_fd, 0) != 0 || lseek(m_fd, 0, SEEK_SET) == -1 ||
+            write(m_fd, CFDataGetBytePtr(data), static_cast<size_t>(length)) != length) {
             CFRelease(data);
             m_lastError = QV_CONFIG_SAVE_WRITE;
             return false;
         }
+        m_fileIncomplete = false;
         CFRelease(data);
         // The document may have shrunk: cut off what is left of the previous one.
         const int truncated = ftruncate(m_fd, length);
@@ -383,6 +394,8 @@ private:
     std::string m_backupDir;
     std::string m_fileName;
     uint64_t m_inode = 0;
+    // True while the file may hold less than a whole document (a write failed part way).
+    bool m_fileIncomplete = false;
     Lock m_lock;
     // Written by callers that hold no lock (an unloaded store answers without locking).
     std::atomic<int32_t> m_lastError{QV_CONFIG_OK};
