@@ -1,0 +1,203 @@
+// The plug-in under faults of its surroundings, end to end: ipfw missing or hanging, the
+// configuration's filesystem full or read-only, the firewall log deleted, the host
+// service absent or silent. Each must give its code and its log line, answer within the
+// command's time-out, and keep what had been saved.
+#include <gtest/gtest.h>
+#include <sched.h>
+#include <sys/mount.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+
+#include <chrono>
+#include <cstring>
+#include <fstream>
+
+#include "PluginWorld.h"
+
+using namespace qor::vela;
+using qvtest::CallbackEvents;
+using qvtest::eventually;
+using qvtest::kExceptionSet;
+using qvtest::kNormalSet;
+using Clock = std::chrono::steady_clock;
+
+namespace {
+
+// Mounts made by these tests stay in a mount namespace of the test process's own, made
+// while the process has only one thread; false when the system does not allow it.
+const bool g_privateMounts = [] {
+    return unshare(CLONE_NEWNS) == 0 &&
+           mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0;
+}();
+
+class FaultTest : public qvtest::PluginWorld {
+protected:
+    enum class Ipfw { Simulated, Missing, Hanging };
+
+    // ipfw, sysctl and killall come from bin/, the rest of the system from /usr/bin:/bin.
+    void SetUp() override {
+        PluginWorld::SetUp();
+        mkdir(bin("").c_str(), 0755);
+        for (const char* tool : {"sysctl", "killall"}) {
+            ASSERT_EQ(symlink((std::string(QV_SIM_DIR) + "/" + tool).c_str(), bin(tool).c_str()),
+                      0);
+        }
+        use(Ipfw::Simulated);
+        setenv("PATH", (bin("") + ":/usr/bin:/bin").c_str(), 1);
+    }
+
+    std::string bin(const std::string& tool) const { return confDir() + "/../bin/" + tool; }
+
+    void use(Ipfw kind) {
+        unlink(bin("ipfw").c_str());
+        if (kind == Ipfw::Simulated) {
+            ASSERT_EQ(symlink((std::string(QV_SIM_DIR) + "/ipfw").c_str(), bin("ipfw").c_str()), 0);
+        } else if (kind == Ipfw::Hanging) {
+            qvtest::writeFile(bin("ipfw"), "#!/bin/sh\nexec sleep 60\n");
+            chmod(bin("ipfw").c_str(), 0755);
+        }
+    }
+
+    // Calls `cmd` with `request` and answers its code and how long it took.
+    std::pair<int, double> timed(int cmd, const google::protobuf::MessageLite* request) {
+        const auto begin = Clock::now();
+        const int code = request != nullptr ? call(cmd, *request) : call(cmd);
+        return {code, std::chrono::duration<double>(Clock::now() - begin).count()};
+    }
+
+    std::string utilLog() const { return qvtest::readFile(confDir() + "/../logs/QvUtil.log"); }
+};
+
+// Each command fails with its code within its time-out (1 s per probe, 3 s per other
+// command, two of them for both sets); the rules installed before stay, in ipfw and in
+// the store, and the plug-in works again once ipfw is back.
+TEST_F(FaultTest, IpfwMissingOrHangingFailsEachCommandWithinItsTimeOut) {
+    ASSERT_EQ(start(), 0);
+    ASSERT_EQ(add(tcpRule(ACTION_DENY, 22)), 3100u);
+    const FwRule rule = tcpRule(ACTION_DENY, 23);
+    struct Case {
+        Ipfw ipfw;
+        int cmd;
+        const google::protobuf::MessageLite* request;
+        int code;
+        double seconds;
+        const char* logged;
+    };
+    const Case cases[] = {
+        {Ipfw::Missing, QV_CMD_ADD_RULE, &rule, 20703, 1.0,
+         "RuleMgr::GenNextRuleNumPriv Faield to excute cmd ipfw show 3110 2>/dev/stdout"},
+        {Ipfw::Hanging, QV_CMD_ADD_RULE, &rule, 20703, 2.5,
+         "RuleMgr::DoCmd failed to excute the cmd ipfw show 3110 2>/dev/stdout, ret is 0"},
+        {Ipfw::Hanging, QV_CMD_ENABLE_FW, nullptr, 20016, 7.5,
+         "RuleMgr::DoCmd failed to excute the cmd ipfw -q set enable 19, ret is 0"},
+    };
+    for (const Case& c : cases) {
+        use(c.ipfw);
+        const auto [code, seconds] = timed(c.cmd, c.request);
+        EXPECT_EQ(code, c.code) << c.logged;
+        EXPECT_LT(seconds, c.seconds) << c.logged;
+        EXPECT_TRUE(logged(3, c.logged)) << debugLog();
+    }
+    use(Ipfw::Simulated);
+    EXPECT_EQ(add(rule), 3110u);
+    expectStoreAndIpfwAgree();
+    EXPECT_EQ(stored(), (std::vector<uint32_t>{3100, 3110}));
+}
+
+// The firewall log deleted under the watcher: events come again from the file created
+// in its place, from its first line.
+TEST_F(FaultTest, FirewallLogDeletedAndCreatedAgainIsFollowed) {
+    ASSERT_EQ(start(), 0);
+    const auto append = [&](const std::string& line) {
+        std::ofstream(fwLog(), std::ios::app) << line;
+    };
+    append("Nov 23 10:00:00 host kernel: ipfw: 3100 Deny TCP a b in\n");
+    ASSERT_TRUE(eventually([] { return CallbackEvents::all().size() == 1; }));
+    ASSERT_EQ(unlink(fwLog().c_str()), 0);
+    append("Nov 23 10:00:01 host kernel: ipfw: 3200 Deny TCP a b in\n");
+    ASSERT_TRUE(eventually([] { return CallbackEvents::all().size() == 2; }));
+    EventLogItemFw event;
+    ASSERT_TRUE(event.ParseFromString(CallbackEvents::all().back().second));
+    EXPECT_EQ(event.rule_index(), 3200u);
+}
+
+// Events still reach the callback when the host service is gone or never answers, and
+// the watcher still stops within one call's time-out (1 s to connect, 3 s to answer).
+TEST_F(FaultTest, HostServiceAbsentOrSilentNeitherLosesCallbacksNorBlocksStop) {
+    const std::string socketPath = confDir() + "/../host.sock";
+    struct Case {
+        bool listening;
+        const char* utilLogged;
+    };
+    const Case cases[] = {{false, "ipc::call cannot reach "},
+                          {true, "ipc::call exchange for command 65567 broke off"}};
+    for (const Case& c : cases) {
+        service.reset();
+        unlink(socketPath.c_str());
+        const int silent = socket(AF_UNIX, SOCK_STREAM, 0);
+        if (c.listening) {
+            sockaddr_un address{};
+            address.sun_family = AF_UNIX;
+            std::strncpy(address.sun_path, socketPath.c_str(), sizeof address.sun_path - 1);
+            ASSERT_EQ(bind(silent, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
+            ASSERT_EQ(listen(silent, 8), 0);  // accepts into its backlog, never answers
+        }
+        CallbackEvents::clear();
+        ASSERT_EQ(start(), 0);
+        std::ofstream(fwLog(), std::ios::app)
+            << "Nov 23 10:00:00 host kernel: ipfw: 3100 Deny TCP a b in\n";
+        EXPECT_TRUE(eventually([] { return CallbackEvents::all().size() == 1; }));
+        EXPECT_TRUE(eventually([&] { return utilLog().find(c.utilLogged) != std::string::npos; }))
+            << utilLog();
+        const auto begin = Clock::now();
+        stop();
+        EXPECT_LT(std::chrono::duration<double>(Clock::now() - begin).count(), 6.0);
+        close(silent);
+    }
+}
+
+// A small filesystem under the configuration, filled up while the plug-in runs, or made
+// read-only between two runs: every change is still answered (the store's failures are
+// not codes), the failed save is logged, and after a restart the store holds what the
+// last successful save wrote, and ipfw agrees with it.
+TEST_F(FaultTest, FullOrReadOnlyConfigurationKeepsWhatWasSaved) {
+    if (!g_privateMounts) {
+        GTEST_SKIP() << "no private mount namespace for a small filesystem";
+    }
+    const char* failedSave = "FwConfig::Save Failed to save QvFw.conf.plist, error is";
+    const std::string config = qvtest::readFile(configPath());
+    for (const bool full : {true, false}) {
+        SCOPED_TRACE(full ? "full" : "read-only");
+        truncate((confDir() + "/../logs/QvFw.log").c_str(), 0);  // each case its own lines
+        ASSERT_EQ(mount("tmpfs", confDir().c_str(), "tmpfs", 0, "size=16k"), 0) << strerror(errno);
+        qvtest::writeFile(configPath(), config);
+        ASSERT_EQ(start(), 0);
+        std::vector<uint32_t> saved;
+        // Full: rules until a save fails. Read-only: two saved rules, then one more after
+        // a restart on the read-only filesystem.
+        for (int i = 0; i < (full ? 60 : 3) && !logged(3, failedSave); ++i) {
+            if (!full && i == 2) {
+                stop();
+                ASSERT_EQ(
+                    mount(nullptr, confDir().c_str(), nullptr, MS_REMOUNT | MS_RDONLY, nullptr), 0)
+                    << strerror(errno);
+                ASSERT_EQ(start(), 0);
+            }
+            const uint32_t number = add(tcpRule(ACTION_DENY, 1000 + i));
+            ASSERT_NE(number, 0u);
+            if (!logged(3, failedSave)) {
+                saved.push_back(number);
+            }
+        }
+        EXPECT_TRUE(logged(3, failedSave)) << debugLog();
+        ASSERT_FALSE(saved.empty());
+        restart();
+        EXPECT_EQ(stored(), saved);
+        expectStoreAndIpfwAgree();
+        stop();
+        ASSERT_EQ(umount(confDir().c_str()), 0);
+        qvtest::writeFile(configPath(), config);
+    }
+}
+
+}  // namespace
