@@ -1,0 +1,191 @@
+#!/usr/bin/env python3
+"""Turns the Google Benchmark JSON of one run into the table of figures: each figure
+beside its floor measured in the same run, their ratio, the target and whether it holds.
+Prints the table and writes it as JSON.
+
+usage: bench_table.py RAW_DIR OUT_JSON [--memory MEMORY_JSON]
+"""
+import json
+import os
+import sys
+
+
+def load_runs(raw_dir):
+    runs = {}
+    for name in sorted(os.listdir(raw_dir)):
+        if not name.endswith(".json"):
+            continue
+        with open(os.path.join(raw_dir, name)) as f:
+            try:
+                data = json.load(f)
+            except json.JSONDecodeError:
+                continue
+        for run in data.get("benchmarks", []):
+            if run.get("error_occurred"):
+                continue
+            runs[run["name"]] = run
+    return runs
+
+
+UNIT_TO_MS = {"ns": 1e-6, "us": 1e-3, "ms": 1.0, "s": 1e3}
+
+
+def find(runs, prefix):
+    """The run whose name starts with `prefix` followed by '/' or the end."""
+    for name, run in runs.items():
+        if name == prefix or name.startswith(prefix + "/"):
+            return run
+    return None
+
+
+def ms(run):
+    return run["real_time"] * UNIT_TO_MS[run.get("time_unit", "ns")] if run else None
+
+
+def arg_of(run):
+    parts = run["name"].split("/")
+    return parts[1] if len(parts) > 1 and parts[1].isdigit() else ""
+
+
+class Table:
+    def __init__(self):
+        self.rows = []
+
+    def add(self, figure, ours, floor, unit, target, holds, ratio=None, note=""):
+        if ratio is None and ours is not None and floor:
+            ratio = ours / floor
+        self.rows.append({
+            "figure": figure, "ours": ours, "floor": floor, "unit": unit,
+            "ratio": ratio, "target": target, "holds": holds, "note": note,
+        })
+
+    def time_ratio(self, figure, ours_run, floor_run, limit):
+        if ours_run is None or floor_run is None:
+            self.add(figure, None, None, "ms", f"<= {limit}x", None, note="not measured")
+            return
+        ours, floor = ms(ours_run), ms(floor_run)
+        ratio = ours / floor
+        self.add(figure, ours, floor, "ms", f"<= {limit}x" if limit else "-",
+                 ratio <= limit if limit else None, ratio)
+
+    def growth(self, figure, small, large):
+        if small is None or large is None:
+            self.add(figure, None, None, "x", "<= 11x time for 10x rules", None,
+                     note="not measured")
+            return
+        grown = ms(large) / ms(small)
+        self.add(figure, grown, 10.0, "x", "<= 1.1 (11x for 10x)", grown <= 11.0,
+                 grown / 10.0)
+
+
+def build(runs, memory):
+    t = Table()
+    for count, limit in (("10", None), ("1000", 1.5), ("10000", 1.5)):
+        t.time_ratio(f"save one more rule, {int(count):,} stored",
+                     find(runs, f"BM_SaveRule/{count}"), find(runs, f"BM_SaveRuleFloor/{count}"),
+                     limit)
+    t.growth("save growth, 1,000 -> 10,000 rules", find(runs, "BM_SaveRule/1000"),
+             find(runs, "BM_SaveRule/10000"))
+    load, plistlib = find(runs, "BM_Load/10000"), find(runs, "BM_LoadFloorPlistlib/10000")
+    t.time_ratio("load 10,000 rules (floor: python plistlib)", load, plistlib, 3.0)
+    if load is not None:
+        t.rows[-1]["note"] = f"{load.get('items_per_second', 0):,.0f} rules/s"
+    t.growth("load growth, 1,000 -> 10,000 rules", find(runs, "BM_Load/1000"), load)
+
+    adds = sorted((r for n, r in runs.items() if n.startswith("BM_AddRule/")),
+                  key=lambda r: int(arg_of(r)))
+    for run in adds:
+        count = arg_of(run)
+        t.time_ratio(f"AddRule handler, {int(count):,} stored", run,
+                     find(runs, f"BM_AddRuleFloor/{count}"), 1.25)
+    for name, label in (("BM_SetRuleList", "SetRuleList of {} rules"),
+                        ("BM_Startup", "start-up with {} stored rules")):
+        run = find(runs, name)
+        count = arg_of(run) if run else "?"
+        t.time_ratio(label.format(f"{int(count):,}" if count.isdigit() else count), run,
+                     find(runs, name + "Floor"), 1.25)
+
+    latency, floor = find(runs, "BM_EventLatency"), find(runs, "BM_EventLatencyFloor")
+    for key, limit in (("p50_ms", 1.0), ("p99_ms", 5.0)):
+        if latency is None:
+            t.add(f"event latency {key[:3]}", None, None, "ms", f"< {limit} ms", None,
+                  note="not measured")
+            continue
+        ours = latency[key]
+        base = floor[key] if floor else None
+        t.add(f"event latency {key[:3]} (1,000 events)", ours, base, "ms", f"< {limit} ms",
+              ours < limit)
+    throughput = find(runs, "BM_EventThroughput")
+    tfloor = find(runs, "BM_EventThroughputFloor")
+    if throughput is None:
+        t.add("event throughput", None, None, "events/s", ">= 20,000/s", None,
+              note="not measured")
+    else:
+        ours = throughput["items_per_second"]
+        base = tfloor["items_per_second"] if tfloor else None
+        clean = throughput.get("lost", 0) == 0 and throughput.get("duplicated", 0) == 0
+        t.add(f"event throughput ({int(arg_of(throughput)):,} lines, callback + service)",
+              ours, base, "events/s", ">= 20,000/s, none lost or duplicated",
+              ours >= 20000 and clean, base / ours if base else None,
+              f"lost {throughput.get('lost', 0):.0f}, duplicated "
+              f"{throughput.get('duplicated', 0):.0f}")
+
+    for name, label in (("BM_ShowFreeNumber", "simulator: show N (free)"),
+                        ("BM_ShowStoredRule", "simulator: show N (stored)"),
+                        ("BM_AddAtTheEnd", "simulator: add")):
+        large = next((r for n, r in runs.items()
+                      if n.startswith(name + "/") and arg_of(r) not in ("", "0")), None)
+        t.time_ratio(f"{label}, 10,000 rules vs empty", large, find(runs, name + "/0"), 2.0)
+
+    if memory:
+        t.add("qvfwd peak RSS, 10,000 rules", memory.get("peak_rss_mib"),
+              memory.get("config_mib"), "MiB", "< 64 MiB, no growth over 100,000 events",
+              memory.get("holds"), note=memory.get("note", ""))
+    else:
+        t.add("qvfwd peak RSS, 10,000 rules", None, None, "MiB", "< 64 MiB", None,
+              note="not measured: qvfwd not built")
+    return t.rows
+
+
+def fmt(value):
+    if value is None:
+        return "-"
+    if abs(value) >= 1000:
+        return f"{value:,.0f}"
+    if abs(value) >= 10:
+        return f"{value:.1f}"
+    return f"{value:.3g}"
+
+
+def render(rows):
+    header = ("figure", "ours", "floor", "unit", "ratio", "target", "holds?")
+    lines = [[r["figure"], fmt(r["ours"]), fmt(r["floor"]), r["unit"],
+              (fmt(r["ratio"]) + "x") if r["ratio"] is not None else "-", r["target"],
+              {True: "yes", False: "NO", None: "-"}[r["holds"]]
+              + (f" ({r['note']})" if r["note"] else "")] for r in rows]
+    widths = [max(len(str(x)) for x in col) for col in zip(header, *lines)]
+    out = ["| " + " | ".join(h.ljust(w) for h, w in zip(header, widths)) + " |",
+           "|" + "|".join("-" * (w + 2) for w in widths) + "|"]
+    out += ["| " + " | ".join(str(c).ljust(w) for c, w in zip(line, widths)) + " |"
+            for line in lines]
+    return "\n".join(out)
+
+
+def main():
+    raw_dir, out_json = sys.argv[1], sys.argv[2]
+    memory = None
+    if "--memory" in sys.argv:
+        path = sys.argv[sys.argv.index("--memory") + 1]
+        if os.path.exists(path):
+            with open(path) as f:
+                memory = json.load(f)
+    rows = build(load_runs(raw_dir), memory)
+    print(render(rows))
+    os.makedirs(os.path.dirname(os.path.abspath(out_json)), exist_ok=True)
+    with open(out_json, "w") as f:
+        json.dump({"figures": rows}, f, indent=2)
+        f.write("\n")
+
+
+if __name__ == "__main__":
+    main()
