@@ -64,9 +64,13 @@ extern "C" int QvPluginInitialize(void*) {
     return 0;
 }
 
-// The log is released before the manager stops, so what Final logs is dropped.
+// The log is released before the manager stops, so what Final logs is dropped. The
+// watcher thread logs as well, so it is stopped first: it must not write to a freed log.
 extern "C" void QvPluginFinalize(void) {
     QV_LOG(QV_LOG_TRACE, "%s Enter...", "QvPluginFinalize");
+    if (g_pFwMgr != nullptr) {
+        g_pFwMgr->StopNotify();
+    }
     QvrnReleaseDbgLog(g_debugLogContext);
     g_debugLogContext = nullptr;
     if (g_pFwMgr != nullptr) {
