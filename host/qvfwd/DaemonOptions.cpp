@@ -50,7 +50,8 @@ std::string DaemonUsage() {
            "\n"
            "  --plugin PATH     the plug-in (default: libQvFw.so in the library directory\n"
            "                    beside qvfwd's own)\n"
-           "  --control SOCKET  control socket (default " +
+           "  --control SOCKET  control socket (default $QV_CONTROL_SOCKET, else\n"
+           "                    " +
            std::string(qvctl::kDefaultControlSocket) +
            ")\n"
            "  --service SOCKET  host service socket (default $QV_IPC_SOCKET, else\n"
@@ -65,11 +66,14 @@ std::string DaemonUsage() {
            "example: qvfwd --control /tmp/qv/qvfw.sock --service /tmp/qv/host.sock\n";
 }
 
-bool ParseDaemonOptions(const std::vector<std::string>& arguments, const char* serviceEnv,
-                        DaemonOptions* options, std::string* error) {
-    options->controlSocket = qvctl::kDefaultControlSocket;
-    options->serviceSocket =
-        serviceEnv != nullptr && *serviceEnv != '\0' ? serviceEnv : kDefaultServiceSocket;
+bool ParseDaemonOptions(const std::vector<std::string>& arguments,
+                        const DaemonEnvironment& environment, DaemonOptions* options,
+                        std::string* error) {
+    auto orDefault = [](const char* value, const char* fallback) {
+        return value != nullptr && *value != '\0' ? value : fallback;
+    };
+    options->controlSocket = orDefault(environment.controlSocket, qvctl::kDefaultControlSocket);
+    options->serviceSocket = orDefault(environment.serviceSocket, kDefaultServiceSocket);
     for (size_t i = 0; i < arguments.size() && error->empty(); ++i) {
         const std::string& argument = arguments[i];
         if (argument == "--help" || argument == "-h") {

@@ -16,9 +16,17 @@ struct DaemonOptions {
 // The usage text, for --help and for mistakes.
 std::string DaemonUsage();
 
-// Fills `options` from the arguments after the program name; defaults come from the
-// environment values given (QV_IPC_SOCKET). False with a sentence in `error`.
-bool ParseDaemonOptions(const std::vector<std::string>& arguments, const char* serviceEnv,
-                        DaemonOptions* options, std::string* error);
+// The environment values that give the sockets' defaults, as qvfwctl reads them too, so
+// that one exported environment points both programs at the same daemon.
+struct DaemonEnvironment {
+    const char* serviceSocket = nullptr;  // $QV_IPC_SOCKET
+    const char* controlSocket = nullptr;  // $QV_CONTROL_SOCKET
+};
+
+// Fills `options` from the arguments after the program name; defaults come from
+// `environment`, then the built-in paths. False with a sentence in `error`.
+bool ParseDaemonOptions(const std::vector<std::string>& arguments,
+                        const DaemonEnvironment& environment, DaemonOptions* options,
+                        std::string* error);
 
 }  // namespace qvfwd

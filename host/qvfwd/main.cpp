@@ -7,12 +7,16 @@
 
 #include "Daemon.h"
 #include "DaemonOptions.h"
+#include "QvControl.h"
 
 int main(int argc, char** argv) {
     std::vector<std::string> arguments(argv + 1, argv + argc);
     qvfwd::DaemonOptions options;
     std::string error;
-    if (!qvfwd::ParseDaemonOptions(arguments, getenv("QV_IPC_SOCKET"), &options, &error)) {
+    qvfwd::DaemonEnvironment environment;
+    environment.serviceSocket = getenv("QV_IPC_SOCKET");
+    environment.controlSocket = getenv(qvctl::kControlSocketEnv);
+    if (!qvfwd::ParseDaemonOptions(arguments, environment, &options, &error)) {
         fprintf(stderr, "qvfwd: %s\n\n%s", error.c_str(), qvfwd::DaemonUsage().c_str());
         return 2;
     }

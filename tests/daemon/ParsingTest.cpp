@@ -73,14 +73,19 @@ TEST(CtlArgumentsTest, OptionsMayStandAnywhereAndEverythingElseIsPositional) {
 TEST(DaemonOptionsTest, SocketsComeFromOptionsThenTheEnvironmentThenTheDefaults) {
     qvfwd::DaemonOptions options;
     std::string error;
+    qvfwd::DaemonEnvironment environment;
+    environment.serviceSocket = "/svc";
+    environment.controlSocket = "/ctl-env";
     ASSERT_TRUE(qvfwd::ParseDaemonOptions({"--foreground", "--plugin=/p.so", "--control", "/c"},
-                                          "/svc", &options, &error));
+                                          environment, &options, &error));
     EXPECT_EQ(options.pluginPath, "/p.so");
     EXPECT_EQ(options.controlSocket, "/c");
     EXPECT_EQ(options.serviceSocket, "/svc");
+    ASSERT_TRUE(qvfwd::ParseDaemonOptions({}, environment, &options, &error));
+    EXPECT_EQ(options.controlSocket, "/ctl-env");
 
     qvfwd::DaemonOptions defaults;
-    ASSERT_TRUE(qvfwd::ParseDaemonOptions({}, nullptr, &defaults, &error));
+    ASSERT_TRUE(qvfwd::ParseDaemonOptions({}, {}, &defaults, &error));
     EXPECT_EQ(defaults.controlSocket, qvctl::kDefaultControlSocket);
     EXPECT_EQ(defaults.serviceSocket, "/var/run/Quorvane/QvrnCore.sock");
 
@@ -88,7 +93,7 @@ TEST(DaemonOptionsTest, SocketsComeFromOptionsThenTheEnvironmentThenTheDefaults)
          {std::vector<std::string>{"--plugin"}, std::vector<std::string>{"--daemonize"}}) {
         qvfwd::DaemonOptions refused;
         std::string reason;
-        EXPECT_FALSE(qvfwd::ParseDaemonOptions(wrong, nullptr, &refused, &reason));
+        EXPECT_FALSE(qvfwd::ParseDaemonOptions(wrong, {}, &refused, &reason));
         EXPECT_NE(reason.find(wrong[0]), std::string::npos);
     }
 }
