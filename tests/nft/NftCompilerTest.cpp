@@ -80,7 +80,7 @@ const Translation kTranslations[] = {
      "keep-state",
      "ct mark 0x1f0c1c00 accept comment \"3100\"",
      "meta l4proto 6 fib saddr type local ip daddr { 127.0.0.1, 192.168.1.0-192.168.1.255 } "
-     "meta l4proto { 6, 17 } th dport { 80, 8000-8080 } ct mark set 0x1f0c1c00 accept comment "
+     "tcp dport { 80, 8000-8080 } ct mark set 0x1f0c1c00 accept comment "
      "\"3100\""},
     {"prob 0.5 deny log logamount 0 proto tcp src-port any tcpflags syn,!ack",
      "numgen random mod 2147483647 < 1073741823 meta l4proto 6 tcp flags & 0x12 == 0x02 log group "
@@ -118,6 +118,8 @@ const Translation kTranslations[] = {
     {"unreach 1 proto udp not via lo",
      "meta l4proto 17 iifname != \"lo\" reject with icmp 1 comment \"3100\"",
      "meta l4proto 17 oifname != \"lo\" reject with icmp 1 comment \"3100\""},
+    // Matches that need different protocols never hold together.
+    {"deny proto udp tcpflags syn", "", ""},
 };
 
 TEST_F(EnforcingIpfwTest, AddCompilesEachMatchForEachPass) {
@@ -183,7 +185,7 @@ TEST_F(EnforcingIpfwTest, ReplacesTheWholeTableAtomicallyAfterEveryChange) {
     EXPECT_EQ(chain("forward").back(), "meta nfproto ipv4 jump rules_forward_out");
     ASSERT_EQ(chain("rules_in").size(), 2u);
     EXPECT_EQ(chain("rules_forward_in")[0],
-              "meta l4proto 6 meta l4proto { 6, 17 } th dport { 22 } return comment \"2100\"");
+              "meta l4proto 6 tcp dport { 22 } return comment \"2100\"");
 
     ASSERT_EQ(ipfw("-q set disable 19"), 0);
     EXPECT_EQ(chain("rules_in").size(), 1u);
@@ -208,7 +210,7 @@ TEST_F(EnforcingIpfwTest, KeptFlowsTakeTheirRuleActionAtTheFirstLookup) {
         (std::vector<std::string>{
             "ct mark 0x1f0c1c00 numgen random mod 2147483647 < 1073741823 accept comment \"3100\"",
             "ct mark 0x1f0c1c00 accept comment \"3100\"",
-            "meta l4proto 6 meta l4proto { 6, 17 } th dport { 80 } ct mark set 0x1f0c1c00 accept "
+            "meta l4proto 6 tcp dport { 80 } ct mark set 0x1f0c1c00 accept "
             "comment \"3100\"",
             "meta l4proto 6 log group 65 prefix \"3200 0 in Deny\" drop comment \"3200\""}));
 }

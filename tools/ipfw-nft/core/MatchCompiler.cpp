@@ -89,14 +89,17 @@ Status compileAddress(const Match& match, Condition& condition) {
     return Status::success();
 }
 
-Condition compilePorts(const Match& match) {
+Condition compilePorts(const Match& match, uint32_t transport) {
     std::vector<Interval> intervals;
     for (const ipfwsim::PortRange& range : match.ports) {
         intervals.emplace_back(range.low, range.high);
     }
     // ipfw tests ports of TCP and UDP only; "th" alone would read any protocol's bytes.
-    return Condition::test(std::string("meta l4proto { 6, 17 } th ") +
-                           (match.kind == MatchKind::SrcPort ? "sport " : "dport ") +
+    const char* header = transport == ipfwsim::kProtoTcp   ? "tcp "
+                         : transport == ipfwsim::kProtoUdp ? "udp "
+                                                           : "meta l4proto { 6, 17 } th ";
+    return Condition::test(header +
+                           std::string(match.kind == MatchKind::SrcPort ? "sport " : "dport ") +
                            intervalSetText(intervals, decimal));
 }
 
@@ -254,7 +257,28 @@ bool negationUnsupported(const Match& match) {
 
 }  // namespace
 
-Status compileMatch(const Match& match, Pass pass, Condition& condition) {
+std::vector<uint32_t> requiredProtocols(const Match& match) {
+    if (match.negated) {
+        return {};
+    }
+    switch (match.kind) {
+        case MatchKind::Proto:
+            return {match.value};
+        case MatchKind::SrcPort:
+        case MatchKind::DstPort:
+            return {ipfwsim::kProtoTcp, ipfwsim::kProtoUdp};
+        case MatchKind::TcpFlags:
+        case MatchKind::TcpOptions:
+        case MatchKind::Established:
+            return {ipfwsim::kProtoTcp};
+        case MatchKind::IcmpTypes:
+            return {ipfwsim::kProtoIcmp};
+        default:
+            return {};
+    }
+}
+
+Status compileMatch(const Match& match, Pass pass, uint32_t transport, Condition& condition) {
     if (negationUnsupported(match)) {
         return notEnforceable(std::string("not ") + optionName(match.kind),
                               "nftables cannot negate a test that needs a protocol or a link "
@@ -276,7 +300,7 @@ Status compileMatch(const Match& match, Pass pass, Condition& condition) {
             return Status::success();
         case MatchKind::SrcPort:
         case MatchKind::DstPort:
-            condition = compilePorts(match);
+            condition = compilePorts(match, transport);
             return Status::success();
         case MatchKind::IcmpTypes:
             condition = compileIcmpTypes(match.value);

@@ -1,6 +1,8 @@
 #include "ipfwnft/RuleCompiler.h"
 
+#include <algorithm>
 #include <cstdio>
+#include <iterator>
 
 #include "ipfwnft/LogTag.h"
 #include "ipfwnft/MatchCompiler.h"
@@ -73,11 +75,35 @@ Status verdict(const Rule& rule, Pass pass, std::string& text) {
     return Status::success();
 }
 
+// The protocols every match of the rule allows; empty when they exclude each other.
+std::vector<uint32_t> ruleProtocols(const Rule& rule, bool& restricted) {
+    restricted = false;
+    std::vector<uint32_t> allowed;
+    for (const ipfwsim::Match& match : rule.matches) {
+        std::vector<uint32_t> required = requiredProtocols(match);
+        if (required.empty()) {
+            continue;
+        }
+        if (restricted) {
+            std::vector<uint32_t> both;
+            std::set_intersection(allowed.begin(), allowed.end(), required.begin(), required.end(),
+                                  std::back_inserter(both));
+            required = both;
+        }
+        allowed = required;
+        restricted = true;
+    }
+    return allowed;
+}
+
 Status conditions(const Rule& rule, Pass pass, std::string& text, bool& possible) {
-    possible = true;
+    bool restricted = false;
+    const std::vector<uint32_t> protocols = ruleProtocols(rule, restricted);
+    possible = !restricted || !protocols.empty();
+    const uint32_t transport = protocols.size() == 1 ? protocols[0] : 0;
     for (const ipfwsim::Match& match : rule.matches) {
         Condition condition;
-        Status status = compileMatch(match, pass, condition);
+        Status status = compileMatch(match, pass, transport, condition);
         if (!status.ok()) {
             return status;
         }

@@ -1,0 +1,123 @@
+// Real packets through the table that build/nft/ipfw programs, inside a network
+// namespace of the test's own: TCP connections to 127.0.0.1 from inside it.
+
+#include <gtest/gtest.h>
+#include <stdlib.h>
+
+#include "NetnsWorld.h"
+#include "TempDir.h"
+
+namespace {
+
+using nfttest::Listener;
+using nfttest::Outcome;
+using nfttest::Shell;
+
+class NftPacketTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        std::string whyNot;
+        if (!nfttest::EnterPrivateNetwork(whyNot)) {
+            GTEST_SKIP() << whyNot;
+        }
+        setenv("IPFW_SIM_STATE", m_dir.file("rules").c_str(), 1);
+    }
+    // "ipfw -q ARGS", which must succeed.
+    void Ipfw(const std::string& arguments) {
+        nfttest::CommandResult result =
+            Shell(std::string(QV_BUILD_DIR) + "/nft/ipfw -q " + arguments);
+        ASSERT_EQ(result.exitCode, 0) << arguments << ": " << result.output;
+    }
+
+    qvtest::TempDir m_dir;
+};
+
+struct Case {
+    std::vector<const char*> rules;  // "NUMBER set SET BODY"; PORT stands for the port
+    Outcome outcome;
+};
+
+std::string WithPort(std::string text, int port) {
+    const size_t at = text.find("PORT");
+    return at == std::string::npos ? text : text.replace(at, 4, std::to_string(port));
+}
+
+TEST_F(NftPacketTest, EachActionDecidesARealConnection) {
+    const Case cases[] = {
+        {{"3100 set 19 allow proto tcp dst-port PORT"}, Outcome::Connects},
+        {{"3100 set 19 deny log logamount 0 proto tcp dst-port PORT"}, Outcome::TimesOut},
+        {{"3100 set 19 reset log logamount 0 proto tcp dst-port PORT"}, Outcome::Refused},
+        {{"3100 set 19 unreach 3 log logamount 0 proto tcp dst-port PORT"}, Outcome::Refused},
+        {{"3100 set 19 deny proto tcp dst-port 1"}, Outcome::Connects},
+        {{"3100 set 19 deny proto tcp src-ip 127.0.0.1 dst-ip me dst-port PORT in via lo"},
+         Outcome::TimesOut},
+        {{"3100 set 19 deny proto tcp dst-port PORT out"}, Outcome::TimesOut},
+        {{"3100 set 19 deny proto tcp dst-port PORT via eth9"}, Outcome::Connects},
+        {{"3100 set 19 deny proto udp dst-port PORT"}, Outcome::Connects},
+        {{"3100 set 19 deny proto tcp tcpflags syn,!ack dst-port PORT"}, Outcome::TimesOut},
+        // An exception rule (2100 range) comes before the normal ones (3100 range).
+        {{"2100 set 18 allow proto tcp dst-port PORT", "3100 set 19 deny proto tcp dst-port PORT"},
+         Outcome::Connects},
+        // Replies of a kept flow pass a rule that denies everything else.
+        {{"3000 set 19 check-state", "3100 set 19 allow proto tcp dst-port PORT keep-state",
+          "3200 set 19 deny proto tcp"},
+         Outcome::Connects},
+        {{"3100 set 19 allow proto tcp dst-port PORT", "3200 set 19 deny proto tcp"},
+         Outcome::TimesOut},
+    };
+    int port = 20000;
+    for (const Case& row : cases) {
+        ++port;
+        Ipfw("flush");
+        for (const char* rule : row.rules) {
+            Ipfw("add " + WithPort(rule, port));
+        }
+        Listener listener(port);
+        ASSERT_TRUE(listener.ok());
+        EXPECT_STREQ(nfttest::OutcomeName(listener.Connect()), nfttest::OutcomeName(row.outcome))
+            << WithPort(row.rules.back(), port);
+    }
+}
+
+TEST_F(NftPacketTest, DisablingTheSetLetsEverythingThroughAndEnablingBlocksAgain) {
+    Listener listener(20100);
+    Ipfw("add 3100 set 19 deny proto tcp dst-port 20100");
+    EXPECT_EQ(listener.Connect(), Outcome::TimesOut);
+    Ipfw("set disable 19");
+    EXPECT_EQ(listener.Connect(), Outcome::Connects);
+    Ipfw("set enable 19");
+    EXPECT_EQ(listener.Connect(), Outcome::TimesOut);
+    Ipfw("delete 3100");
+    EXPECT_EQ(listener.Connect(), Outcome::Connects);
+}
+
+TEST_F(NftPacketTest, ProbabilityHalfMatchesRoughlyHalfOfTheTries) {
+    Listener listener(20200);
+    // Reset rather than drop keeps each try short; only the SYN on its way in, so that
+    // each try meets the rule once.
+    Ipfw("add 3100 set 19 prob 0.5 reset proto tcp dst-port 20200 in tcpflags syn,!ack");
+    int refused = 0;
+    for (int i = 0; i < 200; ++i) {
+        refused += listener.Connect(1.0) == Outcome::Refused ? 1 : 0;
+    }
+    // Five standard deviations either side of 100.
+    EXPECT_GT(refused, 65);
+    EXPECT_LT(refused, 135);
+}
+
+TEST_F(NftPacketTest, RefusedRuleLeavesTableAndStateAsTheyWere) {
+    Listener listener(20300);
+    Ipfw("add 3100 set 19 deny proto tcp dst-port 20300");
+    nfttest::CommandResult refused =
+        Shell(std::string(QV_BUILD_DIR) + "/nft/ipfw -q add 3110 set 19 allow ipoptions ts");
+    EXPECT_EQ(refused.exitCode, 69);
+    EXPECT_EQ(refused.output,
+              "ipfw: rule cannot be enforced: ipoptions ts (nftables has no test for the IP "
+              "timestamp option)\n");
+    EXPECT_EQ(Shell(std::string(QV_BUILD_DIR) + "/nft/ipfw list").output,
+              "03100 deny ip from any to any proto tcp dst-port 20300\n"
+              "65535 allow ip from any to any\n");
+    EXPECT_EQ(listener.Connect(), Outcome::TimesOut);
+}
+
+}  // namespace
