@@ -143,7 +143,7 @@ def build(runs, memory):
               memory.get("holds"), note=memory.get("note", ""))
     else:
         t.add("qvfwd peak RSS, 10,000 rules", None, None, "MiB", "< 64 MiB", None,
-              note="not measured: qvfwd not built")
+              note="not measured")
     return t.rows
 
 
