@@ -438,9 +438,10 @@ void countDelivery(const std::vector<long>& sequences, long n, long& lost, long&
     }
 }
 
-std::vector<long> serviceSequences(const qvbench::BenchHostService& service) {
+std::vector<long> serviceSequences(const qvtest::HostService& service) {
     std::vector<long> sequences;
-    for (const std::string& payload : service.payloads()) {
+    for (const qvtest::ServiceCall& call : service.calls()) {
+        const std::string& payload = call.payload;
         EventLogItemFw event;
         sequences.push_back(event.ParseFromString(payload) ? Arrivals::sequenceOf(event.detail())
                                                            : -1);
@@ -459,7 +460,7 @@ void BM_EventThroughput(benchmark::State& state) {
     const long lines = state.range(0);
     qvbench::PluginApi::instance()->setNotificationCallback(&Arrivals::callback);
     Arrivals& arrivals = Arrivals::instance();
-    qvbench::BenchHostService& service = session->world().service();
+    qvtest::HostService& service = session->world().service();
     const int fd = open(session->world().fwLog().c_str(), O_WRONLY | O_APPEND);
     long lost = 0;
     long duplicated = 0;
@@ -474,7 +475,7 @@ void BM_EventThroughput(benchmark::State& state) {
         const auto deadline = start + std::chrono::seconds(120);
         appendAll(fd, text);
         bool arrived = arrivals.waitFor(static_cast<size_t>(lines), deadline);
-        while (arrived && service.count() < static_cast<size_t>(lines)) {
+        while (arrived && service.callCount() < static_cast<size_t>(lines)) {
             arrived = Clock::now() < deadline;
             std::this_thread::yield();
         }

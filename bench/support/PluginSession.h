@@ -11,8 +11,9 @@
 #include <string>
 
 #include "BenchFiles.h"
-#include "BenchHostService.h"
 #include "BenchRules.h"
+#include "HostService.h"
+#include "LoadedPlugin.h"
 #include "QvConfig.h"
 #include "QvPlugin.h"
 #include "VelaFwInternalMsgConvert.h"
@@ -20,39 +21,7 @@
 
 namespace qvbench {
 
-struct PluginApi {
-    decltype(&QvPluginInitialize) initialize = nullptr;
-    decltype(&QvPluginFinalize) finalize = nullptr;
-    decltype(&QvPluginFree) free = nullptr;
-    decltype(&QvPluginGetHandlers) getHandlers = nullptr;
-    decltype(&QvPluginSetNotificationCallback) setNotificationCallback = nullptr;
-
-    // Null when the library or a symbol is missing.
-    static const PluginApi* instance() {
-        static const PluginApi* loaded = load();
-        return loaded;
-    }
-
-private:
-    static const PluginApi* load() {
-        void* library = dlopen(QV_PLUGIN_PATH, RTLD_NOW | RTLD_LOCAL);
-        if (library == nullptr) {
-            return nullptr;
-        }
-        static PluginApi api;
-        api.initialize =
-            reinterpret_cast<decltype(api.initialize)>(dlsym(library, "QvPluginInitialize"));
-        api.finalize = reinterpret_cast<decltype(api.finalize)>(dlsym(library, "QvPluginFinalize"));
-        api.free = reinterpret_cast<decltype(api.free)>(dlsym(library, "QvPluginFree"));
-        api.getHandlers =
-            reinterpret_cast<decltype(api.getHandlers)>(dlsym(library, "QvPluginGetHandlers"));
-        api.setNotificationCallback = reinterpret_cast<decltype(api.setNotificationCallback)>(
-            dlsym(library, "QvPluginSetNotificationCallback"));
-        const bool complete = api.initialize && api.finalize && api.free && api.getHandlers &&
-                              api.setNotificationCallback;
-        return complete ? &api : nullptr;
-    }
-};
+using PluginApi = qvtest::LoadedPlugin;
 
 class PluginWorld {
 public:
@@ -82,7 +51,7 @@ public:
     std::string configPath() const { return m_conf + "/QvFw.conf.plist"; }
     std::string backupPath() const { return m_conf + "/backup/QvFw.conf.plist"; }
     std::string fwLog() const { return m_dir.file("ipfw.log"); }
-    BenchHostService& service() { return m_service; }
+    qvtest::HostService& service() { return m_service; }
 
     // Calls the handler of `cmd` as a host does; the response bytes land in `response`.
     static int call(int cmd, const std::string& request, std::string* response = nullptr) {
@@ -126,7 +95,7 @@ private:
     ScopedEnv m_stateEnv;
     ScopedEnv m_syslogEnv;
     ScopedEnv m_pathEnv;
-    BenchHostService m_service;
+    qvtest::HostService m_service;
 };
 
 }  // namespace qvbench

@@ -20,7 +20,7 @@ struct LoadedPlugin {
     decltype(&QvPluginNullNotify) nullNotify = nullptr;
     const QvHandlerEntry* handlerArr = nullptr;
 
-    static std::string path() { return std::string(QV_BUILD_DIR) + "/lib/libQvFw.so"; }
+    static std::string path() { return QV_PLUGIN_PATH; }
 
     // Null when the library or one of its symbols is missing; dlerror() tells why.
     static const LoadedPlugin* instance() {

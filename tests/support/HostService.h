@@ -1,6 +1,7 @@
-// A host service for benchmarks: a Unix stream socket that answers every request frame
-// with code 0 and no payload, keeps a connection open for as many frames as the client
-// sends on it, and keeps every payload it received.
+// The host service as the plug-in sees it, for tests and benchmarks: a Unix stream socket
+// that answers every request frame with code 0 and no payload, keeps a connection open
+// for as many frames as the client sends on it, and keeps every call it received. One
+// thread serves everything and stops on a pipe it polls, never on a time-out.
 #pragma once
 
 #include <fcntl.h>
@@ -17,11 +18,16 @@
 #include <thread>
 #include <vector>
 
-namespace qvbench {
+namespace qvtest {
 
-class BenchHostService {
+struct ServiceCall {
+    uint32_t command = 0;
+    std::string payload;
+};
+
+class HostService {
 public:
-    explicit BenchHostService(const std::string& path) {
+    explicit HostService(const std::string& path) {
         m_listener = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
         sockaddr_un address{};
         address.sun_family = AF_UNIX;
@@ -34,7 +40,7 @@ public:
             m_thread = std::thread([this] { serve(); });
         }
     }
-    ~BenchHostService() {
+    ~HostService() {
         if (m_listening) {
             ssize_t ignored = write(m_stop[1], "x", 1);
             (void)ignored;
@@ -44,19 +50,19 @@ public:
             close(fd);
         }
     }
-    BenchHostService(const BenchHostService&) = delete;
-    BenchHostService& operator=(const BenchHostService&) = delete;
+    HostService(const HostService&) = delete;
+    HostService& operator=(const HostService&) = delete;
 
     bool listening() const { return m_listening; }
-    size_t count() const { return m_count.load(); }
+    size_t callCount() const { return m_count.load(); }
     size_t connections() const { return m_connections.load(); }
-    std::vector<std::string> payloads() const {
+    std::vector<ServiceCall> calls() const {
         std::lock_guard<std::mutex> lock(m_mutex);
-        return m_payloads;
+        return m_calls;
     }
     void clear() {
         std::lock_guard<std::mutex> lock(m_mutex);
-        m_payloads.clear();
+        m_calls.clear();
         m_count = 0;
     }
 
@@ -112,13 +118,15 @@ private:
         if (!readAll(connection, header, sizeof header)) {
             return false;
         }
-        std::string payload(le32(header + 4), '\0');
-        if (!readAll(connection, payload.data(), payload.size())) {
+        ServiceCall call;
+        call.command = le32(header);
+        call.payload.resize(le32(header + 4));
+        if (!readAll(connection, call.payload.data(), call.payload.size())) {
             return false;
         }
         {
             std::lock_guard<std::mutex> lock(m_mutex);
-            m_payloads.push_back(std::move(payload));
+            m_calls.push_back(std::move(call));
         }
         ++m_count;
         const unsigned char reply[8] = {0, 0, 0, 0, 0, 0, 0, 0};
@@ -130,9 +138,9 @@ private:
     bool m_listening = false;
     std::thread m_thread;
     mutable std::mutex m_mutex;
-    std::vector<std::string> m_payloads;
+    std::vector<ServiceCall> m_calls;
     std::atomic<size_t> m_count{0};
     std::atomic<size_t> m_connections{0};
 };
 
-}  // namespace qvbench
+}  // namespace qvtest
