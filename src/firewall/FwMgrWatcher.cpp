@@ -160,8 +160,11 @@ void FwMgr::StartNotify() {
 }
 
 void FwMgr::StopNotify() {
-    m_stop = true;
-    QvSystem("sysctl -w net.inet.ip.fw.verbose=0", nullptr, 0, kSysctlTimeout);
+    // Finalize stops the watcher early, before the log goes, and Final stops it again:
+    // verbose logging is switched off once.
+    if (!m_stop.exchange(true)) {
+        QvSystem("sysctl -w net.inet.ip.fw.verbose=0", nullptr, 0, kSysctlTimeout);
+    }
     WakeWatcher();
     if (m_pThread != nullptr) {
         m_pThread->stop();
