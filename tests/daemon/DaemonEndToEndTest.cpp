@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "DaemonSandbox.h"
+#include "IpfwListing.h"
 #include "QvControl.h"
 #include "QvPlugin.h"
 
@@ -229,6 +230,39 @@ TEST_F(DaemonTest, ADaemonKilledWithSigkillComesBackWithEveryStoredRule) {
     }
 }
 
+// Killed while it replaces the normal set with a long list, at a different moment each
+// time: after the restart the stored list and ipfw hold the same rules.
+TEST_F(DaemonTest, ADaemonKilledDuringSetRulesComesBackWithStoreAndIpfwAgreeing) {
+    std::string list = "[";
+    for (int i = 0; i < 40; ++i) {
+        list += std::string(i == 0 ? "" : ",") + R"({"order":)" + std::to_string(i) +
+                R"(,"rule":)" + kSshDeny + "}";
+    }
+    list += "]";
+    writeFile(sandbox.file("list.json"), list);
+    for (int round = 0; round < 4; ++round) {
+        SCOPED_TRACE("round " + std::to_string(round));
+        const pid_t setter = sandbox.Spawn("qvfwctl set-rules " + sandbox.file("list.json"),
+                                           sandbox.file("set-rules.out"));
+        // Some rules in: each round waits for a different number of stored rules.
+        ASSERT_TRUE(WaitFor(
+            [&] { return ListedNumbers(sandbox, "list").size() >= size_t(3 + 9 * round); }, 60));
+        ASSERT_EQ(sandbox.StopDaemon(SIGKILL), -1);
+        DaemonSandbox::WaitExit(setter, 30);
+        ASSERT_TRUE(sandbox.StartDaemon()) << sandbox.daemonLog();
+
+        std::vector<int> installed;
+        for (const qvtest::IpfwRuleLine& rule : qvtest::parseIpfwListing(IpfwShow())) {
+            if (rule.set == 19) {
+                installed.push_back(rule.number);
+            }
+        }
+        const std::vector<int> stored = ListedNumbers(sandbox, "list");
+        EXPECT_FALSE(stored.empty());
+        EXPECT_EQ(stored, installed);
+    }
+}
+
 TEST_F(DaemonTest, ASecondDaemonOnTheSameSocketRefusesToStart) {
     pid_t second = sandbox.SpawnDaemon("--service " + sandbox.file("run/other.sock"),
                                        sandbox.file("second.log"));
@@ -330,10 +364,16 @@ TEST_F(DaemonTest, OneConnectionCarriesManyCallsAndAMalformedFrameClosesOnlyItsO
     cutShort.CloseWriting();
     EXPECT_FALSE(cutShort.Receive(&code, &payload));
 
+    // A client that connects and never sends holds only its own thread: others are
+    // served, and the daemon still stops at once on SIGTERM.
+    RawClient idle(sandbox.controlSocket());
+    ASSERT_TRUE(idle.connected());
     steady.Send(QV_CMD_IS_FW_ENABLE, 0, "");
     ASSERT_TRUE(steady.Receive(&code, &payload));
     EXPECT_EQ(code, 0);
     EXPECT_EQ(payload, std::string("\x08\x01", 2));  // BoolType{value: true}
+    EXPECT_EQ(sandbox.Run("qvfwctl status").exitCode, 0);
+    EXPECT_EQ(sandbox.StopDaemon(SIGTERM), 0);
 }
 
 // In a child that has become `uid`: connects and asks for the status. The exit status
