@@ -42,7 +42,7 @@ private:
 
 FwRule RandomRule(RandomText& text) {
     FwRule rule;
-    rule.set_action(static_cast<ActionEnum>(1 + text.below(6)));
+    rule.set_action(static_cast<ActionEnum>(1 + text.below(5)));  // every valid action
     rule.set_description(text.next());
     FwIp* ip = text.below(2) == 0 ? rule.mutable_src_ip() : rule.mutable_dst_ip();
     ip->set_ip_type(IP_LIST);
