@@ -137,10 +137,17 @@ def build(runs, memory):
                       if n.startswith(name + "/") and arg_of(r) not in ("", "0")), None)
         t.time_ratio(f"{label}, 10,000 rules vs empty", large, find(runs, name + "/0"), 2.0)
 
-    if memory:
-        t.add("qvfwd peak RSS, 10,000 rules", memory.get("peak_rss_mib"),
-              memory.get("config_mib"), "MiB", "< 64 MiB, no growth over 100,000 events",
-              memory.get("holds"), note=memory.get("note", ""))
+    if memory and memory.get("measured"):
+        rules, events = memory.get("rules", 0), memory.get("events", 0)
+        # The floor column holds the configuration file's size: what the rules weigh on disk.
+        t.add(f"qvfwd peak RSS, {rules:,} rules (floor: file size)", memory["peak_rss_mib"],
+              memory["config_mib"], "MiB", "< 64 MiB", memory["peak_rss_mib"] < 64.0,
+              note=f"{memory['peak_after_start_mib']:.1f} MiB after start-up, "
+                   f"start-up {memory['start_seconds']:.0f} s")
+        t.add(f"qvfwd RSS growth over {events:,} events", memory["growth_mib"], None, "MiB",
+              "no growth (< 1 MiB)", memory["growth_mib"] < 1.0,
+              note=f"{memory['rss_before_events_mib']:.1f} -> "
+                   f"{memory['rss_after_events_mib']:.1f} MiB")
     else:
         t.add("qvfwd peak RSS, 10,000 rules", None, None, "MiB", "< 64 MiB", None,
               note="not measured")
