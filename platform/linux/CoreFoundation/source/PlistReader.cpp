@@ -18,6 +18,7 @@
 #include <cstring>
 #include <memory>
 #include <string>
+#include <unordered_map>
 
 namespace qvcf {
 namespace {
@@ -76,6 +77,13 @@ PlistTree parseXml(const UInt8* bytes, size_t size) {
 class TreeConverter {
 public:
     explicit TreeConverter(bool mutableContainers) : mutable_(mutableContainers) {}
+    ~TreeConverter() {
+        for (const auto& entry : keys_) {
+            CFRelease(entry.second);
+        }
+    }
+    TreeConverter(const TreeConverter&) = delete;
+    TreeConverter& operator=(const TreeConverter&) = delete;
 
     const void* convert(plist_t node, size_t depth) {
         if (++nodes_ > kMaxPlistNodes) {
@@ -163,7 +171,7 @@ private:
                 std::free(keyText);
                 break;
             }
-            Owned key(keyText != nullptr ? createString(keyText, std::strlen(keyText)) : nullptr);
+            Owned key(keyText != nullptr ? sharedKey(keyText) : nullptr);
             std::free(keyText);
             Owned value(key != nullptr ? convert(item, depth) : nullptr);
             ok = value != nullptr;
@@ -175,8 +183,25 @@ private:
         return ok ? owner.release() : nullptr;
     }
 
+    // A new reference to the one string of this read with the text `text`. A document
+    // repeats a few key names in every dictionary (ten thousand rules, twenty keys
+    // each); one immutable string per name keeps the tree small and its walks in cache.
+    const void* sharedKey(const char* text) {
+        auto found = keys_.find(text);
+        if (found != keys_.end()) {
+            return CFRetain(found->second);
+        }
+        const void* made = createString(text, std::strlen(text));
+        if (made == nullptr) {
+            return nullptr;
+        }
+        keys_.emplace(text, made);
+        return CFRetain(made);
+    }
+
     const bool mutable_;
     size_t nodes_ = 0;
+    std::unordered_map<std::string, const void*> keys_;
 };
 
 }  // namespace

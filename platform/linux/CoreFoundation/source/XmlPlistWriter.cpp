@@ -88,12 +88,20 @@ private:
             return;
         }
         const bool outerSawMutable = sawMutable_;
+        const bool outerInsideKept = insideKept_;
+        // Only the outermost immutable dictionary keeps its text: the text of those inside
+        // it is part of it already, and keeping it twice made the kept text of ten
+        // thousand rules half as large again.
+        const bool mayKeep =
+            std::is_same_v<Container, __CFDictionary> && !isMutable && !insideKept_;
         sawMutable_ = isMutable;
+        insideKept_ = insideKept_ || mayKeep;
         const size_t start = out_.size();
         render();
-        if (!sawMutable_ && std::is_same_v<Container, __CFDictionary>) {
+        if (mayKeep && !sawMutable_) {
             container.xml.keep(level, out_.substr(start));
         }
+        insideKept_ = outerInsideKept;
         sawMutable_ = sawMutable_ || outerSawMutable;
     }
 
@@ -231,6 +239,8 @@ private:
 
     std::string& out_;
     bool sawMutable_ = false;
+    // True while rendering inside an immutable dictionary whose text may be kept.
+    bool insideKept_ = false;
 };
 
 }  // namespace
