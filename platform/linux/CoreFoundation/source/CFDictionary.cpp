@@ -61,22 +61,77 @@ __CFDictionary::__CFDictionary(const CFDictionaryKeyCallBacks* keys,
       keyCallBacks(copyKeyCallBacks(keys)),
       valueCallBacks(copyValueCallBacks(values)),
       isMutable(mutableDictionary),
-      table(0, KeyHash{&keyCallBacks}, KeyEqual{&keyCallBacks}) {}
+      table(KeyHash{&keyCallBacks}, KeyEqual{&keyCallBacks}) {}
 
 __CFDictionary::~__CFDictionary() {
     clear();
 }
 
+__CFDictionary::Table::Entry* __CFDictionary::Table::find(const void* key) {
+    if (index_ != nullptr) {
+        const auto at = index_->find(key);
+        return at != index_->end() ? &entries_[at->second] : nullptr;
+    }
+    // Pointer identity first: keys shared between dictionaries match without a compare.
+    for (Entry& entry : entries_) {
+        if (entry.first == key) {
+            return &entry;
+        }
+    }
+    for (Entry& entry : entries_) {
+        if (equal_(entry.first, key)) {
+            return &entry;
+        }
+    }
+    return nullptr;
+}
+
+void __CFDictionary::Table::add(const void* key, const void* value) {
+    entries_.emplace_back(key, value);
+    if (index_ != nullptr) {
+        index_->emplace(key, entries_.size() - 1);
+    } else if (entries_.size() > kIndexedFrom) {
+        buildIndex();
+    }
+}
+
+void __CFDictionary::Table::erase(Entry* entry) {
+    if (index_ != nullptr) {
+        index_->erase(entry->first);
+    }
+    Entry& last = entries_.back();
+    if (entry != &last) {
+        *entry = last;
+        if (index_ != nullptr) {
+            (*index_)[entry->first] = static_cast<size_t>(entry - entries_.data());
+        }
+    }
+    entries_.pop_back();
+}
+
+std::vector<__CFDictionary::Table::Entry> __CFDictionary::Table::take() {
+    index_.reset();
+    return std::move(entries_);
+}
+
+void __CFDictionary::Table::buildIndex() {
+    index_ = std::make_unique<std::unordered_map<const void*, size_t, KeyHash, KeyEqual>>(
+        entries_.size() * 2, hash_, equal_);
+    for (size_t i = 0; i < entries_.size(); ++i) {
+        index_->emplace(entries_[i].first, i);
+    }
+}
+
 const void* __CFDictionary::find(const void* key, bool& found) const {
-    const auto entry = table.find(key);
-    found = entry != table.end();
+    const Table::Entry* entry = table.find(key);
+    found = entry != nullptr;
     return found ? entry->second : nullptr;
 }
 
 void __CFDictionary::put(const void* key, const void* value, bool replace) {
-    const auto entry = table.find(key);
-    if (entry == table.end()) {
-        table.emplace(retainKey(key), retainValue(value));
+    Table::Entry* entry = table.find(key);
+    if (entry == nullptr) {
+        table.add(retainKey(key), retainValue(value));
         return;
     }
     if (replace) {
@@ -88,8 +143,8 @@ void __CFDictionary::put(const void* key, const void* value, bool replace) {
 }
 
 void __CFDictionary::remove(const void* key) {
-    const auto entry = table.find(key);
-    if (entry == table.end()) {
+    Table::Entry* entry = table.find(key);
+    if (entry == nullptr) {
         return;
     }
     const void* storedKey = entry->first;
@@ -102,8 +157,7 @@ void __CFDictionary::remove(const void* key) {
 void __CFDictionary::clear() {
     // Released after the table is emptied, so that a release that reaches back into
     // this dictionary finds it consistent.
-    auto entries = std::move(table);
-    table = decltype(table)(0, KeyHash{&keyCallBacks}, KeyEqual{&keyCallBacks});
+    const auto entries = table.take();
     for (const auto& entry : entries) {
         releaseKey(entry.first);
         releaseValue(entry.second);

@@ -81,6 +81,11 @@ public:
         for (const auto& entry : keys_) {
             CFRelease(entry.second);
         }
+        for (const void* number : smallIntegers_) {
+            if (number != nullptr) {
+                CFRelease(number);
+            }
+        }
     }
     TreeConverter(const TreeConverter&) = delete;
     TreeConverter& operator=(const TreeConverter&) = delete;
@@ -96,7 +101,7 @@ public:
                 uint64_t raw = 0;
                 plist_get_uint_val(node, &raw);
                 // libplist hands back the two's-complement bits of negative values.
-                return new __CFNumber(static_cast<int64_t>(raw));
+                return integer(static_cast<int64_t>(raw));
             }
             case PLIST_REAL: {
                 double value = 0;
@@ -199,8 +204,23 @@ private:
         return CFRetain(made);
     }
 
+    // A new reference to a number of `value`. Enumerations, flags and lengths repeat in
+    // every rule; numbers are immutable, so one object per small value serves them all.
+    const void* integer(int64_t value) {
+        if (value < 0 || value >= static_cast<int64_t>(kSmallIntegers)) {
+            return new __CFNumber(value);
+        }
+        const void*& shared = smallIntegers_[value];
+        if (shared == nullptr) {
+            shared = new __CFNumber(value);
+        }
+        return CFRetain(shared);
+    }
+
+    static constexpr size_t kSmallIntegers = 256;
     const bool mutable_;
     size_t nodes_ = 0;
+    const void* smallIntegers_[kSmallIntegers] = {};
     std::unordered_map<std::string, const void*> keys_;
 };
 
