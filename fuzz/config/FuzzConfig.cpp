@@ -4,9 +4,11 @@
 // messages, a second store reads the same lists and options again.
 #include <unistd.h>
 
+#include <cmath>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
+#include <limits>
 #include <string>
 
 #include "Config.h"
@@ -23,11 +25,23 @@ struct Loaded {
     std::string options;
 };
 
+// The file has one word for every NaN ("nan", as CoreFoundation writes it), so a NaN
+// probability comes back as the positive quiet NaN whatever its sign and payload were.
+void CanonicalNaNs(FwRuleList& rules) {
+    for (auto& rule : *rules.mutable_rules()) {
+        if (rule.has_probability() && std::isnan(rule.probability())) {
+            rule.set_probability(std::numeric_limits<double>::quiet_NaN());
+        }
+    }
+}
+
 Loaded Read(FwConfig& config) {
     FwRuleList normal;
     FwRuleList exception;
     config.GetAllNormalRules(normal);
     config.GetExceptionRules(exception);
+    CanonicalNaNs(normal);
+    CanonicalNaNs(exception);
     Loaded loaded{normal.SerializePartialAsString(), exception.SerializePartialAsString(), ""};
     loaded.options = std::to_string(config.IsFwEnable()) + std::to_string(config.IsNotifyEnable()) +
                      " " + std::to_string(config.GetNormalSetNum()) + " " +
