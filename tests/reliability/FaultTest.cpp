@@ -13,6 +13,7 @@
 #include <fstream>
 
 #include "PluginWorld.h"
+#include "QvIpc.h"
 
 using namespace qor::vela;
 using qvtest::CallbackEvents;
@@ -29,6 +30,34 @@ const bool g_privateMounts = [] {
     return unshare(CLONE_NEWNS) == 0 &&
            mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0;
 }();
+
+// libQvUtil opens its own log once per process, in the QV_LOG_DIR of its first message,
+// while each test's world has a log directory of its own. One directory for the whole
+// binary, opened by a first message before any test, keeps its lines readable in every
+// test, however many run in this process.
+class UtilLogDirectory : public ::testing::Environment {
+public:
+    static std::string path() { return dir().path() + "/QvUtil.log"; }
+
+    void SetUp() override {
+        setenv("QV_LOG_DIR", dir().path().c_str(), 1);
+        setenv("QV_IPC_SOCKET", (dir().path() + "/nobody.sock").c_str(), 1);
+        void* reply = nullptr;
+        int length = 0;
+        ipc::call(0, "", 0, &reply, &length);  // logs "cannot reach": the log is open
+        ipc::free(reply, length);
+        unsetenv("QV_IPC_SOCKET");
+        unsetenv("QV_LOG_DIR");
+    }
+
+private:
+    static qvtest::TempDir& dir() {
+        static qvtest::TempDir directory;
+        return directory;
+    }
+};
+
+const auto* const g_utilLogDirectory = ::testing::AddGlobalTestEnvironment(new UtilLogDirectory);
 
 class FaultTest : public qvtest::PluginWorld {
 protected:
@@ -65,7 +94,7 @@ protected:
         return {code, std::chrono::duration<double>(Clock::now() - begin).count()};
     }
 
-    std::string utilLog() const { return qvtest::readFile(confDir() + "/../logs/QvUtil.log"); }
+    std::string utilLog() const { return qvtest::readFile(UtilLogDirectory::path()); }
 };
 
 // Each command fails with its code within its time-out (1 s per probe, 3 s per other
