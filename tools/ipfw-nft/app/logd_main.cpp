@@ -10,6 +10,7 @@
 #include <memory>
 
 #include "FileStateStore.h"
+#include "FreeBsdTools.h"
 #include "NflogSource.h"
 #include "SystemEnvironment.h"
 #include "ipfwnft/KernelLogWriter.h"
@@ -21,11 +22,6 @@ volatile std::sig_atomic_t g_stop = 0;
 
 void requestStop(int) {
     g_stop = 1;
-}
-
-std::string statePath() {
-    const char* path = std::getenv("IPFW_SIM_STATE");
-    return path != nullptr && *path != '\0' ? path : "/var/db/ipfw-sim/rules";
 }
 
 }  // namespace
@@ -42,7 +38,7 @@ int main() {
     }
     ipfwnft::NflogSource source([&environment](const ipfwnft::LoggedPacket& packet) {
         // The state is locked for each packet only, so that ipfw is never kept waiting.
-        ipfwsim::FileStateStore store(statePath(), true);
+        ipfwsim::FileStateStore store(ipfwsim::StatePath(), true);
         ipfwsim::Status written = ipfwnft::KernelLogWriter(*environment, store).write(packet);
         if (!written.ok()) {
             std::cerr << "ipfw-logd: " << written.message << std::endl;

@@ -1,0 +1,27 @@
+// The entry of the binaries that stand in for FreeBSD's firewall commands: run as
+// sysctl or killall (links beside the binary) they answer as those commands do on the
+// same state file; under any other name they are ipfw, with the back end the binary
+// brings.
+#pragma once
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "FileStateStore.h"
+#include "StdConsole.h"
+#include "SystemEnvironment.h"
+
+namespace ipfwsim {
+
+// Runs one ipfw command line against the state with the binary's back end.
+using IpfwRunner = int (*)(Environment& environment, StateStore& store, Console& console,
+                           const std::vector<std::string>& arguments);
+
+// $IPFW_SIM_STATE, else the default state file.
+std::string StatePath();
+
+// Dispatches on the name the binary was run as; the exit code.
+int RunFreeBsdTool(int argc, char** argv, IpfwRunner runIpfw);
+
+}  // namespace ipfwsim
