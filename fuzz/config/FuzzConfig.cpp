@@ -25,12 +25,18 @@ struct Loaded {
     std::string options;
 };
 
-// The file has one word for every NaN ("nan", as CoreFoundation writes it), so a NaN
-// probability comes back as the positive quiet NaN whatever its sign and payload were.
-void CanonicalNaNs(FwRuleList& rules) {
+// The file has one word for every NaN ("nan") and one for both zeros ("0.0"), as
+// CoreFoundation writes them, so a NaN probability comes back as the positive quiet NaN
+// whatever its sign and payload were, and -0 as 0.
+void CanonicalProbabilities(FwRuleList& rules) {
     for (auto& rule : *rules.mutable_rules()) {
-        if (rule.has_probability() && std::isnan(rule.probability())) {
+        if (!rule.has_probability()) {
+            continue;
+        }
+        if (std::isnan(rule.probability())) {
             rule.set_probability(std::numeric_limits<double>::quiet_NaN());
+        } else if (rule.probability() == 0.0) {
+            rule.set_probability(0.0);
         }
     }
 }
@@ -40,8 +46,8 @@ Loaded Read(FwConfig& config) {
     FwRuleList exception;
     config.GetAllNormalRules(normal);
     config.GetExceptionRules(exception);
-    CanonicalNaNs(normal);
-    CanonicalNaNs(exception);
+    CanonicalProbabilities(normal);
+    CanonicalProbabilities(exception);
     Loaded loaded{normal.SerializePartialAsString(), exception.SerializePartialAsString(), ""};
     loaded.options = std::to_string(config.IsFwEnable()) + std::to_string(config.IsNotifyEnable()) +
                      " " + std::to_string(config.GetNormalSetNum()) + " " +
