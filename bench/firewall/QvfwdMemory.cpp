@@ -23,12 +23,9 @@
 #include <thread>
 #include <vector>
 
+#include "BenchConfiguration.h"
 #include "BenchFiles.h"
-#include "BenchRules.h"
-#include "QvConfig.h"
 #include "VelaEventLogMsg.pb.h"
-#include "VelaFwInternalMsgConvert.h"
-#include "VelaFwMsgConvert.h"
 
 extern char** environ;
 
@@ -95,18 +92,8 @@ public:
 
 private:
     void WriteConfiguration(int rules) const {
-        qvbench::writeWhole(configPath(), "<plist version=\"1.0\"><dict/></plist>");
-        qor::vela::QvConfig<qor::vela::Mutex> store(configPath().c_str());
-        qor::vela::FwOptions options;
-        options.set_enable_fw(true);
-        options.set_enable_notify(true);
-        options.set_default_set_num(19);
-        options.set_exception_set_num(18);
-        options.set_fw_log_path(file("log/ipfw.log"));
-        options.set_syslog_conf(file("syslog.conf"));
-        store.set(options, "FwOptions");
-        store.set(qvbench::benchRules(rules), "FwRuleCfg");
-        store.save();
+        qvbench::writeBenchConfiguration(configPath(), rules, file("log/ipfw.log"),
+                                         file("syslog.conf"));
     }
 
     qvbench::ScratchDir m_dir;

@@ -1,6 +1,6 @@
 // Files for benchmarks: a scratch directory on the same disk as the build (so that fsync
-// costs what it costs there), whole-file reads and writes, and an environment variable
-// set for the life of a scope.
+// costs what it costs there) and whole-file reads and writes. Environment overrides are
+// the tests' ScopedEnv.
 #pragma once
 
 #include <fcntl.h>
@@ -13,7 +13,11 @@
 #include <sstream>
 #include <string>
 
+#include "ScopedEnv.h"
+
 namespace qvbench {
+
+using qvtest::ScopedEnv;
 
 class ScratchDir {
 public:
@@ -47,31 +51,5 @@ inline std::string readWhole(const std::string& path) {
 inline void writeWhole(const std::string& path, const std::string& bytes) {
     std::ofstream(path, std::ios::binary | std::ios::trunc) << bytes;
 }
-
-class ScopedEnv {
-public:
-    ScopedEnv(const char* name, const std::string& value) : m_name(name) {
-        const char* old = getenv(name);
-        m_had = old != nullptr;
-        if (m_had) {
-            m_old = old;
-        }
-        setenv(name, value.c_str(), 1);
-    }
-    ~ScopedEnv() {
-        if (m_had) {
-            setenv(m_name.c_str(), m_old.c_str(), 1);
-        } else {
-            unsetenv(m_name.c_str());
-        }
-    }
-    ScopedEnv(const ScopedEnv&) = delete;
-    ScopedEnv& operator=(const ScopedEnv&) = delete;
-
-private:
-    std::string m_name;
-    std::string m_old;
-    bool m_had = false;
-};
 
 }  // namespace qvbench

@@ -10,6 +10,7 @@
 #include <memory>
 #include <string>
 
+#include "BenchConfiguration.h"
 #include "BenchFiles.h"
 #include "BenchRules.h"
 #include "HostService.h"
@@ -34,18 +35,7 @@ public:
           m_syslogEnv("IPFW_SIM_SYSLOG_CONF", m_dir.file("syslog.conf")),
           m_pathEnv("PATH", std::string(QV_SIM_DIR) + ":" + currentPath()),
           m_service(m_dir.file("host.sock")) {
-        writeWhole(configPath(), "<plist version=\"1.0\"><dict/></plist>");
-        qor::vela::QvConfig<qor::vela::Mutex> store(configPath().c_str());
-        qor::vela::FwOptions options;
-        options.set_enable_fw(true);
-        options.set_enable_notify(true);
-        options.set_default_set_num(19);
-        options.set_exception_set_num(18);
-        options.set_fw_log_path(fwLog());
-        options.set_syslog_conf(m_dir.file("syslog.conf"));
-        store.set(options, "FwOptions");
-        store.set(benchRules(count), "FwRuleCfg");
-        store.save();
+        writeBenchConfiguration(configPath(), count, fwLog(), m_dir.file("syslog.conf"));
     }
 
     std::string configPath() const { return m_conf + "/QvFw.conf.plist"; }

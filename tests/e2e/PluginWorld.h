@@ -24,6 +24,7 @@
 #include "HostService.h"
 #include "IpfwListing.h"
 #include "LoadedPlugin.h"
+#include "ScopedEnv.h"
 #include "TempDir.h"
 #include "VelaCommonMsg.pb.h"
 #include "VelaEventLogMsg.pb.h"
@@ -101,13 +102,7 @@ protected:
             stop();
         }
         service.reset();
-        for (auto it = m_savedEnv.rbegin(); it != m_savedEnv.rend(); ++it) {
-            if (it->second.first) {
-                setenv(it->first.c_str(), it->second.second.c_str(), 1);
-            } else {
-                unsetenv(it->first.c_str());
-            }
-        }
+        m_env.clear();
     }
 
     // ---- the world -------------------------------------------------------------------
@@ -285,15 +280,13 @@ protected:
     std::unique_ptr<HostService> service;
 
 private:
-    void setEnv(const std::string& name, const std::string& value) {
-        const char* old = getenv(name.c_str());
-        m_savedEnv.emplace_back(name, std::make_pair(old != nullptr, old ? old : ""));
-        setenv(name.c_str(), value.c_str(), 1);
+    void setEnv(const char* name, const std::string& value) {
+        m_env.push_back(std::make_unique<ScopedEnv>(name, value));
     }
 
     TempDir m_dir;
     bool m_running = false;
-    std::vector<std::pair<std::string, std::pair<bool, std::string>>> m_savedEnv;
+    std::vector<std::unique_ptr<ScopedEnv>> m_env;
 };
 
 }  // namespace qvtest

@@ -1,5 +1,5 @@
-// Helpers for the host-library tests: environment overrides, line splitting and timing.
-// Temporary directories and file helpers come from tests/support.
+// Helpers for the host-library tests: line splitting and timing. Temporary directories,
+// file helpers and environment overrides come from tests/support.
 #pragma once
 
 #include <stdlib.h>
@@ -10,41 +10,10 @@
 #include <string>
 #include <vector>
 
+#include "ScopedEnv.h"
 #include "TempDir.h"
 
 namespace qvtest {
-
-// Sets (or, with null, unsets) an environment variable and restores it at scope end.
-class ScopedEnv {
-public:
-    ScopedEnv(const char* name, const char* value) : m_name(name) {
-        const char* old = getenv(name);
-        m_hadOld = old != nullptr;
-        if (m_hadOld) {
-            m_old = old;
-        }
-        if (value) {
-            setenv(name, value, 1);
-        } else {
-            unsetenv(name);
-        }
-    }
-    ScopedEnv(const char* name, const std::string& value) : ScopedEnv(name, value.c_str()) {}
-    ~ScopedEnv() {
-        if (m_hadOld) {
-            setenv(m_name.c_str(), m_old.c_str(), 1);
-        } else {
-            unsetenv(m_name.c_str());
-        }
-    }
-    ScopedEnv(const ScopedEnv&) = delete;
-    ScopedEnv& operator=(const ScopedEnv&) = delete;
-
-private:
-    std::string m_name;
-    std::string m_old;
-    bool m_hadOld = false;
-};
 
 inline std::vector<std::string> SplitLines(const std::string& text) {
     std::vector<std::string> lines;
