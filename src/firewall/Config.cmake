@@ -3,7 +3,8 @@
 add_library(QvFwConfig STATIC
   ${PROJECT_SOURCE_DIR}/src/gen_lite/VelaFwMsgConvert.cpp
   ${PROJECT_SOURCE_DIR}/src/gen_lite/VelaFwInternalMsgConvert.cpp
-  ${CMAKE_CURRENT_LIST_DIR}/Config.cpp)
+  ${CMAKE_CURRENT_LIST_DIR}/Config.cpp
+  ${CMAKE_CURRENT_LIST_DIR}/RuleListPlist.cpp)
 target_include_directories(QvFwConfig PUBLIC
   ${CMAKE_CURRENT_LIST_DIR}
   ${PROJECT_SOURCE_DIR}/src/gen_lite)

@@ -41,6 +41,8 @@ int FindRule(const FwRuleList& rules, unsigned int index) {
 }  // namespace
 
 FwConfig::FwConfig() : m_ready(true), m_pConfig(nullptr) {
+    m_normalRules.key = kNormalRulesKey;
+    m_excpRules.key = kExceptionRulesKey;
     char buffer[4096];
     memset(buffer, 0, sizeof(buffer));
     if (!QvGetFilePath(buffer, sizeof(buffer) - 1, kConfigFileName)) {
@@ -72,8 +74,7 @@ unsigned int FwConfig::Init() {
 
 unsigned int FwConfig::ReadRules() {
     Guard<RwMutex> guard(m_lock, false);
-    m_pConfig->get(m_normalRules, kNormalRulesKey);
-    SortRules(m_normalRules);
+    ReadRuleList(m_normalRules);
     return 0;
 }
 
@@ -86,9 +87,20 @@ unsigned int FwConfig::ReadOpt() {
 
 unsigned int FwConfig::ReadExceptionRuls() {
     Guard<RwMutex> guard(m_lock, false);
-    m_pConfig->get(m_excpRules, kExceptionRulesKey);
-    SortRules(m_excpRules);
+    ReadRuleList(m_excpRules);
     return 0;
+}
+
+// The loaded dictionaries that hold exactly what the sorted list converts to are shared
+// with the store's document; the entry itself stays as loaded until the list is written.
+void FwConfig::ReadRuleList(RuleList& list) {
+    m_pConfig->get(list.rules, list.key);
+    SortRules(list.rules);
+    CFDictionaryRef stored = m_pConfig->copyEntry(list.key);
+    list.plist.Reset(list.rules, stored);
+    if (stored != nullptr) {
+        CFRelease(stored);
+    }
 }
 
 // The defaults live in memory only; the file gets them with the next options change.
@@ -141,8 +153,20 @@ void SaveLogged(QvConfig<Mutex>& store) {
 
 }  // namespace
 
-void FwConfig::WriteRules(const FwRuleList& rules, const char* key) {
-    m_pConfig->set(rules, key);
+bool FwConfig::SetRulesEntry(const RuleList& list) {
+    CFMutableDictionaryRef entry = list.plist.CreateEntry();
+    if (entry == nullptr) {
+        return false;
+    }
+    const bool set = m_pConfig->setEntry(entry, list.key);
+    CFRelease(entry);
+    return set;
+}
+
+// Like the options, the list is saved even when its entry could not be made: the file
+// then gets the rest of the document as it is in memory.
+void FwConfig::WriteRules(const RuleList& list) {
+    SetRulesEntry(list);
     SaveLogged(*m_pConfig);
 }
 
@@ -152,32 +176,32 @@ void FwConfig::WriteOptions() {
 }
 
 // Replaces the rule with the same number in place, or appends it, whatever its number.
-unsigned int FwConfig::AddRulePriv(const FwRule& rule, FwRuleList& rules) {
-    const int position = FindRule(rules, rule.rule_index());
+unsigned int FwConfig::AddRulePriv(const FwRule& rule, RuleList& list) {
+    int position = FindRule(list.rules, rule.rule_index());
     if (position >= 0) {
-        rules.mutable_rules(position)->CopyFrom(rule);
+        list.rules.mutable_rules(position)->CopyFrom(rule);
     } else {
-        rules.add_rules()->CopyFrom(rule);
+        position = list.rules.rules_size();
+        list.rules.add_rules()->CopyFrom(rule);
     }
+    list.plist.Put(list.rules, position);
+    WriteRules(list);
     return 0;
 }
 
 unsigned int FwConfig::AddNormalRule(const FwRule& rule) {
     Guard<RwMutex> guard(m_lock, false);
-    AddRulePriv(rule, m_normalRules);
-    WriteRules(m_normalRules, kNormalRulesKey);
-    return 0;
+    return AddRulePriv(rule, m_normalRules);
 }
 
 unsigned int FwConfig::AddExcpRule(const FwRule& rule) {
     Guard<RwMutex> guard(m_lock, false);
-    AddRulePriv(rule, m_excpRules);
-    WriteRules(m_excpRules, kExceptionRulesKey);
-    return 0;
+    return AddRulePriv(rule, m_excpRules);
 }
 
 // The last rule takes the deleted rule's place: the order is not preserved.
-unsigned int FwConfig::DeleteRulePriv(unsigned int index, FwRuleList& rules, const char* key) {
+unsigned int FwConfig::DeleteRulePriv(unsigned int index, RuleList& list) {
+    FwRuleList& rules = list.rules;
     if (rules.rules_size() == 0) {
         return FW_ERR_RULE_NOT_FOUND;
     }
@@ -187,61 +211,65 @@ unsigned int FwConfig::DeleteRulePriv(unsigned int index, FwRuleList& rules, con
     }
     rules.mutable_rules()->SwapElements(position, rules.rules_size() - 1);
     rules.mutable_rules()->RemoveLast();
-    WriteRules(rules, key);
+    list.plist.MoveLastTo(position);
+    WriteRules(list);
     return 0;
 }
 
 unsigned int FwConfig::DeleteNormalRule(unsigned int index) {
     Guard<RwMutex> guard(m_lock, false);
-    return DeleteRulePriv(index, m_normalRules, kNormalRulesKey);
+    return DeleteRulePriv(index, m_normalRules);
 }
 
 unsigned int FwConfig::DeleteExcpRule(unsigned int index) {
     Guard<RwMutex> guard(m_lock, false);
-    return DeleteRulePriv(index, m_excpRules, kExceptionRulesKey);
+    return DeleteRulePriv(index, m_excpRules);
+}
+
+unsigned int FwConfig::FlushRulePriv(RuleList& list) {
+    list.rules.clear_rules();
+    list.plist.Clear();
+    WriteRules(list);
+    return 0;
 }
 
 unsigned int FwConfig::FlushRules() {
     Guard<RwMutex> guard(m_lock, false);
-    m_normalRules.clear_rules();
-    WriteRules(m_normalRules, kNormalRulesKey);
-    return 0;
+    return FlushRulePriv(m_normalRules);
 }
 
 unsigned int FwConfig::FlushExcpRules() {
     Guard<RwMutex> guard(m_lock, false);
-    m_excpRules.clear_rules();
-    WriteRules(m_excpRules, kExceptionRulesKey);
-    return 0;
+    return FlushRulePriv(m_excpRules);
 }
 
 unsigned int FwConfig::GetAllNormalRules(FwRuleList& out) {
     Guard<RwMutex> guard(m_lock, true);
-    out.CopyFrom(m_normalRules);
+    out.CopyFrom(m_normalRules.rules);
     return 0;
 }
 
 // Exclusive although it only reads: that is how callers have always been serialised.
 unsigned int FwConfig::GetExceptionRules(FwRuleList& out) {
     Guard<RwMutex> guard(m_lock, false);
-    out.CopyFrom(m_excpRules);
+    out.CopyFrom(m_excpRules.rules);
     return 0;
 }
 
 unsigned int FwConfig::GetNormalRule(unsigned int index, FwRule& out) {
     Guard<RwMutex> guard(m_lock, true);
-    const int position = FindRule(m_normalRules, index);
+    const int position = FindRule(m_normalRules.rules, index);
     if (position < 0) {
         return FW_ERR_RULE_NOT_FOUND;
     }
-    out.CopyFrom(m_normalRules.rules(position));
+    out.CopyFrom(m_normalRules.rules.rules(position));
     return 0;
 }
 
-// Works on the normal list whatever list it is given. Renumbering happens during the
-// walk, so a failed search leaves a renumbered rule behind in memory (nothing is written).
-unsigned int FwConfig::SwapRuleOrderPriv(unsigned int a, unsigned int b, FwRuleList& /*rules*/) {
-    FwRuleList& rules = m_normalRules;
+// Works on the normal list. Renumbering happens during the walk, so a failed search
+// leaves a renumbered rule behind in memory (nothing is written).
+unsigned int FwConfig::SwapRuleOrderPriv(unsigned int a, unsigned int b) {
+    FwRuleList& rules = m_normalRules.rules;
     if (rules.rules_size() == 0) {
         return FW_ERR_RULE_NOT_FOUND;
     }
@@ -257,12 +285,17 @@ unsigned int FwConfig::SwapRuleOrderPriv(unsigned int a, unsigned int b, FwRuleL
             changed[changedCount++] = i;
         }
     }
+    // The renumbered rules reach the file with the next save, even after a failed search.
+    for (int k = 0; k < changedCount; ++k) {
+        m_normalRules.plist.Put(rules, changed[k]);
+    }
     if (changedCount < 2) {
         return FW_ERR_RULE_NOT_FOUND;
     }
     // Keep the list ordered as the new numbers are.
     rules.mutable_rules()->SwapElements(changed[0], changed[1]);
-    if (m_pConfig->set(rules, kNormalRulesKey)) {
+    m_normalRules.plist.Swap(changed[0], changed[1]);
+    if (SetRulesEntry(m_normalRules)) {
         SaveLogged(*m_pConfig);
     }
     return 0;
@@ -271,9 +304,9 @@ unsigned int FwConfig::SwapRuleOrderPriv(unsigned int a, unsigned int b, FwRuleL
 // A successful exchange is written a second time here; callers rely on nothing else.
 unsigned int FwConfig::SwapNormalRuleOrder(unsigned int a, unsigned int b) {
     Guard<RwMutex> guard(m_lock, false);
-    const unsigned int result = SwapRuleOrderPriv(a, b, m_normalRules);
+    const unsigned int result = SwapRuleOrderPriv(a, b);
     if (result == 0) {
-        WriteRules(m_normalRules, kNormalRulesKey);
+        WriteRules(m_normalRules);
     }
     return result;
 }

@@ -13,6 +13,7 @@
 #include "QvConfig.h"
 #include "QvErrors.h"
 #include "QvLock.h"
+#include "RuleListPlist.h"
 #include "VelaFwInternalMsg.pb.h"
 #include "VelaFwMsg.pb.h"
 
@@ -66,18 +67,29 @@ public:
     const std::string& GetSysConfPath();
 
 private:
-    unsigned int AddRulePriv(const FwRule& rule, FwRuleList& rules);
-    unsigned int DeleteRulePriv(unsigned int index, FwRuleList& rules, const char* key);
-    unsigned int SwapRuleOrderPriv(unsigned int a, unsigned int b, FwRuleList& rules);
+    // One stored rule list: the messages, their property-list form and the store's key.
+    struct RuleList {
+        FwRuleList rules;
+        RuleListPlist plist;
+        const char* key;
+    };
+
+    void ReadRuleList(RuleList& list);
+    unsigned int AddRulePriv(const FwRule& rule, RuleList& list);
+    unsigned int DeleteRulePriv(unsigned int index, RuleList& list);
+    unsigned int FlushRulePriv(RuleList& list);
+    unsigned int SwapRuleOrderPriv(unsigned int a, unsigned int b);
     void ApplyOptionDefaults();
-    void WriteRules(const FwRuleList& rules, const char* key);
+    // Hands the list's entry to the store, in memory only.
+    bool SetRulesEntry(const RuleList& list);
+    void WriteRules(const RuleList& list);
     void WriteOptions();
 
     bool m_ready;
     RwMutex m_lock;
     QvConfig<Mutex>* m_pConfig;
-    FwRuleList m_excpRules;
-    FwRuleList m_normalRules;
+    RuleList m_excpRules;
+    RuleList m_normalRules;
     FwOptions m_options;
 };
 

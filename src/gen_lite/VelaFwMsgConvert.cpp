@@ -1,7 +1,5 @@
 #include "VelaFwMsgConvert.h"
 
-#include "QvPlistMessageCache.h"
-
 namespace qor {
 namespace vela {
 
@@ -281,12 +279,8 @@ bool convert(const MacAddr& addr, CFMutableDictionaryRef dict) {
            writeField(dict, "mask_len", addr.has_mask_len(), addr.mask_len());
 }
 
-// Rule lists are written whole on every change of one rule, so the rules' dictionaries
-// are kept from one write to the next. Never destroyed: rule lists may still be written
-// while the process exits.
 bool convert(const FwRuleList& list, CFMutableDictionaryRef dict) {
-    static auto* cache = new QvPlistMessageCache<FwRule>();
-    return beginWrite(list, dict) && writeCachedRepeatedField(dict, "rules", list.rules(), *cache);
+    return beginWrite(list, dict) && writeRepeatedField(dict, "rules", list.rules());
 }
 
 }  // namespace vela

@@ -5,6 +5,7 @@
 #include <stdlib.h>
 
 #include <filesystem>
+#include <random>
 #include <string>
 #include <thread>
 #include <vector>
@@ -212,6 +213,66 @@ TEST_F(FwConfigTest, SwapExchangesContentsAndWritesTwice) {
     config.GetAllNormalRules(all);
     EXPECT_EQ((Indexes{2, 5, 40}), indexesOf(all));
     EXPECT_EQ(before, readFile(path()));
+}
+
+// Every change converts only the rules it touched: after each one that answers 0 the
+// file must hold exactly the list in memory, also across reloads (which sort the lists
+// in memory only and share the loaded dictionaries) and after a half-found exchange
+// whose renumbering reaches the file with the next save of the list.
+TEST_F(FwConfigTest, RandomChangesKeepTheFileInStepWithMemory) {
+    seed(ruleList({40, 10, 30}), ruleList({7}));
+    std::mt19937 random(20261123);
+    auto pick = [&](unsigned int n) { return static_cast<unsigned int>(random() % n); };
+    auto config = std::make_unique<FwConfig>();
+    ASSERT_EQ(0u, config->Init());
+    // A list read back sorted reaches the file in that order only once it is written.
+    bool normalWritten = true;
+    bool exceptionsWritten = true;
+    for (int step = 0; step < 400; ++step) {
+        const unsigned int index = 1 + pick(60);
+        const FwRule changed = rule(index, "variant " + std::to_string(pick(3)));
+        bool exception = pick(4) == 0;
+        unsigned int result = 0;
+        switch (pick(6)) {
+            case 0:
+            case 1:
+                result = exception ? config->AddExcpRule(changed) : config->AddNormalRule(changed);
+                break;
+            case 2:
+                result =
+                    exception ? config->DeleteExcpRule(index) : config->DeleteNormalRule(index);
+                break;
+            case 3:
+                result = exception ? config->FlushExcpRules()
+                                   : config->SwapNormalRuleOrder(index, 1 + pick(60));
+                break;
+            case 4:
+                result = exception ? config->FlushRules() : config->AddNormalRule(changed);
+                exception = false;
+                break;
+            default:
+                config = std::make_unique<FwConfig>();
+                ASSERT_EQ(0u, config->Init());
+                normalWritten = exceptionsWritten = false;
+                continue;
+        }
+        if (result != 0) {
+            continue;
+        }
+        FwRuleList list;
+        if (exception) {
+            exceptionsWritten = true;
+            config->GetExceptionRules(list);
+            ASSERT_EQ(list.SerializeAsString(), stored("FwExceptionRuleCfg").SerializeAsString())
+                << "step " << step;
+        }
+        normalWritten = normalWritten || !exception;
+        if (normalWritten) {
+            config->GetAllNormalRules(list);
+            ASSERT_EQ(list.SerializeAsString(), stored("FwRuleCfg").SerializeAsString())
+                << "step " << step;
+        }
+    }
 }
 
 TEST_F(FwConfigTest, OnlyChangedNotifySettingIsWritten) {

@@ -114,6 +114,25 @@ TEST(CFDictionary, UsesTheCallersCallbacksAndNullCallbacksRetainNothing) {
     EXPECT_TRUE(CFDictionaryContainsKey(root, key.get()));
 }
 
+// A mutable copy of an immutable document shares its values: changing the copy's keys
+// leaves the original as it was, and the two compare equal by content until then.
+TEST(CFDictionary, MutableCopyIsShallowAndEqualByContent) {
+    CFHolder frozen = parse(xmlDocument("<dict><key>rules</key><array><integer>3100</integer>"
+                                        "</array></dict>\n"),
+                            kCFPropertyListImmutable);
+    ASSERT_NE(frozen, nullptr);
+    auto original = static_cast<CFDictionaryRef>(frozen.get());
+    CFHolder copy(CFDictionaryCreateMutableCopy(kCFAllocatorDefault, 0, original));
+    auto root = (CFMutableDictionaryRef)copy.get();
+    EXPECT_TRUE(CFEqual(original, root));
+    EXPECT_EQ(lookup(original, "rules"), lookup(root, "rules"));
+
+    put(root, "enable_fw", kCFBooleanTrue);
+    EXPECT_FALSE(CFEqual(original, root));
+    EXPECT_EQ(CFDictionaryGetCount(original), 1);
+    EXPECT_EQ(CFDictionaryGetCount(root), 2);
+}
+
 TEST(CFArray, RetainsValuesAndKeepsOrder) {
     CFStringRef first = str("first");
     CFNumberRef second = int32Number(2);

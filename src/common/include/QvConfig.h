@@ -6,9 +6,9 @@
 // Loading tries the file up to three times, restoring it from the backup after every
 // failed attempt; the store never creates the file from nothing. Saving first refreshes
 // the backup from the file on disk, then overwrites the file in place through one
-// descriptor kept open for the store's life (seek to 0, write, truncate, fsync), so the
-// file keeps its inode and permissions. A file deleted or replaced under a running store
-// is followed by reopening; the superseded descriptor is deliberately never closed.
+// descriptor kept open for the store's life (write, truncate, fsync; the first byte
+// last), so the file keeps its inode and permissions. A file deleted or replaced under a running
+// store is followed by reopening; the superseded descriptor is deliberately never closed.
 //
 // Every operation records its result in the last error (codes below); the store logs
 // nothing, its owner does. Lock failures throw std::string (QvLock.h).
@@ -116,11 +116,6 @@ public:
     // save() writes it out.
     template <typename T>
     bool set(const T& in, const char* key) {
-        CFStringRef keyString = createKey(key);
-        if (keyString == nullptr) {
-            m_lastError = QV_CONFIG_SET_BAD_ARGUMENT;
-            return false;
-        }
         // Conversion runs outside the lock; only the swap of the entry needs it.
         CFMutableDictionaryRef entry =
             CFDictionaryCreateMutable(kCFAllocatorDefault, 0, &kCFTypeDictionaryKeyCallBacks,
@@ -129,17 +124,51 @@ public:
             if (entry != nullptr) {
                 CFRelease(entry);
             }
-            CFRelease(keyString);
-            m_lastError = QV_CONFIG_SET_CONVERT;
+            m_lastError =
+                key == nullptr || !m_loaded ? QV_CONFIG_SET_BAD_ARGUMENT : QV_CONFIG_SET_CONVERT;
+            return false;
+        }
+        const bool replaced = setEntry(entry, key);
+        CFRelease(entry);
+        return replaced;
+    }
+
+    // Replaces the top-level entry `key` with `entry` itself, retained and not copied, in
+    // memory only. For an owner that keeps the parts of an entry from one save to the
+    // next: immutable parts keep their XML text, so a save renders only what changed.
+    bool setEntry(CFDictionaryRef entry, const char* key) {
+        CFStringRef keyString = createKey(key);
+        if (keyString == nullptr || entry == nullptr) {
+            if (keyString != nullptr) {
+                CFRelease(keyString);
+            }
+            m_lastError = QV_CONFIG_SET_BAD_ARGUMENT;
             return false;
         }
         Guard<Lock> guard(m_lock);
-        CFDictionaryRemoveValue(m_root, keyString);
-        CFDictionaryAddValue(m_root, keyString, entry);
+        CFDictionarySetValue(m_root, keyString, entry);
         CFRelease(keyString);
-        CFRelease(entry);
         m_lastError = QV_CONFIG_OK;
         return true;
+    }
+
+    // A new reference to the top-level dictionary under `key` as it is in memory (its
+    // containers immutable), or null.
+    CFDictionaryRef copyEntry(const char* key) {
+        CFStringRef keyString = createKey(key);
+        if (keyString == nullptr) {
+            m_lastError = QV_CONFIG_GET_BAD_ARGUMENT;
+            return nullptr;
+        }
+        Guard<Lock> guard(m_lock);
+        CFTypeRef value = CFDictionaryGetValue(m_root, keyString);
+        CFRelease(keyString);
+        if (value == nullptr || CFGetTypeID(value) != CFDictionaryGetTypeID()) {
+            m_lastError = QV_CONFIG_GET_NO_ENTRY;
+            return nullptr;
+        }
+        m_lastError = QV_CONFIG_OK;
+        return static_cast<CFDictionaryRef>(CFRetain(value));
     }
 
     // Writes the whole document over the configuration file, after copying the file as
@@ -174,22 +203,12 @@ public:
             m_lastError = QV_CONFIG_SAVE_SERIALIZE;
             return false;
         }
-        const CFIndex length = CFDataGetLength(data);
-        // Emptied first, so that a write cut short (killed, disk full) leaves a prefix that
-        // never parses, and loading falls back to the backup, instead of the new document's
-        // start over the old one's end, which can parse as a third document.
-        m_fileIncomplete = true;
-        if (ftruncate(m_fd, 0) != 0 || lseek(m_fd, 0, SEEK_SET) == -1 ||
-            write(m_fd, CFDataGetBytePtr(data), static_cast<size_t>(length)) != length) {
-            CFRelease(data);
+        const bool written = overwriteInPlace(CFDataGetBytePtr(data), CFDataGetLength(data));
+        CFRelease(data);
+        if (!written) {
             m_lastError = QV_CONFIG_SAVE_WRITE;
             return false;
         }
-        m_fileIncomplete = false;
-        CFRelease(data);
-        // The document may have shrunk: cut off what is left of the previous one.
-        const int truncated = ftruncate(m_fd, length);
-        (void)truncated;
         fsync(m_fd);
         m_lastError = QV_CONFIG_OK;
         return true;
@@ -284,10 +303,13 @@ private:
         if (data == nullptr) {
             return false;
         }
-        // Any format is accepted; the format found is of no interest.
+        // Any format is accepted; the format found is of no interest. Only the root is
+        // changed in place (entries are replaced whole), so everything below it is read
+        // immutable: immutable entries can be shared with their owners and keep their XML
+        // text from one save to the next.
         CFPropertyListFormat format = kCFPropertyListXMLFormat_v1_0;
         CFPropertyListRef plist = CFPropertyListCreateWithData(
-            kCFAllocatorDefault, data, kCFPropertyListMutableContainers, &format, nullptr);
+            kCFAllocatorDefault, data, kCFPropertyListImmutable, &format, nullptr);
         CFRelease(data);
         if (plist == nullptr) {
             return false;
@@ -297,8 +319,10 @@ private:
             CFRelease(plist);
             return false;
         }
-        m_root = static_cast<CFMutableDictionaryRef>(const_cast<void*>(plist));
-        return true;
+        m_root = CFDictionaryCreateMutableCopy(kCFAllocatorDefault, 0,
+                                               static_cast<CFDictionaryRef>(plist));
+        CFRelease(plist);
+        return m_root != nullptr;
     }
 
     // The whole file in a new buffer (size 0 gives an empty buffer); null when the file
@@ -384,6 +408,27 @@ private:
         }
         m_fd = fd;
         m_inode = fileStat.st_ino;
+        return true;
+    }
+
+    // Writes `bytes` over the file, first byte last. Until then the file starts with a NUL,
+    // which no property list does, so a write cut short (killed, disk full) leaves a file
+    // that never parses and loading falls back to the backup, instead of the new
+    // document's start over the old one's end, which can parse as a third document.
+    // Overwriting in place keeps the file's pages: emptying it first made every save free
+    // and allocate them all again.
+    bool overwriteInPlace(const UInt8* bytes, CFIndex length) {
+        if (length <= 0) {
+            return false;
+        }
+        const auto rest = static_cast<size_t>(length - 1);
+        m_fileIncomplete = true;
+        if (pwrite(m_fd, "", 1, 0) != 1 ||
+            pwrite(m_fd, bytes + 1, rest, 1) != static_cast<ssize_t>(rest) ||
+            ftruncate(m_fd, length) != 0 || pwrite(m_fd, bytes, 1, 0) != 1) {
+            return false;
+        }
+        m_fileIncomplete = false;
         return true;
     }
 

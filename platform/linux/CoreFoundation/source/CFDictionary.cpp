@@ -219,14 +219,27 @@ CFMutableDictionaryRef CFDictionaryCreateMutable(CFAllocatorRef, CFIndex capacit
     return new __CFDictionary(keyCallBacks, valueCallBacks, true);
 }
 
-CFDictionaryRef CFDictionaryCreateCopy(CFAllocatorRef, CFDictionaryRef theDict) {
-    const __CFDictionary* source = asDictionary(theDict, "CFDictionaryCreateCopy");
-    auto* copy = new __CFDictionary(&source->keyCallBacks, &source->valueCallBacks, false);
+namespace {
+
+__CFDictionary* copyDictionary(CFDictionaryRef theDict, bool isMutable, const char* function) {
+    const __CFDictionary* source = asDictionary(theDict, function);
+    auto* copy = new __CFDictionary(&source->keyCallBacks, &source->valueCallBacks, isMutable);
     copy->table.reserve(source->table.size());
     for (const auto& entry : source->table) {
         copy->put(entry.first, entry.second, false);
     }
     return copy;
+}
+
+}  // namespace
+
+CFDictionaryRef CFDictionaryCreateCopy(CFAllocatorRef, CFDictionaryRef theDict) {
+    return copyDictionary(theDict, false, "CFDictionaryCreateCopy");
+}
+
+CFMutableDictionaryRef CFDictionaryCreateMutableCopy(CFAllocatorRef, CFIndex,
+                                                     CFDictionaryRef theDict) {
+    return copyDictionary(theDict, true, "CFDictionaryCreateMutableCopy");
 }
 
 CFIndex CFDictionaryGetCount(CFDictionaryRef theDict) {

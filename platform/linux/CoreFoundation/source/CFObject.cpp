@@ -124,6 +124,13 @@ void CFRelease(CFTypeRef cf) {
     }
 }
 
+Boolean CFEqual(CFTypeRef cf1, CFTypeRef cf2) {
+    if (cf1 == nullptr || cf2 == nullptr) {
+        qvcf::fatal("CFEqual", "called with NULL");
+    }
+    return qvcf::equal(cf1, cf2);
+}
+
 CFTypeID CFGetTypeID(CFTypeRef cf) {
     if (cf == nullptr) {
         qvcf::fatal("CFGetTypeID", "called with NULL");

@@ -69,5 +69,7 @@ CF_EXPORT const CFAllocatorRef kCFAllocatorNull;
 CF_EXPORT CFTypeRef CFRetain(CFTypeRef cf);
 CF_EXPORT void CFRelease(CFTypeRef cf);
 CF_EXPORT CFTypeID CFGetTypeID(CFTypeRef cf);
+// Content equality: strings by text, numbers by value, containers element by element.
+CF_EXPORT Boolean CFEqual(CFTypeRef cf1, CFTypeRef cf2);
 
 CF_EXTERN_C_END

@@ -45,6 +45,11 @@ CF_EXPORT CFMutableDictionaryRef CFDictionaryCreateMutable(
 
 // An immutable dictionary with the same callbacks, keys and values (retained again).
 CF_EXPORT CFDictionaryRef CFDictionaryCreateCopy(CFAllocatorRef allocator, CFDictionaryRef theDict);
+// A mutable dictionary with the same callbacks, keys and values (retained again, not
+// copied: a shallow copy).
+CF_EXPORT CFMutableDictionaryRef CFDictionaryCreateMutableCopy(CFAllocatorRef allocator,
+                                                               CFIndex capacity,
+                                                               CFDictionaryRef theDict);
 
 CF_EXPORT CFIndex CFDictionaryGetCount(CFDictionaryRef theDict);
 CF_EXPORT Boolean CFDictionaryContainsKey(CFDictionaryRef theDict, const void* key);
