@@ -1,4 +1,5 @@
-// The property-list reader: libplist's pitfalls corrected, hostile input refused.
+// The property-list reader: XML read as CoreFoundation reads it, libplist's pitfalls in
+// binary files corrected, hostile input refused.
 #include "CFTestSupport.h"
 #include "support/TempDir.h"
 
@@ -45,11 +46,94 @@ TEST(PlistReader, IntegersReadAsCoreFoundationReadsThem) {
               (std::vector<int64_t>{INT64_MIN, INT64_MAX, -1}));
 }
 
-TEST(PlistReader, MalformedIntegersFailTheDocument) {
+TEST(PlistReader, MalformedValuesFailTheDocument) {
     for (const char* bad :
-         {"<integer>abc</integer>", "<integer></integer>", "<integer>1 2</integer>",
-          "<integer>0x</integer>", "<integer>&#49;</integer>"}) {
+         {// Integers: no digits, junk, references, markup, beyond int64_t (libplist
+          // wrapped these into other numbers), empty.
+          "<integer>abc</integer>", "<integer></integer>", "<integer>1 2</integer>",
+          "<integer>0x</integer>", "<integer>&#49;</integer>", "<integer>1<!-- -->2</integer>",
+          "<integer>9223372036854775808</integer>", "<integer>-9223372036854775809</integer>",
+          "<integer>99999999999999999999</integer>", "<integer>0x8000000000000000</integer>",
+          "<integer/>",
+          // Reals: what atof() read as 0 or as a prefix.
+          "<real/>", "<real></real>", "<real>abc</real>", "<real>1.5 </real>", "<real>1.5e</real>",
+          "<real>0x1p3</real>", "<real>-nan</real>", "<real> nan</real>", "<real>1<!-- -->5</real>",
+          // Data: non-ASCII, markup, empty element.
+          "<data>QUJD\xC3\xA9</data>", "<data>QU<!-- -->JD</data>", "<data/>",
+          // Booleans and dates hold nothing.
+          "<true>x</true>", "<false><!-- --></false>", "<true> </true>",
+          "<date>2020-01-01T00:00:00Z<!-- --></date>", "<date/>"}) {
         EXPECT_EQ(parse(xmlDocument(bad)), nullptr) << bad;
+    }
+}
+
+// The string `body` reads as, or "(refused)".
+std::string textOf(const std::string& body) {
+    CFHolder value = parse(xmlDocument(body));
+    if (value == nullptr) {
+        return "(refused)";
+    }
+    EXPECT_EQ(CFGetTypeID(value.get()), CFStringGetTypeID());
+    char text[256] = "";
+    EXPECT_TRUE(CFStringGetCString(static_cast<CFStringRef>(value.get()), text, sizeof text,
+                                   kCFStringEncodingUTF8));
+    return text;
+}
+
+TEST(PlistReader, TextReadsWithReferencesAndSections) {
+    const struct {
+        const char* body;
+        const char* text;
+    } cases[] = {
+        {"<string>&lt;&gt;&amp;&apos;&quot;</string>", "<>&'\""},
+        {"<string>&#65;&#x42;&#x1f525;&#0000065;</string>",
+         "AB\xF0\x9F\x94\xA5"
+         "A"},
+        {"<string>a<![CDATA[<b>&amp;]]>c</string>", "a<b>&amp;c"},
+        {"<string> two\r\nlines </string>", " two\r\nlines "},
+        {"<string/>", ""},
+        {"<string a=\"1\"></string >", ""},
+        {"<key>where a value is due</key>", "where a value is due"},
+        {"<plist><string>wrapped</string></plist>", "wrapped"},
+        // libplist read a prefix of a name, an uppercase X, a sign, a lone "&".
+        {"<string>&ampx;</string>", "(refused)"},
+        {"<string>&#X41;</string>", "(refused)"},
+        {"<string>&#+65;</string>", "(refused)"},
+        {"<string>a&</string>", "(refused)"},
+        {"<string>&nbsp;</string>", "(refused)"},
+        {"<string>&#00000065;</string>", "(refused)"},
+        {"<string>&#0;</string>", "(refused)"},
+        {"<string>&#xD800;</string>", "(refused)"},
+        {"<string>&#x110000;</string>", "(refused)"},
+        {"<string>a<!-- c -->b</string>", "(refused)"},
+        {"<string>a<![CDATA[b</string>", "(refused)"},
+    };
+    for (const auto& c : cases) {
+        EXPECT_EQ(textOf(c.body), c.text) << c.body;
+    }
+}
+
+TEST(PlistReader, RealsAndDataReadAsCoreFoundationReadsThem) {
+    const struct {
+        const char* body;
+        const char* written;
+    } cases[] = {
+        {"<real>1.5e3</real>", "<real>1500</real>"},
+        {"<real> \t+.5</real>", "<real>0.5</real>"},
+        {"<real>-INF</real>", "<real>-infinity</real>"},
+        {"<real>Infinity</real>", "<real>+infinity</real>"},
+        {"<real>NaN</real>", "<real>nan</real>"},
+        {"<real><![CDATA[2.5]]></real>", "<real>2.5</real>"},
+        {"<real>1e999</real>", "<real>+infinity</real>"},
+        {"<data>QUJD\n\tREVG</data>", "<data>\nQUJDREVG\n</data>"},
+        {"<data>QQ==</data>", "<data>\nQQ==\n</data>"},
+        {"<data>QUI=</data>", "<data>\nQUI=\n</data>"},
+        {"<data></data>", "<data>\n</data>"},
+    };
+    for (const auto& c : cases) {
+        CFHolder value = parse(xmlDocument(c.body));
+        ASSERT_NE(value, nullptr) << c.body;
+        EXPECT_EQ(toXml(value.get()), xmlDocument(std::string(c.written) + "\n")) << c.body;
     }
 }
 
@@ -117,11 +201,13 @@ TEST(PlistReaderDeathTest, RealsIgnoreTheThreadLocale) {
     EXPECT_EXIT(checkRealsUnderCommaLocale(dir.path()), ::testing::ExitedWithCode(0), "");
 }
 
-std::string nestedArrays(size_t depth) {
+// `depth` arrays, the innermost holding `innermost`.
+std::string nestedArrays(size_t depth, const std::string& innermost = "") {
     std::string text;
     for (size_t i = 0; i < depth; ++i) {
         text += "<array>";
     }
+    text += innermost;
     for (size_t i = 0; i < depth; ++i) {
         text += "</array>";
     }
@@ -131,23 +217,88 @@ std::string nestedArrays(size_t depth) {
 TEST(PlistReader, NestingIsBoundedAt512Levels) {
     EXPECT_NE(parse(nestedArrays(512)), nullptr);
     EXPECT_EQ(parse(nestedArrays(513)), nullptr);
+    EXPECT_EQ(parse(nestedArrays(512, "<dict/>")), nullptr);
     EXPECT_EQ(parse(nestedArrays(100000)), nullptr);
-    // Markup inside comments and CDATA does not count.
+    // Markup inside comments and CDATA does not count, nor do <plist> wrappers.
     EXPECT_NE(parse(xmlDocument("<!-- <array><array> --><array><string><![CDATA[<array>]]>"
                                 "</string></array>")),
               nullptr);
+    std::string wrappers;
+    std::string closings;
+    for (int i = 0; i < 100000; ++i) {
+        wrappers += "<plist>";
+        closings += "</plist>";
+    }
+    EXPECT_NE(parse(wrappers + "<array><true/></array>" + closings), nullptr);
+}
+
+TEST(PlistReader, ValuesAreBoundedInNumber) {
+    std::string many;
+    for (size_t i = 0; i < (size_t{1} << 20) - 1; ++i) {
+        many += "<true/>";
+    }
+    // The root array and 2^20 - 1 values are read; one more is refused.
+    EXPECT_NE(parse(xmlDocument("<array>" + many + "</array>")), nullptr);
+    EXPECT_EQ(parse(xmlDocument("<array>" + many + "<true/></array>")), nullptr);
+}
+
+TEST(PlistReader, MarkupAroundValuesIsSkipped) {
+    const std::string canonical =
+        toXml(parse(xmlDocument("<dict><key>a</key><array><true/></array></dict>")).get());
+    ASSERT_FALSE(canonical.empty());
+    for (const std::string& document : std::vector<std::string>{
+             "<dict><key>a</key><array><true/></array></dict>",
+             "\n\t<dict  ><key\n>a</key ><array><true></true></array\t></dict>",
+             "<?xml version=\"1.0\"?><!-- c --><!DOCTYPE plist [ <!ENTITY x \"y\"> %p; "
+             "<!-- ] --> <?i?> ]><plist><dict><key>a</key><array><true/></array></dict></plist>",
+             "<plist><!-- c --><?i \"?\"?><dict><!----><key>a</key><?i?><array><true/><!-- <x> -->"
+             "</array></dict><!-- c --></plist>",
+             "<plist><plist><dict><key>a</key><array><plist><true/></plist></array></dict>"
+             "</plist></plist>",
+             "<dict><key>a</key><array><true/></array></dict> after the element: ignored <x",
+             xmlDocument("<dict><key>a</key><array><true/></array></dict>") + "trailing \x01",
+             "<dict a=\"<b\" c=\"\"><key>a</key><array><true/></array></dict>",
+             "<dict><key>a</key><integer>1</integer><key>a</key><array><true/></array></dict>",
+         }) {
+        EXPECT_EQ(toXml(parse(document).get()), canonical) << document;
+    }
 }
 
 TEST(PlistReader, BrokenXmlFailsCleanly) {
     const std::string good = xmlDocument("<dict><key>a</key><string>b</string></dict>");
     ASSERT_NE(parse(good), nullptr);
-    for (size_t cut : {size_t{0}, size_t{10}, good.size() / 2, good.size() - 12}) {
+    // Cut inside the root, before </plist>, and at no content at all.
+    for (size_t cut : {size_t{0}, size_t{10}, good.size() / 2, good.size() - 12, good.size() - 9}) {
         EXPECT_EQ(parse(good.substr(0, cut)), nullptr) << "truncated at " << cut;
     }
-    EXPECT_EQ(parse("not a property list at all"), nullptr);
-    EXPECT_EQ(parse(xmlDocument("<string>\xFF\xFE</string>")), nullptr);
-    EXPECT_EQ(parse(std::string("\0\0\0\0", 4)), nullptr);
-    EXPECT_EQ(parse(xmlDocument(std::string("<string>a\0b</string>", 20))), nullptr);
+    for (const std::string& bad : std::vector<std::string>{
+             std::string("not a property list at all"), std::string("\0\0\0\0", 4),
+             xmlDocument("<string>\xFF\xFE</string>"), xmlDocument("<key>\xC0\x80</key>"),
+             xmlDocument(std::string("<string>a\0b</string>", 20)),
+             // Unclosed and mismatched elements; end tags with more than their name.
+             "<plist><array><true/></array>", "<array><true/>", "<array></dict>",
+             "<dict><key>a</key></key></dict>", "<array></array x>", "<array></array/>",
+             "<plist><true/></plst>",
+             // A key without value, a value without key, <key/> where a key is due.
+             "<dict><key>a</key></dict>", "<dict><key>a</key><!-- c --></dict>",
+             "<dict><string>a</string></dict>", "<dict><key/><true/></dict>",
+             "<dict><plist><key>a</key><true/></plist></dict>",
+             // Text outside elements.
+             "x<plist><true/></plist>", "<array>x<true/></array>", "<array><true/>x</array>",
+             // <plist> holds exactly one value.
+             "<plist></plist>", "<plist/>", "<plist><true/><false/></plist>",
+             "<plist><array/><true/></plist>",
+             // Unknown, empty and malformed tags.
+             "<foo/>", "<>", "<array><x/></array>", "<array><true/ ></array>", "<array",
+             "<dict a=\">\"></dict>", "<dict a<b></dict>",
+             // Unterminated or misplaced markup.
+             "<!-- <true/>", "<?xml <true/>", "<!DOCTYPE plist <true/>", "<![CDATA[x]]><true/>",
+             "<!ELEMENT x><true/>", "<array><!DOCTYPE x></array>", "<array><![CDATA[x]]></array>",
+             "<array><!---></array>", "<?> <?x?><true/>", "<?x \"?>\"?><true/>",
+             "<!DOCTYPE x \">\"><true/>", "<!DOCTYPE x [ ] ><true/>",
+             "<!DOCTYPE x [ junk ]><true/>", "<!DOCTYPE x [ <!-- ]> --> ]><true/>"}) {
+        EXPECT_EQ(parse(bad), nullptr) << bad;
+    }
 }
 
 TEST(PlistReader, DatesOutsideWhatLibplistCarriesAreRefused) {

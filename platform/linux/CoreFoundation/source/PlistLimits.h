@@ -13,7 +13,9 @@ constexpr size_t kMaxPlistDepth = 512;
 // from many places, so its expanded size is bounded separately from its byte size.
 constexpr size_t kMaxPlistNodes = size_t{1} << 20;
 
-// Dates libplist carries faithfully: whole seconds from 2001-01-01 must fit 32 bits.
+// Dates read: libplist carries binary ones faithfully only while whole seconds from
+// 2001-01-01 fit 32 bits, and XML files keep to the same range so that a date reads
+// alike in both formats.
 constexpr double kMinPlistDate = -2147483648.0;
 constexpr double kMaxPlistDate = 2147483647.0;
 

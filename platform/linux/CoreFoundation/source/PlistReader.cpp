@@ -8,17 +8,15 @@
 #include "CFNumberObject.h"
 #include "CFStringObject.h"
 #include "PlistLimits.h"
-#include "XmlPlistPreparer.h"
+#include "PlistValueCache.h"
+#include "XmlPlistParser.h"
 
 #include <plist/plist.h>
 
-#include <locale.h>
-#include <clocale>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
-#include <string>
-#include <unordered_map>
+#include <string_view>
 
 namespace qvcf {
 namespace {
@@ -36,23 +34,6 @@ struct ReleaseDeleter {
 };
 using Owned = std::unique_ptr<const void, ReleaseDeleter>;
 
-// libplist reads reals with atof(), which follows the thread's locale; "0.5" must not
-// read as 0 under a locale with a decimal comma.
-class CLocaleScope {
-public:
-    CLocaleScope() : previous_(uselocale(cLocale())) {}
-    ~CLocaleScope() { uselocale(previous_); }
-    CLocaleScope(const CLocaleScope&) = delete;
-    CLocaleScope& operator=(const CLocaleScope&) = delete;
-
-private:
-    static locale_t cLocale() {
-        static const locale_t locale = newlocale(LC_ALL_MASK, "C", static_cast<locale_t>(0));
-        return locale != static_cast<locale_t>(0) ? locale : LC_GLOBAL_LOCALE;
-    }
-    locale_t previous_;
-};
-
 PlistTree parseBinary(const UInt8* bytes, size_t size) {
     if (!BinaryPlistGuard::check(bytes, size)) {
         return nullptr;
@@ -62,31 +43,10 @@ PlistTree parseBinary(const UInt8* bytes, size_t size) {
     return PlistTree(root);
 }
 
-PlistTree parseXml(const UInt8* bytes, size_t size) {
-    std::string prepared;
-    if (!XmlPlistPreparer::prepare(reinterpret_cast<const char*>(bytes), size, prepared)) {
-        return nullptr;
-    }
-    const CLocaleScope cLocale;
-    plist_t root = nullptr;
-    plist_from_xml(prepared.data(), static_cast<uint32_t>(prepared.size()), &root);
-    return PlistTree(root);
-}
-
-// Turns one libplist tree into CoreFoundation objects.
+// Turns one libplist tree (of a binary document) into CoreFoundation objects.
 class TreeConverter {
 public:
     explicit TreeConverter(bool mutableContainers) : mutable_(mutableContainers) {}
-    ~TreeConverter() {
-        for (const auto& entry : keys_) {
-            CFRelease(entry.second);
-        }
-        for (const void* number : smallIntegers_) {
-            if (number != nullptr) {
-                CFRelease(number);
-            }
-        }
-    }
     TreeConverter(const TreeConverter&) = delete;
     TreeConverter& operator=(const TreeConverter&) = delete;
 
@@ -101,7 +61,7 @@ public:
                 uint64_t raw = 0;
                 plist_get_uint_val(node, &raw);
                 // libplist hands back the two's-complement bits of negative values.
-                return integer(static_cast<int64_t>(raw));
+                return cache_.integer(static_cast<int64_t>(raw));
             }
             case PLIST_REAL: {
                 double value = 0;
@@ -179,7 +139,7 @@ private:
                 std::free(keyText);
                 break;
             }
-            Owned key(keyText != nullptr ? sharedKey(keyText) : nullptr);
+            Owned key(keyText != nullptr ? cache_.key(keyText) : nullptr);
             std::free(keyText);
             Owned value(key != nullptr ? convert(item, depth) : nullptr);
             ok = value != nullptr;
@@ -191,41 +151,24 @@ private:
         return ok ? owner.release() : nullptr;
     }
 
-    // A new reference to the one string of this read with the text `text`. A document
-    // repeats a few key names in every dictionary (ten thousand rules, twenty keys
-    // each); one immutable string per name keeps the tree small and its walks in cache.
-    const void* sharedKey(const char* text) {
-        auto found = keys_.find(text);
-        if (found != keys_.end()) {
-            return CFRetain(found->second);
-        }
-        const void* made = createString(text, std::strlen(text));
-        if (made == nullptr) {
-            return nullptr;
-        }
-        keys_.emplace(text, made);
-        return CFRetain(made);
-    }
-
-    // A new reference to a number of `value`. Enumerations, flags and lengths repeat in
-    // every rule; numbers are immutable, so one object per small value serves them all.
-    const void* integer(int64_t value) {
-        if (value < 0 || value >= static_cast<int64_t>(kSmallIntegers)) {
-            return new __CFNumber(value);
-        }
-        const void*& shared = smallIntegers_[value];
-        if (shared == nullptr) {
-            shared = new __CFNumber(value);
-        }
-        return CFRetain(shared);
-    }
-
-    static constexpr size_t kSmallIntegers = 256;
     const bool mutable_;
     size_t nodes_ = 0;
-    const void* smallIntegers_[kSmallIntegers] = {};
-    std::unordered_map<std::string, const void*> keys_;
+    PlistValueCache cache_;
 };
+
+const void* readBinary(const UInt8* bytes, size_t size, bool mutableContainers,
+                       const char*& problem) {
+    PlistTree tree = parseBinary(bytes, size);
+    if (tree == nullptr) {
+        problem = "malformed binary property list";
+        return nullptr;
+    }
+    const void* root = TreeConverter(mutableContainers).convert(tree.get(), 0);
+    if (root == nullptr) {
+        problem = "property list holds an unsupported or malformed value";
+    }
+    return root;
+}
 
 }  // namespace
 
@@ -241,14 +184,11 @@ CFPropertyListRef PlistReader::read(const UInt8* bytes, size_t size, bool mutabl
     }
     const bool binary =
         size >= kBinaryMagicLength && std::memcmp(bytes, kBinaryMagic, kBinaryMagicLength) == 0;
-    PlistTree tree = binary ? parseBinary(bytes, size) : parseXml(bytes, size);
-    if (tree == nullptr) {
-        problem = binary ? "malformed binary property list" : "malformed XML property list";
-        return nullptr;
-    }
-    const void* root = TreeConverter(mutableContainers).convert(tree.get(), 0);
+    const void* root =
+        binary ? readBinary(bytes, size, mutableContainers, problem)
+               : XmlPlistParser::parse(std::string_view(reinterpret_cast<const char*>(bytes), size),
+                                       mutableContainers, problem);
     if (root == nullptr) {
-        problem = "property list holds an unsupported or malformed value";
         return nullptr;
     }
     format = binary ? kCFPropertyListBinaryFormat_v1_0 : kCFPropertyListXMLFormat_v1_0;

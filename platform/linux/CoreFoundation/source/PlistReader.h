@@ -1,4 +1,5 @@
-// Reads XML and binary property lists into CoreFoundation objects through libplist.
+// Reads XML property lists (XmlPlistParser) and binary ones (through libplist) into
+// CoreFoundation objects.
 #pragma once
 
 #include <CoreFoundation/CFPropertyList.h>

@@ -82,6 +82,22 @@ Utf8Facts inspectUtf8(std::string_view text) {
     return facts;
 }
 
+void appendUtf8(std::string& out, uint32_t codePoint) {
+    if (codePoint < 0x80) {
+        out += static_cast<char>(codePoint);
+        return;
+    }
+    const size_t length = codePoint < 0x800 ? 2 : codePoint < 0x10000 ? 3 : 4;
+    constexpr unsigned char kLeadMarks[] = {0, 0, 0xC0, 0xE0, 0xF0};
+    char bytes[4];
+    for (size_t i = length - 1; i > 0; --i) {
+        bytes[i] = static_cast<char>(0x80 | (codePoint & 0x3F));
+        codePoint >>= 6;
+    }
+    bytes[0] = static_cast<char>(kLeadMarks[length] | codePoint);
+    out.append(bytes, length);
+}
+
 int compareUtf16(std::string_view a, std::string_view b, bool foldAscii) {
     size_t posA = 0;
     size_t posB = 0;

@@ -2,6 +2,8 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
+#include <string>
 #include <string_view>
 
 namespace qvcf {
@@ -15,6 +17,9 @@ struct Utf8Facts {
 
 // Rejects overlong forms, surrogate code points, values above U+10FFFF and U+0000.
 Utf8Facts inspectUtf8(std::string_view text);
+
+// Appends the UTF-8 form of `codePoint`, which must be a Unicode scalar value.
+void appendUtf8(std::string& out, uint32_t codePoint);
 
 // Negative, zero or positive as `a` sorts before, with or after `b` by UTF-16 code
 // unit; with `foldAscii`, ASCII letters compare without regard to case. Both texts must
