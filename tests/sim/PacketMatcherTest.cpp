@@ -4,8 +4,6 @@
 #include <gtest/gtest.h>
 
 #include "SimFakes.h"
-#include "ipfwsim/PacketCommand.h"
-#include "ipfwsim/PacketMatcher.h"
 
 namespace simtest {
 namespace {
@@ -146,18 +144,6 @@ TEST(PacketMatcher, ProbabilityIsReproducibleWithAFixedSeed) {
     EXPECT_LT(denied, 80u);
 }
 
-TEST(PacketMatcher, DrawsAreUniformAndDifferPerPacket) {
-    auto draws = probabilityDraws(1, 0);
-    uint64_t sum = 0;
-    for (int i = 0; i < 1000; ++i) {
-        uint32_t value = draws();
-        ASSERT_LT(value, 0x80000000u);
-        sum += value;
-    }
-    EXPECT_NEAR(static_cast<double>(sum) / 1000 / 0x7fffffff, 0.5, 0.05);
-    EXPECT_NE(probabilityDraws(1, 0)(), probabilityDraws(1, 1)());
-}
-
 TEST(PacketLog, WritesTheKernelLineToTheFileSyslogRoutesTo) {
     Session s;
     s.run("-q add 3100 deny log logamount 0 proto tcp");
@@ -176,23 +162,35 @@ TEST(PacketLog, WritesTheKernelLineToTheFileSyslogRoutesTo) {
         "Nov 14 22:13:20 myhost kernel: ipfw: 3400 Reset P:47 10.0.0.1 10.0.0.2 in via gif0\n");
 }
 
-TEST(PacketLog, LogamountStopsAfterItsBudgetAndVerboseSwitchesLoggingOff) {
+// The budget counts logged packets only; resetlog renews it and keeps the counters,
+// which zero clears; with verbose off nothing is logged.
+TEST(PacketLog, LogamountResetlogZeroAndVerbose) {
     Session s;
     s.run("-q add 3100 deny log logamount 2 proto tcp");
+    const std::string packet = "packet tcp 10.0.0.1:1 10.0.0.2:2 via en0";
     for (int i = 0; i < 4; ++i) {
-        s.run("packet tcp 10.0.0.1:1 10.0.0.2:2 via en0");
+        s.run(packet);
     }
     const std::string line =
         "Nov 14 22:13:20 myhost kernel: ipfw: 3100 Deny TCP 10.0.0.1:1 10.0.0.2:2 in via en0\n";
     const std::string limit =
         "Nov 14 22:13:20 myhost kernel: ipfw: limit 2 reached on entry 3100\n";
-    EXPECT_EQ(s.env.files["/var/log/ipfw.log"], line + line + limit);
-    s.run("-q resetlog");
+    const std::string& log = s.env.files["/var/log/ipfw.log"];
+    EXPECT_EQ(log, line + line + limit);
+    EXPECT_EQ(s.run("resetlog 3100"), "Entry 3100 logging count reset.\n");
+    EXPECT_EQ(s.run("show 3100"),
+              "03100 4 160 deny log logamount 2 ip from any to any proto tcp\n");
+    s.run(packet);
+    s.run(packet);
+    EXPECT_EQ(log, line + line + limit + line + line + limit);
+    EXPECT_EQ(s.run("-q resetlog"), "");
     s.run("disable verbose");
-    s.run("packet tcp 10.0.0.1:1 10.0.0.2:2 via en0");
+    s.run(packet);
     s.run("enable verbose");
-    s.run("packet tcp 10.0.0.1:1 10.0.0.2:2 via en0");
-    EXPECT_EQ(s.env.files["/var/log/ipfw.log"], line + line + limit + line);
+    s.run(packet);
+    EXPECT_EQ(log, line + line + limit + line + line + limit + line);
+    EXPECT_EQ(s.run("zero"), "Accounting cleared.\n");
+    EXPECT_EQ(s.run("show 3100"), "03100 0 0 deny log logamount 2 ip from any to any proto tcp\n");
 }
 
 TEST(PacketLog, NothingIsWrittenWithoutARoute) {
@@ -201,18 +199,6 @@ TEST(PacketLog, NothingIsWrittenWithoutARoute) {
     s.run("-q add 3100 deny log proto tcp");
     EXPECT_EQ(s.run("packet tcp 10.0.0.1:1 10.0.0.2:2"), "3100 Deny\n");
     EXPECT_TRUE(s.env.files.empty());
-}
-
-TEST(PacketCommand, RefusesMalformedPackets) {
-    Session s;
-    for (const char* bad :
-         {"packet tcp", "packet tcp 1.1.1.1:99999 2.2.2.2", "packet bogus 1.1.1.1 2.2.2.2",
-          "packet tcp 1.1.1.1 2.2.2.x", "packet tcp 1.1.1.1 2.2.2.2 tcpflags syn,nope",
-          "packet tcp 1.1.1.1 2.2.2.2 via", "packet udp 1.1.1.1 2.2.2.2 wobble 3"}) {
-        s.run(bad);
-        EXPECT_EQ(s.exitCode, kExitUsage) << bad;
-        EXPECT_EQ(s.console.errors.rfind("ipfw: packet: ", 0), 0u) << s.console.errors;
-    }
 }
 
 }  // namespace

@@ -15,129 +15,44 @@
 namespace simtest {
 namespace {
 
-const std::vector<std::string> kVocabulary = {"allow",
-                                              "deny",
-                                              "reset",
-                                              "unreach",
-                                              "check-state",
-                                              "count",
-                                              "skipto",
-                                              "prob",
-                                              "0.5",
-                                              "set",
-                                              "19",
-                                              "log",
-                                              "logamount",
-                                              "3",
-                                              "not",
-                                              "!",
-                                              "proto",
-                                              "tcp",
-                                              "udp",
-                                              "icmp",
-                                              "ip",
-                                              "all",
-                                              "from",
-                                              "to",
-                                              "any",
-                                              "me",
-                                              "src-ip",
-                                              "dst-ip",
-                                              "10.0.0.0/8",
-                                              "1.2.3.4,localhost",
-                                              "3232235777,",
-                                              "1.2.3.4:255.0.255.0",
-                                              "fileserver",
-                                              "src-port",
-                                              "dst-port",
-                                              "80,8000-8080",
-                                              "0-0",
-                                              "http",
-                                              "icmptypes",
-                                              "8,0",
-                                              "tcpflags",
-                                              "syn,!ack",
-                                              "!",
-                                              "tcpoptions",
-                                              "mss,!sack",
-                                              "ipoptions",
-                                              "rr",
-                                              "iptos",
-                                              "lowdelay",
-                                              "mac",
-                                              "any",
-                                              "00:1A:2b:3c:4d:5e",
-                                              "00:11:22:33:44:55/24",
-                                              "in",
-                                              "out",
-                                              "via",
-                                              "en0",
-                                              "en*",
-                                              "3232235777",
-                                              "recv",
-                                              "xmit",
-                                              "keep-state",
-                                              "setup",
-                                              "established",
-                                              "bogus",
-                                              "",
-                                              ",",
-                                              "/33",
-                                              "-1",
-                                              "65536",
-                                              "4000"};
+// `text` cut at every `separator`, empty pieces included.
+std::vector<std::string> split(const std::string& text, char separator = ' ') {
+    std::vector<std::string> pieces;
+    for (size_t start = 0, end = 0; end != text.size(); start = end + 1) {
+        end = std::min(text.find(separator, start), text.size());
+        pieces.push_back(text.substr(start, end - start));
+    }
+    return pieces;
+}
+
+// Words of the grammar and some that are not (the double blank is the empty word).
+const std::vector<std::string> kVocabulary = split(
+    "allow deny reset unreach check-state count skipto prob 0.5 set 19 log logamount 3 not ! "
+    "proto tcp udp icmp ip all from to any me src-ip dst-ip 10.0.0.0/8 1.2.3.4,localhost "
+    "3232235777, 1.2.3.4:255.0.255.0 fileserver src-port dst-port 80,8000-8080 0-0 http "
+    "icmptypes 8,0 tcpflags syn,!ack ! tcpoptions mss,!sack ipoptions rr iptos lowdelay mac "
+    "any 00:1A:2b:3c:4d:5e 00:11:22:33:44:55/24 in out via en0 en* 3232235777 recv xmit "
+    "keep-state setup established bogus  , /33 -1 65536 4000");
 
 // Mostly whole options, now and then a stray word, so that both sides get exercised.
-const std::vector<std::string> kFragments = {"proto tcp",
-                                             "proto udp",
-                                             "not proto ip",
-                                             "src-ip me",
-                                             "dst-ip 10.0.0.0/8,localhost",
-                                             "src-ip 1.2.3.4:255.0.255.0",
-                                             "dst-port 80,8000-8080",
-                                             "src-port http",
-                                             "src-port any",
-                                             "icmptypes 8,0",
-                                             "tcpflags syn,!ack",
-                                             "tcpoptions mss,!sack",
-                                             "ipoptions rr,!ts",
-                                             "iptos lowdelay",
-                                             "mac any 00:1A:2b:3c:4d:5e",
-                                             "MAC 00:11:22:33:44:55/24 any",
-                                             "in",
-                                             "out",
-                                             "not in",
-                                             "via en0",
-                                             "not via en*",
-                                             "recv 10.0.0.1",
-                                             "xmit any",
-                                             "keep-state",
-                                             "setup",
-                                             "established",
-                                             "tcp from any to me 22",
-                                             "udp from not 10.0.0.1 53 to any"};
-
-std::vector<std::string> splitWords(const std::string& text) {
-    std::vector<std::string> words;
-    size_t start = 0;
-    while (start < text.size()) {
-        size_t end = text.find(' ', start);
-        end = end == std::string::npos ? text.size() : end;
-        words.push_back(text.substr(start, end - start));
-        start = end + 1;
-    }
-    return words;
-}
+const std::vector<std::string> kFragments = split(
+    "proto tcp|proto udp|not proto ip|src-ip me|dst-ip 10.0.0.0/8,localhost|"
+    "src-ip 1.2.3.4:255.0.255.0|dst-port 80,8000-8080|src-port http|src-port any|"
+    "icmptypes 8,0|tcpflags syn,!ack|tcpoptions mss,!sack|ipoptions rr,!ts|iptos lowdelay|"
+    "mac any 00:1A:2b:3c:4d:5e|MAC 00:11:22:33:44:55/24 any|in|out|not in|via en0|"
+    "not via en*|recv 10.0.0.1|xmit any|keep-state|setup|established|tcp from any to me 22|"
+    "udp from not 10.0.0.1 53 to any",
+    '|');
 
 std::vector<std::string> randomBody(std::mt19937& random) {
     const std::vector<std::string> heads = {
         "allow",           "deny log",    "reset log logamount 2", "unreach 3",
         "prob 0.25 count", "skipto 4000", "check-state",           "set 19 allow"};
-    std::vector<std::string> words = splitWords(heads[random() % heads.size()]);
+    std::vector<std::string> words = split(heads[random() % heads.size()]);
     for (size_t n = random() % 6; n > 0; --n) {
         const std::string piece = random() % 10 == 0 ? kVocabulary[random() % kVocabulary.size()]
                                                      : kFragments[random() % kFragments.size()];
-        for (const std::string& word : splitWords(piece)) {
+        for (const std::string& word : split(piece)) {
             words.push_back(word);
         }
     }

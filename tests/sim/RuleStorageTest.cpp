@@ -61,6 +61,13 @@ TEST(RuleCodec, RefusesDamagedTokens) {
 }
 
 TEST(StateFile, FindsRulesByNumberInSortedPartAndOverflow) {
+    std::string empty = StateFile::format(StateHeader{}, {});
+    StateFile none(empty);
+    ASSERT_TRUE(none.open().ok());
+    EXPECT_EQ(none.lastNumber(), 0u);
+    EXPECT_TRUE(none.linesInRange(0, 65535).empty());
+    EXPECT_TRUE(none.appendKeepsOrder(1));
+
     std::vector<StoredRule> rules;
     for (uint32_t n = 100; n <= 5000; n += 100) {
         rules.push_back(stored(n, std::to_string(n)));
@@ -83,15 +90,6 @@ TEST(StateFile, FindsRulesByNumberInSortedPartAndOverflow) {
     EXPECT_EQ(file.lastNumber(), 5000u);
     EXPECT_EQ(file.overflowLines(), 2u);
     EXPECT_FALSE(file.appendKeepsOrder(6000));
-}
-
-TEST(StateFile, EmptyStateHasNoRules) {
-    std::string content = StateFile::format(StateHeader{}, {});
-    StateFile file(content);
-    ASSERT_TRUE(file.open().ok());
-    EXPECT_EQ(file.lastNumber(), 0u);
-    EXPECT_TRUE(file.linesInRange(0, 65535).empty());
-    EXPECT_TRUE(file.appendKeepsOrder(1));
 }
 
 TEST(StateFile, IgnoresAnInterruptedLastLine) {

@@ -2,6 +2,7 @@
 
 // In-memory stand-ins for the simulator's seams: names, state bytes, clock, console.
 
+#include <algorithm>
 #include <cstdlib>
 #include <ctime>
 #include <map>
@@ -68,7 +69,6 @@ private:
 class MemoryStore : public StateStore {
 public:
     std::string bytes = StateFile::format(StateHeader{}, {});
-    int appends = 0;
     int replaces = 0;
 
     Status read(std::string_view& content) override {
@@ -76,7 +76,6 @@ public:
         return Status::success();
     }
     Status append(std::string_view text) override {
-        ++appends;
         bytes += text;
         return Status::success();
     }
@@ -139,6 +138,18 @@ public:
     }
 };
 
+// Splits at blanks as /bin/sh would (no quoting needed by the tests).
+inline std::vector<std::string> splitAtBlanks(const std::string& text) {
+    std::vector<std::string> words;
+    for (size_t start = 0, end; start < text.size(); start = end + 1) {
+        end = std::min(text.find(' ', start), text.size());
+        if (end > start) {
+            words.push_back(text.substr(start, end - start));
+        }
+    }
+    return words;
+}
+
 // Runs commands against one in-memory rule state, like a shell session would.
 struct Session {
     FakeEnvironment env;
@@ -146,23 +157,10 @@ struct Session {
     FakeConsole console;
     int exitCode = 0;
 
-    // Splits at blanks as /bin/sh would (no quoting needed by the tests).
     std::string run(const std::string& commandLine) {
-        std::vector<std::string> words;
-        size_t start = 0;
-        while (start < commandLine.size()) {
-            size_t end = commandLine.find(' ', start);
-            if (end == std::string::npos) {
-                end = commandLine.size();
-            }
-            if (end > start) {
-                words.push_back(commandLine.substr(start, end - start));
-            }
-            start = end + 1;
-        }
         console.output.clear();
         console.errors.clear();
-        exitCode = Simulator(env, store, console).run(words);
+        exitCode = Simulator(env, store, console).run(splitAtBlanks(commandLine));
         return console.output;
     }
 };
