@@ -22,6 +22,7 @@
 #include <fcntl.h>
 #include <stdint.h>
 #include <stdio.h>
+#include <sys/mman.h>
 #include <sys/stat.h>
 #include <sys/types.h>
 #include <unistd.h>
@@ -59,6 +60,31 @@ enum QvConfigError {
     QV_CONFIG_FROM_BACKUP_SHORT_READ = -18,
     QV_CONFIG_FROM_BACKUP_OPEN_TARGET = -19,
     QV_CONFIG_FROM_BACKUP_SHORT_WRITE = -20,
+};
+
+// A buffer of whole pages straight from the kernel, given back as soon as it is
+// released. The store passes the whole file through one on every load and save: taken
+// from the heap, a buffer that large stays resident between saves as a file-sized hole.
+class QvPageBuffer {
+public:
+    explicit QvPageBuffer(size_t size) : m_size(size > 0 ? size : 1) {
+        void* pages =
+            mmap(nullptr, m_size, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+        m_pages = pages == MAP_FAILED ? nullptr : static_cast<char*>(pages);
+    }
+    ~QvPageBuffer() {
+        if (m_pages != nullptr) {
+            munmap(m_pages, m_size);
+        }
+    }
+    QvPageBuffer(const QvPageBuffer&) = delete;
+    QvPageBuffer& operator=(const QvPageBuffer&) = delete;
+
+    char* get() const { return m_pages; }
+
+private:
+    size_t m_size;
+    char* m_pages;
 };
 
 template <typename Lock>
@@ -294,12 +320,13 @@ private:
     // One attempt: the file must hold a valid property list whose root is a dictionary.
     bool loadOnce() {
         long size = 0;
-        std::unique_ptr<UInt8[]> image = readWholeFile(m_path, size);
+        std::unique_ptr<QvPageBuffer> image = readWholeFile(m_path, size);
         if (image == nullptr || size == 0) {
             return false;
         }
-        CFDataRef data =
-            CFDataCreateWithBytesNoCopy(kCFAllocatorDefault, image.get(), size, kCFAllocatorNull);
+        CFDataRef data = CFDataCreateWithBytesNoCopy(kCFAllocatorDefault,
+                                                     reinterpret_cast<const UInt8*>(image->get()),
+                                                     size, kCFAllocatorNull);
         if (data == nullptr) {
             return false;
         }
@@ -327,7 +354,7 @@ private:
 
     // The whole file in a new buffer (size 0 gives an empty buffer); null when the file
     // cannot be opened, the buffer cannot be had or the read comes up short.
-    static std::unique_ptr<UInt8[]> readWholeFile(const std::string& path, long& size) {
+    static std::unique_ptr<QvPageBuffer> readWholeFile(const std::string& path, long& size) {
         FILE* file = fopen(path.c_str(), "r");
         if (file == nullptr) {
             return nullptr;
@@ -335,12 +362,12 @@ private:
         fseek(file, 0, SEEK_END);
         size = ftell(file);
         rewind(file);
-        std::unique_ptr<UInt8[]> image;
+        std::unique_ptr<QvPageBuffer> image;
         if (size >= 0) {
-            image.reset(new (std::nothrow) UInt8[size > 0 ? size : 1]);
+            image.reset(new (std::nothrow) QvPageBuffer(static_cast<size_t>(size)));
         }
-        const bool complete =
-            image != nullptr && fread(image.get(), 1, size, file) == static_cast<size_t>(size);
+        const bool complete = image != nullptr && image->get() != nullptr &&
+                              fread(image->get(), 1, size, file) == static_cast<size_t>(size);
         fclose(file);
         if (!complete) {
             image.reset();
@@ -363,9 +390,8 @@ private:
             fclose(in);
             return errors.shortRead;
         }
-        // Not zeroed: fread fills it whole or the copy fails.
-        std::unique_ptr<char[]> image(new (std::nothrow) char[size > 0 ? size : 1]);
-        if (image == nullptr) {
+        QvPageBuffer image(static_cast<size_t>(size));
+        if (image.get() == nullptr) {
             fclose(in);
             return errors.noMemory;
         }

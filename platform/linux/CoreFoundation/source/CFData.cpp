@@ -18,7 +18,7 @@ __CFData::__CFData(std::vector<UInt8> copy)
       length(static_cast<CFIndex>(owned.size())),
       deallocator(kCFAllocatorNull) {}
 
-__CFData::__CFData(std::string text)
+__CFData::__CFData(qvcf::PagedString text)
     : CFObject(qvcf::kDataTypeId, false),
       ownedText(std::move(text)),
       bytes(reinterpret_cast<const UInt8*>(ownedText.data())),

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "CFObject.h"
+#include "PageAllocator.h"
 
 #include <CoreFoundation/CFData.h>
 
@@ -14,14 +15,14 @@ struct __CFData : qvcf::CFObject {
     // Owns a copy.
     explicit __CFData(std::vector<UInt8> bytes);
     // Owns `text`, taken over without a copy.
-    explicit __CFData(std::string text);
+    explicit __CFData(qvcf::PagedString text);
     ~__CFData() override;
 
     bool equals(const __CFData& other) const;
     CFHashCode hash() const;
 
     std::vector<UInt8> owned;
-    std::string ownedText;
+    qvcf::PagedString ownedText;
     const UInt8* bytes;
     CFIndex length;
     CFAllocatorRef deallocator;

@@ -44,7 +44,7 @@ CFDataRef CFPropertyListCreateData(CFAllocatorRef, CFPropertyListRef propertyLis
         qvcf::reportError(error, qvcf::kPropertyListWriteInvalidError, "invalid property list");
         return nullptr;
     }
-    std::string text;
+    qvcf::PagedString text;
     qvcf::XmlPlistWriter::write(propertyList, text);
     return new __CFData(std::move(text));
 }

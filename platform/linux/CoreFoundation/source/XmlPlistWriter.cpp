@@ -39,7 +39,7 @@ constexpr size_t kDataLineLength = 76;
 
 class Writer {
 public:
-    explicit Writer(std::string& out) : out_(out) {}
+    explicit Writer(PagedString& out) : out_(out) {}
 
     void element(CFTypeRef ref, size_t level) {
         const auto* object = static_cast<const CFObject*>(ref);
@@ -99,7 +99,7 @@ private:
         const size_t start = out_.size();
         render();
         if (mayKeep && !sawMutable_) {
-            container.xml.keep(level, out_.substr(start));
+            container.xml.keep(level, std::string(out_.data() + start, out_.size() - start));
         }
         insideKept_ = outerInsideKept;
         sawMutable_ = sawMutable_ || outerSawMutable;
@@ -237,7 +237,7 @@ private:
         out_ += "</dict>\n";
     }
 
-    std::string& out_;
+    PagedString& out_;
     bool sawMutable_ = false;
     // True while rendering inside an immutable dictionary whose text may be kept.
     bool insideKept_ = false;
@@ -245,11 +245,14 @@ private:
 
 }  // namespace
 
-void XmlPlistWriter::write(CFTypeRef root, std::string& out) {
+void XmlPlistWriter::write(CFTypeRef root, PagedString& out) {
     // Documents are written again and again at about the same size: start with room for
-    // the last one instead of growing through every power of two.
+    // the last one and some more instead of growing through every power of two. A grown
+    // copy would briefly hold the document twice; room never written to costs no memory,
+    // since a buffer this large is made of pages the kernel hands out when first touched.
     static std::atomic<size_t> lastSize{0};
-    out.reserve(out.size() + lastSize.load(std::memory_order_relaxed));
+    const size_t expected = lastSize.load(std::memory_order_relaxed);
+    out.reserve(out.size() + expected + expected / 4);
     out += kHeader;
     Writer(out).element(root, 0);
     out += kFooter;

@@ -3,16 +3,16 @@
 // %.17g with CoreFoundation's spellings of zero, infinities and NaN.
 #pragma once
 
-#include <CoreFoundation/CFBase.h>
+#include "PageAllocator.h"
 
-#include <string>
+#include <CoreFoundation/CFBase.h>
 
 namespace qvcf {
 
 class XmlPlistWriter {
 public:
     // Appends the document to `out`. The tree must have passed PlistValidator.
-    static void write(CFTypeRef root, std::string& out);
+    static void write(CFTypeRef root, PagedString& out);
 };
 
 }  // namespace qvcf
