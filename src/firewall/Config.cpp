@@ -153,8 +153,8 @@ void SaveLogged(QvConfig<Mutex>& store) {
 
 }  // namespace
 
-bool FwConfig::SetRulesEntry(const RuleList& list) {
-    CFMutableDictionaryRef entry = list.plist.CreateEntry();
+bool FwConfig::SetRulesEntry(RuleList& list) {
+    CFMutableDictionaryRef entry = list.plist.CreateEntry(list.rules);
     if (entry == nullptr) {
         return false;
     }
@@ -165,7 +165,7 @@ bool FwConfig::SetRulesEntry(const RuleList& list) {
 
 // Like the options, the list is saved even when its entry could not be made: the file
 // then gets the rest of the document as it is in memory.
-void FwConfig::WriteRules(const RuleList& list) {
+void FwConfig::WriteRules(RuleList& list) {
     SetRulesEntry(list);
     SaveLogged(*m_pConfig);
 }

@@ -81,8 +81,8 @@ private:
     unsigned int SwapRuleOrderPriv(unsigned int a, unsigned int b);
     void ApplyOptionDefaults();
     // Hands the list's entry to the store, in memory only.
-    bool SetRulesEntry(const RuleList& list);
-    void WriteRules(const RuleList& list);
+    bool SetRulesEntry(RuleList& list);
+    void WriteRules(RuleList& list);
     void WriteOptions();
 
     bool m_ready;

@@ -66,23 +66,24 @@ void RuleListPlist::Reset(const FwRuleList& rules, CFDictionaryRef stored) {
     CFArrayRef storedRules = StoredRules(stored);
     m_rules.reserve(static_cast<size_t>(rules.rules_size()));
     for (int i = 0; i < rules.rules_size(); ++i) {
-        m_rules.push_back(CreateRuleValue(rules.rules(i), ValueAt(storedRules, i)));
+        CFTypeRef value = ValueAt(storedRules, i);
+        m_rules.push_back(Slot{value != nullptr ? CFRetain(value) : nullptr, false});
     }
 }
 
 void RuleListPlist::Put(const FwRuleList& rules, int position) {
-    CFTypeRef value = CreateRuleValue(rules.rules(position), nullptr);
+    const Slot slot{CreateRuleValue(rules.rules(position), nullptr), true};
     if (static_cast<size_t>(position) < m_rules.size()) {
-        ReleaseIfAny(m_rules[position]);
-        m_rules[position] = value;
+        ReleaseIfAny(m_rules[position].value);
+        m_rules[position] = slot;
     } else {
-        m_rules.push_back(value);
+        m_rules.push_back(slot);
     }
 }
 
 void RuleListPlist::MoveLastTo(int position) {
     std::swap(m_rules[position], m_rules.back());
-    ReleaseIfAny(m_rules.back());
+    ReleaseIfAny(m_rules.back().value);
     m_rules.pop_back();
 }
 
@@ -91,28 +92,44 @@ void RuleListPlist::Swap(int a, int b) {
 }
 
 void RuleListPlist::Clear() {
-    for (CFTypeRef value : m_rules) {
-        ReleaseIfAny(value);
+    for (const Slot& slot : m_rules) {
+        ReleaseIfAny(slot.value);
     }
     m_rules.clear();
+}
+
+void RuleListPlist::Check(const FwRuleList& rules) {
+    for (size_t i = 0; i < m_rules.size(); ++i) {
+        Slot& slot = m_rules[i];
+        if (!slot.checked) {
+            CFTypeRef stored = slot.value;
+            slot.value = CreateRuleValue(rules.rules(static_cast<int>(i)), stored);
+            slot.checked = true;
+            ReleaseIfAny(stored);
+        }
+    }
 }
 
 // The entry itself stays mutable on purpose: the XML writer keeps the text of the
 // outermost immutable dictionaries, which must be the rules and not a list made anew
 // for every save.
-CFMutableDictionaryRef RuleListPlist::CreateEntry() const {
-    for (CFTypeRef value : m_rules) {
-        if (value == nullptr) {
+CFMutableDictionaryRef RuleListPlist::CreateEntry(const FwRuleList& rules) {
+    Check(rules);
+    std::vector<CFTypeRef> values;
+    values.reserve(m_rules.size());
+    for (const Slot& slot : m_rules) {
+        if (slot.value == nullptr) {
             return nullptr;
         }
+        values.push_back(slot.value);
     }
     CFMutableDictionaryRef entry = createMutableDictionary();
     if (entry == nullptr || m_rules.empty()) {
         return entry;
     }
     // CFArrayCreate only reads the values; its parameter is not const for history's sake.
-    CFArrayRef array = CFArrayCreate(kCFAllocatorDefault, const_cast<const void**>(m_rules.data()),
-                                     static_cast<CFIndex>(m_rules.size()), &kCFTypeArrayCallBacks);
+    CFArrayRef array = CFArrayCreate(kCFAllocatorDefault, const_cast<const void**>(values.data()),
+                                     static_cast<CFIndex>(values.size()), &kCFTypeArrayCallBacks);
     const bool added = array != nullptr && addValue(entry, kRulesKey, array);
     ReleaseIfAny(array);
     if (!added) {

@@ -22,9 +22,10 @@ public:
     RuleListPlist(const RuleListPlist&) = delete;
     RuleListPlist& operator=(const RuleListPlist&) = delete;
 
-    // Makes the dictionaries of `rules`. `stored` is the list's entry as loaded (may be
-    // null): its dictionaries are taken wherever they hold exactly what the rule in the
-    // same place converts to, so that a list read from the file is not held twice.
+    // Takes the dictionaries of `rules` from `stored`, the list's entry as loaded (may be
+    // null), so that a list read from the file is not held twice. Each is checked against
+    // what its rule converts to only when an entry is first made: a load that is never
+    // followed by a save converts nothing.
     void Reset(const FwRuleList& rules, CFDictionaryRef stored);
     // The rule at `position` of `rules` was replaced, or appended when `position` is the
     // old size.
@@ -34,14 +35,22 @@ public:
     void Swap(int a, int b);
     void Clear();
 
-    // A new entry as the store's conversion of the whole list writes it ("rules" holding
-    // one dictionary per rule, nothing for an empty list), or null when a rule could not
-    // be converted.
-    CFMutableDictionaryRef CreateEntry() const;
+    // A new entry for `rules` (the list these calls followed) as the store's conversion
+    // of the whole list writes it ("rules" holding one dictionary per rule, nothing for an
+    // empty list), or null when a rule could not be converted.
+    CFMutableDictionaryRef CreateEntry(const FwRuleList& rules);
 
 private:
-    // Null where a rule could not be converted.
-    std::vector<CFTypeRef> m_rules;
+    struct Slot {
+        // Null where a rule could not be converted (or nothing was stored for it).
+        CFTypeRef value;
+        // False while the value is the stored one, not yet compared with its rule.
+        bool checked;
+    };
+
+    void Check(const FwRuleList& rules);
+
+    std::vector<Slot> m_rules;
 };
 
 }  // namespace vela

@@ -27,7 +27,9 @@
 #include <sys/types.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
+#include <cerrno>
 #include <memory>
 #include <new>
 #include <string>
@@ -63,8 +65,8 @@ enum QvConfigError {
 };
 
 // A buffer of whole pages straight from the kernel, given back as soon as it is
-// released. The store passes the whole file through one on every load and save: taken
-// from the heap, a buffer that large stays resident between saves as a file-sized hole.
+// released. The store reads the whole file into one when it loads: taken from the heap,
+// a buffer that large would stay resident for the process's life as a file-sized hole.
 class QvPageBuffer {
 public:
     explicit QvPageBuffer(size_t size) : m_size(size > 0 ? size : 1) {
@@ -375,42 +377,71 @@ private:
         return image;
     }
 
-    // Copies `source` over `target` ("w+": created or truncated); the result is 0 or the
-    // code of the step that failed.
+    // Copies `source` over `target` (created or emptied, as fopen "w+" does); the result
+    // is 0 or the code of the step that failed. The bytes go from file to file through a
+    // small buffer, or inside the kernel where it can: the whole file passes on every
+    // save, and a buffer its size would either stay resident or cost a page fault per
+    // page on every save.
     static int copyFile(const std::string& source, const std::string& target,
                         const CopyErrors& errors) {
-        FILE* in = fopen(source.c_str(), "r");
-        if (in == nullptr) {
+        const int in = open(source.c_str(), O_RDONLY);
+        if (in == -1) {
             return errors.openSource;
         }
-        lseek(fileno(in), 0, SEEK_END);
-        const long size = ftell(in);
-        rewind(in);
-        if (size < 0) {
-            fclose(in);
+        struct stat sourceStat;
+        if (fstat(in, &sourceStat) != 0 || !S_ISREG(sourceStat.st_mode)) {
+            close(in);
             return errors.shortRead;
         }
-        QvPageBuffer image(static_cast<size_t>(size));
-        if (image.get() == nullptr) {
-            fclose(in);
+        std::unique_ptr<char[]> buffer(new (std::nothrow) char[kCopyChunk]);
+        if (buffer == nullptr) {
+            close(in);
             return errors.noMemory;
         }
-        const size_t readBytes = fread(image.get(), 1, size, in);
-        fclose(in);
-        if (readBytes != static_cast<size_t>(size)) {
-            return errors.shortRead;
-        }
-        FILE* out = fopen(target.c_str(), "w+");
-        if (out == nullptr) {
+        const int out = open(target.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0666);
+        if (out == -1) {
+            close(in);
             return errors.openTarget;
         }
-        const size_t written = fwrite(image.get(), 1, size, out);
-        // A write the stream only buffered is not on disk yet: a failing flush is a short
-        // write as well.
-        const bool flushed = fflush(out) == 0;
-        const bool closed = fclose(out) == 0;
-        if (written != static_cast<size_t>(size) || !flushed || !closed) {
-            return errors.shortWrite;
+        int result = copyBytes(in, out, sourceStat.st_size, buffer.get(), errors);
+        if (close(out) != 0 && result == QV_CONFIG_OK) {
+            result = errors.shortWrite;
+        }
+        close(in);
+        return result;
+    }
+
+    static constexpr size_t kCopyChunk = 64 * 1024;
+
+    // Copies the first `size` bytes of `in` to `out`.
+    static int copyBytes(int in, int out, off_t size, char* buffer, const CopyErrors& errors) {
+        off_t done = 0;
+#ifdef __linux__
+        while (done < size) {
+            const ssize_t copied =
+                copy_file_range(in, nullptr, out, nullptr, static_cast<size_t>(size - done), 0);
+            if (copied > 0) {
+                done += copied;
+            } else if (copied == 0) {
+                return errors.shortRead;
+            } else if (errno == EXDEV || errno == ENOSYS || errno == EINVAL ||
+                       errno == EOPNOTSUPP) {
+                break;  // this pair of files cannot be copied in the kernel
+            } else {
+                return errno == EIO ? errors.shortRead : errors.shortWrite;
+            }
+        }
+#endif
+        while (done < size) {
+            const size_t chunk = static_cast<size_t>(std::min<off_t>(size - done, kCopyChunk));
+            const ssize_t got = pread(in, buffer, chunk, done);
+            if (got <= 0) {
+                return errors.shortRead;
+            }
+            if (pwrite(out, buffer, static_cast<size_t>(got), done) != got) {
+                return errors.shortWrite;
+            }
+            done += got;
         }
         return QV_CONFIG_OK;
     }

@@ -58,7 +58,9 @@ public:
     }
 
 private:
-    static constexpr size_t kPagedFrom = size_t{1} << 20;
+    // Below this, a hole left in the heap costs less than faulting the pages in again on
+    // every save.
+    static constexpr size_t kPagedFrom = size_t{4} << 20;
 };
 
 // The text of a written document.
