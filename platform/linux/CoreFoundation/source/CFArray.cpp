@@ -1,4 +1,5 @@
 #include "CFArrayObject.h"
+#include "SharedCallBacks.h"
 
 namespace {
 
@@ -14,18 +15,13 @@ Boolean equalValues(const void* a, const void* b) {
     return qvcf::equal(a, b);
 }
 
-CFArrayCallBacks copyCallBacks(const CFArrayCallBacks* callBacks) {
-    return callBacks != nullptr ? *callBacks
-                                : CFArrayCallBacks{0, nullptr, nullptr, nullptr, nullptr};
-}
-
 }  // namespace
 
 const CFArrayCallBacks kCFTypeArrayCallBacks = {0, retainValue, releaseValue, nullptr, equalValues};
 
 __CFArray::__CFArray(const CFArrayCallBacks* arrayCallBacks, bool mutableArray)
     : CFObject(qvcf::kArrayTypeId, false),
-      callBacks(copyCallBacks(arrayCallBacks)),
+      callBacks(qvcf::sharedCallBacks(arrayCallBacks, kCFTypeArrayCallBacks)),
       isMutable(mutableArray) {}
 
 __CFArray::~__CFArray() {

@@ -17,7 +17,8 @@ struct __CFArray : qvcf::CFObject {
     void append(const void* value);
     bool equals(const __CFArray& other) const;
 
-    const CFArrayCallBacks callBacks;
+    // A shared copy (SharedCallBacks.h).
+    const CFArrayCallBacks& callBacks;
     const bool isMutable;
     std::vector<const void*> values;
     // The XML writer keeps no text for arrays; the slot keeps both containers alike.

@@ -1,4 +1,5 @@
 #include "CFDictionaryObject.h"
+#include "SharedCallBacks.h"
 
 namespace {
 
@@ -16,16 +17,6 @@ Boolean equalObjects(const void* a, const void* b) {
 
 CFHashCode hashObject(const void* value) {
     return qvcf::hash(value);
-}
-
-CFDictionaryKeyCallBacks copyKeyCallBacks(const CFDictionaryKeyCallBacks* callBacks) {
-    return callBacks != nullptr ? *callBacks : CFDictionaryKeyCallBacks{0,       nullptr, nullptr,
-                                                                        nullptr, nullptr, nullptr};
-}
-
-CFDictionaryValueCallBacks copyValueCallBacks(const CFDictionaryValueCallBacks* callBacks) {
-    return callBacks != nullptr ? *callBacks
-                                : CFDictionaryValueCallBacks{0, nullptr, nullptr, nullptr, nullptr};
 }
 
 const __CFDictionary* asDictionary(CFDictionaryRef dictionary, const char* function) {
@@ -58,8 +49,8 @@ bool __CFDictionary::KeyEqual::operator()(const void* a, const void* b) const {
 __CFDictionary::__CFDictionary(const CFDictionaryKeyCallBacks* keys,
                                const CFDictionaryValueCallBacks* values, bool mutableDictionary)
     : CFObject(qvcf::kDictionaryTypeId, false),
-      keyCallBacks(copyKeyCallBacks(keys)),
-      valueCallBacks(copyValueCallBacks(values)),
+      keyCallBacks(qvcf::sharedCallBacks(keys, kCFTypeDictionaryKeyCallBacks)),
+      valueCallBacks(qvcf::sharedCallBacks(values, kCFTypeDictionaryValueCallBacks)),
       isMutable(mutableDictionary),
       table(KeyHash{&keyCallBacks}, KeyEqual{&keyCallBacks}) {}
 

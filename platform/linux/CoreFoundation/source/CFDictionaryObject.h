@@ -68,8 +68,9 @@ struct __CFDictionary : qvcf::CFObject {
         std::unique_ptr<std::unordered_map<const void*, size_t, KeyHash, KeyEqual>> index_;
     };
 
-    const CFDictionaryKeyCallBacks keyCallBacks;
-    const CFDictionaryValueCallBacks valueCallBacks;
+    // Shared copies (SharedCallBacks.h).
+    const CFDictionaryKeyCallBacks& keyCallBacks;
+    const CFDictionaryValueCallBacks& valueCallBacks;
     const bool isMutable;
     Table table;
     // Used by the XML writer for immutable dictionaries only.
