@@ -168,5 +168,20 @@ TEST(PlistWriter, SharedValuesAreValidAndOnlyXmlIsWritten) {
     CFRelease(error);
 }
 
+// Documents from 4 MiB up are written into pages kept from one document to the next:
+// growing, shrinking and growing again must give each document exactly its own bytes,
+// never a rest of the one written before into the same pages.
+TEST(PlistWriter, LargeDocumentsOfChangingSizeKeepTheirOwnBytes) {
+    for (const size_t megabytes : {5, 9, 5, 12}) {
+        SCOPED_TRACE(megabytes);
+        const std::string text(megabytes << 20, static_cast<char>('a' + megabytes));
+        CFHolder dictionary(newDictionary());
+        put((CFMutableDictionaryRef)dictionary.get(), "fill", str(text.c_str()));
+        const std::string written = toXml(dictionary.get());
+        EXPECT_EQ(written, xmlDocument("<dict>\n\t<key>fill</key>\n\t<string>" + text +
+                                       "</string>\n</dict>\n"));
+    }
+}
+
 }  // namespace
 }  // namespace qvtest

@@ -30,6 +30,10 @@ CFPropertyListRef CFPropertyListCreateWithData(CFAllocatorRef, CFDataRef data,
     if (format != nullptr) {
         *format = readFormat;
     }
+    // A document read is usually written back later, changed a little.
+    if (readFormat == kCFPropertyListXMLFormat_v1_0) {
+        qvcf::XmlPlistWriter::expect(static_cast<size_t>(bytes->length));
+    }
     return result;
 }
 

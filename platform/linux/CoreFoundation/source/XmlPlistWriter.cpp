@@ -245,12 +245,23 @@ private:
 
 }  // namespace
 
+namespace {
+
+// Documents are written again and again at about the same size.
+std::atomic<size_t> lastSize{0};
+
+}  // namespace
+
+void XmlPlistWriter::expect(size_t bytes) {
+    size_t none = 0;
+    lastSize.compare_exchange_strong(none, bytes, std::memory_order_relaxed);
+}
+
 void XmlPlistWriter::write(CFTypeRef root, PagedString& out) {
     // Documents are written again and again at about the same size: start with room for
     // the last one and some more instead of growing through every power of two. A grown
     // copy would briefly hold the document twice; room never written to costs no memory,
     // since a buffer this large is made of pages the kernel hands out when first touched.
-    static std::atomic<size_t> lastSize{0};
     const size_t expected = lastSize.load(std::memory_order_relaxed);
     out.reserve(out.size() + expected + expected / 4);
     out += kHeader;

@@ -13,6 +13,9 @@ class XmlPlistWriter {
 public:
     // Appends the document to `out`. The tree must have passed PlistValidator.
     static void write(CFTypeRef root, PagedString& out);
+    // Before anything has been written: the first document will be about `bytes` long
+    // (the size of the one read), so that its buffer is sized once instead of doubling.
+    static void expect(size_t bytes);
 };
 
 }  // namespace qvcf
