@@ -121,23 +121,17 @@ public:
     int getLastError() const { return m_lastError; }
 
     // Fills `out` from the top-level dictionary under `key`; the result is the
-    // conversion's verdict.
+    // conversion's verdict. Entries are replaced whole and never changed in place, so the
+    // conversion reads its own reference outside the lock.
     template <typename T>
     bool get(T& out, const char* key) {
-        CFStringRef keyString = createKey(key);
-        if (keyString == nullptr) {
-            m_lastError = QV_CONFIG_GET_BAD_ARGUMENT;
+        CFDictionaryRef entry = copyEntry(key);
+        if (entry == nullptr) {
             return false;
         }
-        Guard<Lock> guard(m_lock);
-        CFTypeRef value = CFDictionaryGetValue(m_root, keyString);
-        CFRelease(keyString);
-        if (value == nullptr || CFGetTypeID(value) != CFDictionaryGetTypeID()) {
-            m_lastError = QV_CONFIG_GET_NO_ENTRY;
-            return false;
-        }
-        m_lastError = QV_CONFIG_OK;
-        return convert(static_cast<CFDictionaryRef>(value), out);
+        const bool converted = convert(entry, out);
+        CFRelease(entry);
+        return converted;
     }
 
     // Replaces the top-level entry `key` with a dictionary made from `in`, in memory only;
