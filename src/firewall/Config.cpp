@@ -91,8 +91,9 @@ unsigned int FwConfig::ReadExceptionRuls() {
     return 0;
 }
 
-// The loaded dictionaries that hold exactly what the sorted list converts to are shared
-// with the store's document; the entry itself stays as loaded until the list is written.
+// The loaded dictionaries are shared with the store's document; each is checked against
+// what its rule converts to when the list is first written, and the entry stays as
+// loaded until then.
 void FwConfig::ReadRuleList(RuleList& list) {
     m_pConfig->get(list.rules, list.key);
     SortRules(list.rules);
