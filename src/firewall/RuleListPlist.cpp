@@ -98,7 +98,12 @@ void RuleListPlist::Clear() {
     m_rules.clear();
 }
 
-void RuleListPlist::Check(const FwRuleList& rules) {
+// The entry itself stays mutable on purpose: the XML writer keeps the text of the
+// outermost immutable dictionaries, which must be the rules and not a list made anew
+// for every save.
+CFMutableDictionaryRef RuleListPlist::CreateEntry(const FwRuleList& rules) {
+    std::vector<CFTypeRef> values;
+    values.reserve(m_rules.size());
     for (size_t i = 0; i < m_rules.size(); ++i) {
         Slot& slot = m_rules[i];
         if (!slot.checked) {
@@ -107,17 +112,6 @@ void RuleListPlist::Check(const FwRuleList& rules) {
             slot.checked = true;
             ReleaseIfAny(stored);
         }
-    }
-}
-
-// The entry itself stays mutable on purpose: the XML writer keeps the text of the
-// outermost immutable dictionaries, which must be the rules and not a list made anew
-// for every save.
-CFMutableDictionaryRef RuleListPlist::CreateEntry(const FwRuleList& rules) {
-    Check(rules);
-    std::vector<CFTypeRef> values;
-    values.reserve(m_rules.size());
-    for (const Slot& slot : m_rules) {
         if (slot.value == nullptr) {
             return nullptr;
         }

@@ -48,8 +48,6 @@ private:
         bool checked;
     };
 
-    void Check(const FwRuleList& rules);
-
     std::vector<Slot> m_rules;
 };
 

@@ -7,8 +7,9 @@
 // failed attempt; the store never creates the file from nothing. Saving first refreshes
 // the backup from the file on disk, then overwrites the file in place through one
 // descriptor kept open for the store's life (write, truncate, fsync; the first byte
-// last), so the file keeps its inode and permissions. A file deleted or replaced under a running
-// store is followed by reopening; the superseded descriptor is deliberately never closed.
+// last), so the file keeps its inode and permissions. A file deleted or replaced under a
+// running store is followed by reopening; the superseded descriptor is deliberately never
+// closed.
 //
 // Every operation records its result in the last error (codes below); the store logs
 // nothing, its owner does. Lock failures throw std::string (QvLock.h).
@@ -138,6 +139,10 @@ public:
     // save() writes it out.
     template <typename T>
     bool set(const T& in, const char* key) {
+        if (key == nullptr || !m_loaded) {
+            m_lastError = QV_CONFIG_SET_BAD_ARGUMENT;
+            return false;
+        }
         // Conversion runs outside the lock; only the swap of the entry needs it.
         CFMutableDictionaryRef entry =
             CFDictionaryCreateMutable(kCFAllocatorDefault, 0, &kCFTypeDictionaryKeyCallBacks,
@@ -146,8 +151,7 @@ public:
             if (entry != nullptr) {
                 CFRelease(entry);
             }
-            m_lastError =
-                key == nullptr || !m_loaded ? QV_CONFIG_SET_BAD_ARGUMENT : QV_CONFIG_SET_CONVERT;
+            m_lastError = QV_CONFIG_SET_CONVERT;
             return false;
         }
         const bool replaced = setEntry(entry, key);
