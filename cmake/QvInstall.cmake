@@ -3,8 +3,7 @@
 # under include/Quorvane, a systemd unit (Linux) or a launchd property list (macOS), and
 # the default QvFw.conf.plist, which is never overwritten when one is already there.
 #
-# Included by host/qvfwd; the rules are added once the whole tree is read, since the
-# plug-in's target is defined after the host's.
+# Included by the top directory once every target is defined.
 
 function(qv_install_set_rpath)
   if(APPLE)
@@ -16,11 +15,7 @@ function(qv_install_set_rpath)
   # qvfwctl links none of the project's shared libraries and needs no search path.
   set_target_properties(qvfwd PROPERTIES INSTALL_RPATH "${origin}/${bin_to_lib}")
   # Only the libraries that load others of ours carry a search path.
-  foreach(target IN ITEMS QvFw QvUtil)
-    if(TARGET ${target})
-      set_target_properties(${target} PROPERTIES INSTALL_RPATH "${origin}")
-    endif()
-  endforeach()
+  set_target_properties(QvFw QvUtil PROPERTIES INSTALL_RPATH "${origin}")
 endfunction()
 
 function(qv_install_binaries)
@@ -32,7 +27,9 @@ function(qv_install_binaries)
     install(TARGETS CoreFoundation LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
   endif()
   install(FILES
-    ${PROJECT_SOURCE_DIR}/src/firewall/include/QvPlugin.h
+    ${PROJECT_SOURCE_DIR}/host/include/QvPlugin.h
+    ${PROJECT_SOURCE_DIR}/src/firewall/include/QvFirewall.h
+    ${PROJECT_SOURCE_DIR}/host/include/QvFrame.h
     ${PROJECT_SOURCE_DIR}/host/include/QvControl.h
     ${PROJECT_SOURCE_DIR}/host/include/QvControlErrors.h
     ${PROJECT_SOURCE_DIR}/host/include/QvControlStatus.h
@@ -73,11 +70,7 @@ function(qv_install_default_configuration)
     endif()")
 endfunction()
 
-# Runs in the top directory's scope, after everything is defined.
 function(qv_install_all)
-  if(NOT TARGET QvFw OR NOT TARGET qvfwd OR NOT TARGET qvfwctl)
-    return()
-  endif()
   include(GNUInstallDirs)
   set(QV_CONF_DIR ${CMAKE_INSTALL_FULL_SYSCONFDIR}/Quorvane/QvrnCore)
   qv_install_set_rpath()
@@ -86,4 +79,4 @@ function(qv_install_all)
   qv_install_default_configuration()
 endfunction()
 
-cmake_language(DEFER DIRECTORY ${CMAKE_SOURCE_DIR} CALL qv_install_all)
+qv_install_all()

@@ -91,7 +91,7 @@ void BM_SetAndSave(benchmark::State& state) {
     QvConfig<Mutex> store(path.c_str());
     const FwRuleList list = benchRules(static_cast<int>(state.range(0)));
     for (auto _ : state) {
-        benchmark::DoNotOptimize(store.set(list, "FwRuleCfg") && store.save());
+        benchmark::DoNotOptimize(store.set(list, "FwRuleCfg").ok() && store.save().ok());
     }
     rulesProcessed(state);
     state.counters["file_bytes"] = static_cast<double>(qvtest::readFile(path).size());
@@ -104,8 +104,11 @@ void BM_LoadAndGet(benchmark::State& state) {
     qvtest::writeFile(path, "<plist version=\"1.0\"><dict/></plist>");
     {
         QvConfig<Mutex> writer(path.c_str());
-        writer.set(benchRules(static_cast<int>(state.range(0))), "FwRuleCfg");
-        writer.save();
+        if (!writer.set(benchRules(static_cast<int>(state.range(0))), "FwRuleCfg").ok() ||
+            !writer.save().ok()) {
+            state.SkipWithError("the configuration could not be written");
+            return;
+        }
     }
     for (auto _ : state) {
         QvConfig<Mutex> store(path.c_str());

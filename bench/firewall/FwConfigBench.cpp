@@ -6,6 +6,7 @@
 #include <stdio.h>
 
 #include <chrono>
+#include <cstdlib>
 #include <string>
 
 #include "BenchFiles.h"
@@ -36,9 +37,10 @@ public:
         options.set_exception_set_num(18);
         options.set_fw_log_path("/var/log/Quorvane/QvrnCore/ipfw.log");
         options.set_syslog_conf("/etc/syslog.conf");
-        store.set(options, "FwOptions");
-        store.set(qvbench::benchRules(count), "FwRuleCfg");
-        store.save();
+        if (!store.set(options, "FwOptions").ok() ||
+            !store.set(qvbench::benchRules(count), "FwRuleCfg").ok() || !store.save().ok()) {
+            std::abort();
+        }
     }
     std::string path() const { return m_dir.file(kFileName); }
     std::string backup() const { return m_dir.file(std::string("backup/") + kFileName); }
@@ -57,7 +59,7 @@ void BM_SaveRule(benchmark::State& state) {
     const int count = static_cast<int>(state.range(0));
     ConfigWorld world(count);
     FwConfig config;
-    if (config.Init() != 0) {
+    if (!config.IsReady()) {
         state.SkipWithError("configuration did not load");
         return;
     }
@@ -90,7 +92,6 @@ void BM_SaveRuleFloor(benchmark::State& state) {
     {
         // The exact bytes of the document with one more rule, as the store writes them.
         FwConfig config;
-        config.Init();
         config.AddNormalRule(qvbench::benchRule(numberAfter(count)));
         bytes = qvbench::readWhole(world.path());
     }
@@ -114,7 +115,7 @@ void BM_Load(benchmark::State& state) {
     ConfigWorld world(static_cast<int>(state.range(0)));
     for (auto _ : state) {
         FwConfig config;
-        benchmark::DoNotOptimize(config.Init());
+        benchmark::DoNotOptimize(config.IsReady());
     }
     state.SetItemsProcessed(state.iterations() * state.range(0));
 }

@@ -86,13 +86,9 @@ bool runCommand(const std::string& command, unsigned int timeout) {
 }
 
 std::string ruleText(const FwRule& rule) {
-    static RuleGenerator* generator = [] {
-        auto* made = new RuleGenerator;
-        made->InitFuncTab();
-        return made;
-    }();
+    static const RuleGenerator generator;
     std::string text;
-    generator->CreateRule(rule, text);
+    generator.CreateRule(rule, text);
     return text;
 }
 

@@ -3,6 +3,7 @@
 // `count` stored normal rules, written through the store itself.
 #pragma once
 
+#include <cstdlib>
 #include <string>
 
 #include "BenchFiles.h"
@@ -24,9 +25,10 @@ inline void writeBenchConfiguration(const std::string& path, int count, const st
     options.set_exception_set_num(18);
     options.set_fw_log_path(fwLog);
     options.set_syslog_conf(syslogConf);
-    store.set(options, "FwOptions");
-    store.set(benchRules(count), "FwRuleCfg");
-    store.save();
+    if (!store.set(options, "FwOptions").ok() || !store.set(benchRules(count), "FwRuleCfg").ok() ||
+        !store.save().ok()) {
+        std::abort();
+    }
 }
 
 }  // namespace qvbench

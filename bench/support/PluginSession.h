@@ -16,7 +16,7 @@
 #include "HostService.h"
 #include "LoadedPlugin.h"
 #include "QvConfig.h"
-#include "QvPlugin.h"
+#include "QvFirewall.h"
 #include "VelaFwInternalMsgConvert.h"
 #include "VelaFwMsgConvert.h"
 

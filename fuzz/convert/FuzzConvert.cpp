@@ -38,13 +38,9 @@ CFPropertyListRef ReadPlist(const uint8_t* bytes, size_t size) {
 }
 
 void CheckRuleText(const FwRule& rule) {
-    static RuleGenerator* generator = [] {
-        auto* g = new RuleGenerator();
-        g->InitFuncTab();
-        return g;
-    }();
+    static const RuleGenerator generator;
     std::string text;
-    if (generator->CreateRule(rule, text) == 0 &&
+    if (generator.CreateRule(rule, text) == 0 &&
         qvfuzz::FirstShellActiveChar(text) != std::string::npos) {
         Fail("stored rule gives rule text the shell acts on", text);
     }

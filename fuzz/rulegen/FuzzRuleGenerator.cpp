@@ -10,15 +10,11 @@
 #include "ShellInert.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    static qor::vela::RuleGenerator* generator = [] {
-        auto* g = new qor::vela::RuleGenerator();
-        g->InitFuncTab();
-        return g;
-    }();
+    static const qor::vela::RuleGenerator generator;
     qor::vela::FwRule rule;
     rule.ParsePartialFromArray(data, static_cast<int>(size));
     std::string text;
-    if (generator->CreateRule(rule, text) != 0) {
+    if (generator.CreateRule(rule, text) != 0) {
         return 0;
     }
     const size_t at = qvfuzz::FirstShellActiveChar(text);

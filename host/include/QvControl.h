@@ -1,12 +1,10 @@
 // The control socket of qvfwd, shared by the daemon and qvfwctl.
 //
-// Frames are those of ipc::call (host/util/IpcFrame.h), little-endian:
-//   request: u32 command, u32 length, `length` payload bytes
-//   reply:   i32 code,    u32 length, `length` payload bytes
-// A connection may carry any number of requests, one after the other. A command number
-// of the plug-in's table (QvPlugin.h) goes to its handler and the reply carries the
+// Frames are those of ipc::call (QvFrame.h). A connection may carry any number of
+// requests, one after the other. A command number of the plug-in's table (QvFirewall.h)
+// goes to its handler and the reply carries the
 // handler's code and response; any other number that is not listed below goes to the
-// plug-in's default handler. A frame longer than kQvControlMaxPayload, or one that stops
+// plug-in's default handler. A frame longer than ipc::kMaxPayload, or one that stops
 // short, closes the connection.
 #pragma once
 
@@ -17,8 +15,6 @@ namespace qvctl {
 // Where qvfwd listens unless --control (or $QV_CONTROL_SOCKET for qvfwctl) says otherwise.
 constexpr const char* kDefaultControlSocket = "/var/run/Quorvane/qvfw.sock";
 constexpr const char* kControlSocketEnv = "QV_CONTROL_SOCKET";
-
-constexpr uint32_t kMaxPayload = 16u * 1024u * 1024u;
 
 // Commands the daemon answers itself; the plug-in never sees them. They sit far above
 // the plug-in's numbers (258, 0x8000..0x8013) and the host service's (65567).

@@ -1,11 +1,11 @@
 // libQvUtil's inter-process call to the host service.
 //
 // The service listens on a Unix stream socket at $QV_IPC_SOCKET, default
-// "/var/run/Quorvane/QvrnCore.sock". One connection carries one call. Frames are
-// little-endian:
-//   request: u32 command, u32 length, `length` payload bytes
-//   reply:   i32 code,    u32 length, `length` payload bytes
+// "/var/run/Quorvane/QvrnCore.sock". One connection carries one call, in the frames of
+// QvFrame.h.
 #pragma once
+
+#include "QvFrame.h"
 
 namespace ipc {
 
@@ -19,8 +19,5 @@ int call(int command, const void* data, int size, void** reply, int* replyLength
 
 // Releases a reply buffer from call(). Null is accepted.
 void free(void* buffer, int length);
-
-// The wire limit on a payload; longer frames are refused (-1).
-constexpr unsigned int kMaxPayload = 16u * 1024u * 1024u;
 
 }  // namespace ipc

@@ -6,9 +6,9 @@
 #include <sys/un.h>
 #include <unistd.h>
 
-#include "IpcFrame.h"
 #include "QvControl.h"
 #include "QvControlErrors.h"
+#include "QvFrame.h"
 
 namespace qvctl {
 

@@ -10,7 +10,7 @@
 #include "QvControl.h"
 #include "QvControlErrors.h"
 #include "QvControlStatus.h"
-#include "QvPlugin.h"
+#include "QvFirewall.h"
 #include "RuleTable.h"
 #include "SubCommand.h"
 #include "VelaCommonMsg.pb.h"

@@ -2,7 +2,7 @@
 #include "JsonWriter.h"
 #include "QvControl.h"
 #include "QvControlStatus.h"
-#include "QvPlugin.h"
+#include "QvFirewall.h"
 #include "SubCommand.h"
 #include "VelaCommonMsg.pb.h"
 #include "VelaFwMsg.pb.h"

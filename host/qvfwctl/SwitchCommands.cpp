@@ -1,7 +1,7 @@
 // The sub-commands that take no rule: flushes, the firewall and notification switches,
 // and the debug level.
 #include "CtlArguments.h"
-#include "QvPlugin.h"
+#include "QvFirewall.h"
 #include "SubCommand.h"
 #include "VelaCommonMsg.pb.h"
 

@@ -3,8 +3,8 @@
 #include <poll.h>
 #include <sys/socket.h>
 
-#include "IpcFrame.h"
 #include "QvControl.h"
+#include "QvFrame.h"
 
 namespace qvfwd {
 

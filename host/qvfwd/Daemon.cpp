@@ -10,6 +10,7 @@
 #include "ControlSession.h"
 #include "PluginPath.h"
 #include "QvControl.h"
+#include "QvFirewall.h"
 #include "ServiceSession.h"
 #include "StoredOptions.h"
 

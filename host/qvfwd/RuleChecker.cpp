@@ -2,17 +2,14 @@
 
 #include <vector>
 
+#include "QvFirewall.h"
 #include "QvUtil.h"
-#include "RuleGenerator.h"
 #include "VelaFwMsg.pb.h"
 
 namespace qvfwd {
 
 namespace {
 
-constexpr int32_t kIncompleteMessage = 20010;
-constexpr int32_t kCommandFailed = 20016;
-constexpr int32_t kIpfwRefused = 20704;
 constexpr unsigned int kIpfwTimeoutSeconds = 10;
 constexpr size_t kOutputBytes = 8192;
 
@@ -32,13 +29,10 @@ int32_t RuleChecker::RuleText(const std::string& rule, std::string* text) const 
     qor::vela::FwRule message;
     message.ParseFromString(rule);
     if (!message.IsInitialized()) {
-        return kIncompleteMessage;
+        return QV_ERR_INCOMPLETE;
     }
-    // A generator per call: its table is filled once per object and never shared.
-    qor::vela::RuleGenerator generator;
-    generator.InitFuncTab();
     std::string body;
-    int32_t code = generator.CreateRule(message, body);
+    int32_t code = m_generator.CreateRule(message, body);
     if (code != 0) {
         return code;
     }
@@ -57,10 +51,10 @@ int32_t RuleChecker::Check(const std::string& rule, std::string* report) const {
     std::string verdict;
     if (!m_run("ipfw -q -n add " + body + " 2>&1", &verdict)) {
         *report = body + "\nipfw could not be run";
-        return kCommandFailed;
+        return QV_ERR_CMD;
     }
     *report = body + "\n" + verdict;
-    return verdict.empty() ? 0 : kIpfwRefused;
+    return verdict.empty() ? 0 : FW_ERR_RULE_REFUSED;
 }
 
 }  // namespace qvfwd

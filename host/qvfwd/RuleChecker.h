@@ -9,6 +9,8 @@
 #include <functional>
 #include <string>
 
+#include "RuleGenerator.h"
+
 namespace qvfwd {
 
 class RuleChecker {
@@ -30,6 +32,8 @@ public:
 
 private:
     Runner m_run;
+    // Read-only once made: the control sessions' threads share it.
+    const qor::vela::RuleGenerator m_generator;
 };
 
 }  // namespace qvfwd

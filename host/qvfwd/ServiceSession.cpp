@@ -2,7 +2,7 @@
 
 #include "FrameChannel.h"
 #include "QvControl.h"
-#include "QvPlugin.h"
+#include "QvFirewall.h"
 
 namespace qvfwd {
 

@@ -7,14 +7,16 @@
 
 #include <string>
 
+#include "QvFirewall.h"
+
 namespace qvfwd {
 
 struct StoredOptions {
     std::string path;
-    int64_t normalSet = 19;
-    int64_t exceptionSet = 18;
-    std::string fwLogPath = "/var/log/Quorvane/QvrnCore/ipfw.log";
-    std::string syslogConf = "/etc/syslog.conf";
+    int64_t normalSet = QV_FW_DEFAULT_NORMAL_SET;
+    int64_t exceptionSet = QV_FW_DEFAULT_EXCEPTION_SET;
+    std::string fwLogPath = QV_FW_DEFAULT_LOG_PATH;
+    std::string syslogConf = QV_FW_DEFAULT_SYSLOG_CONF;
 };
 
 // Reads "FwOptions" from a property list's text (XML or binary). False when the text is

@@ -9,7 +9,6 @@
 #include <unistd.h>
 
 #include "Deadline.h"
-#include "IpcFrame.h"
 #include "QvIpc.h"
 #include "QvLog.h"
 #include "UtilLog.h"
@@ -151,7 +150,7 @@ bool ReceiveAll(int fd, uint8_t* data, size_t length, const Deadline& deadline) 
 
 bool SendRequest(int fd, int command, const void* data, int size, const Deadline& deadline) {
     uint8_t header[kHeaderBytes];
-    if (!EncodeRequestHeader(static_cast<uint32_t>(command), static_cast<uint32_t>(size), header)) {
+    if (!EncodeHeader({static_cast<uint32_t>(command), static_cast<uint32_t>(size)}, header)) {
         return false;
     }
     return SendAll(fd, header, sizeof header, deadline) &&
@@ -159,9 +158,9 @@ bool SendRequest(int fd, int command, const void* data, int size, const Deadline
 }
 
 // Reads the reply; on success `*payload` is malloc'ed (null when empty).
-bool ReceiveReply(int fd, const Deadline& deadline, ReplyHeader* header, uint8_t** payload) {
+bool ReceiveReply(int fd, const Deadline& deadline, FrameHeader* header, uint8_t** payload) {
     uint8_t raw[kHeaderBytes];
-    if (!ReceiveAll(fd, raw, sizeof raw, deadline) || !DecodeReplyHeader(raw, header)) {
+    if (!ReceiveAll(fd, raw, sizeof raw, deadline) || !DecodeHeader(raw, header)) {
         return false;
     }
     *payload = nullptr;
@@ -198,7 +197,7 @@ QV_EXPORT int call(int command, const void* data, int size, void** reply, int* r
         return -1;
     }
     Deadline deadline = Deadline::AfterMilliseconds(kReplyMs);
-    ReplyHeader header{};
+    FrameHeader header{};
     uint8_t* payload = nullptr;
     if (!SendRequest(socket.fd(), command, data, size, deadline) ||
         !ReceiveReply(socket.fd(), deadline, &header, &payload)) {
@@ -207,7 +206,7 @@ QV_EXPORT int call(int command, const void* data, int size, void** reply, int* r
     }
     *reply = payload;
     *replyLength = static_cast<int>(header.length);
-    return header.code;
+    return static_cast<int32_t>(header.head);
 }
 
 QV_EXPORT void free(void* buffer, int /*length*/) {

@@ -3,6 +3,7 @@
 #include <string.h>
 
 #include "QvDebugLog.h"
+#include "QvFirewall.h"
 #include "QvUtil.h"
 #include "VelaFwInternalMsgConvert.h"
 #include "VelaFwMsgConvert.h"
@@ -17,12 +18,8 @@ const char kOptionsKey[] = "FwOptions";
 const char kNormalRulesKey[] = "FwRuleCfg";
 const char kExceptionRulesKey[] = "FwExceptionRuleCfg";
 
-const int kDefaultNormalSetNum = 19;
-const int kDefaultExceptionSetNum = 18;
 const int kMinSetNum = 1;
 const int kMaxSetNum = 30;
-const char kDefaultFwLogPath[] = "/var/log/Quorvane/QvrnCore/ipfw.log";
-const char kDefaultSyslogConf[] = "/etc/syslog.conf";
 
 bool IsValidSetNum(int setNum) {
     return setNum >= kMinSetNum && setNum <= kMaxSetNum;
@@ -38,66 +35,64 @@ int FindRule(const FwRuleList& rules, unsigned int index) {
     return -1;
 }
 
-}  // namespace
-
-FwConfig::FwConfig() : m_ready(true), m_pConfig(nullptr) {
-    m_normalRules.key = kNormalRulesKey;
-    m_excpRules.key = kExceptionRulesKey;
+// The store found through QvGetFilePath; it is made even without a location, so that
+// every operation finds one.
+std::unique_ptr<QvConfig<Mutex>> OpenStore(bool& ready) {
     char buffer[4096];
     memset(buffer, 0, sizeof(buffer));
+    ready = true;
     if (!QvGetFilePath(buffer, sizeof(buffer) - 1, kConfigFileName)) {
-        m_ready = false;
+        ready = false;
         QV_LOG(QV_LOG_ERROR, "%s Can't find QvFw.conf.plist", "InitConfig");
     }
-    // The store is made even without a location, so that every operation finds one.
-    m_pConfig = new QvConfig<Mutex>(buffer);
-    if (!m_pConfig->isLoaded()) {
-        m_ready = false;
+    auto store = std::make_unique<QvConfig<Mutex>>(buffer);
+    if (!store->isLoaded()) {
+        ready = false;
         QV_LOG(QV_LOG_ERROR, "%s Failed to Init Config file, buf is %s", "InitConfig", buffer);
     }
+    return store;
 }
 
-FwConfig::~FwConfig() {
-    delete m_pConfig;
-    m_pConfig = nullptr;
-}
+}  // namespace
 
-unsigned int FwConfig::Init() {
-    if (!m_ready) {
-        return FW_CONFIG_NOT_READY;
+// Nobody else can see the object yet, so the reads need no lock.
+FwConfig::FwConfig()
+    : m_ready(false),
+      m_pConfig(OpenStore(m_ready)),
+      m_excpRules(kExceptionRulesKey),
+      m_normalRules(kNormalRulesKey) {
+    if (m_ready) {
+        ReadRules();
+        ReadOpt();
+        ReadExceptionRuls();
+    } else {
+        ApplyOptionDefaults();
     }
-    ReadRules();
-    ReadOpt();
-    ReadExceptionRuls();
-    return 0;
 }
 
-unsigned int FwConfig::ReadRules() {
-    Guard<RwMutex> guard(m_lock, false);
+FwConfig::~FwConfig() = default;
+
+void FwConfig::ReadRules() {
     ReadRuleList(m_normalRules);
-    return 0;
 }
 
-unsigned int FwConfig::ReadOpt() {
-    Guard<RwMutex> guard(m_lock, false);
-    m_pConfig->get(m_options, kOptionsKey);
+void FwConfig::ReadOpt() {
+    (void)m_pConfig->get(m_options, kOptionsKey);
     ApplyOptionDefaults();
-    return 0;
 }
 
-unsigned int FwConfig::ReadExceptionRuls() {
-    Guard<RwMutex> guard(m_lock, false);
+void FwConfig::ReadExceptionRuls() {
     ReadRuleList(m_excpRules);
-    return 0;
 }
 
 // The loaded dictionaries are shared with the store's document; each is checked against
 // what its rule converts to when the list is first written, and the entry stays as
 // loaded until then.
 void FwConfig::ReadRuleList(RuleList& list) {
-    m_pConfig->get(list.rules, list.key);
+    (void)m_pConfig->get(list.rules, list.key);
     SortRules(list.rules);
-    CFDictionaryRef stored = m_pConfig->copyEntry(list.key);
+    CFDictionaryRef stored = nullptr;
+    (void)m_pConfig->copyEntry(list.key, stored);
     list.plist.Reset(list.rules, stored);
     if (stored != nullptr) {
         CFRelease(stored);
@@ -111,16 +106,16 @@ void FwConfig::ApplyOptionDefaults() {
         m_options.set_enable_fw(true);
     }
     if (!m_options.has_default_set_num() || !IsValidSetNum(m_options.default_set_num())) {
-        m_options.set_default_set_num(kDefaultNormalSetNum);
+        m_options.set_default_set_num(QV_FW_DEFAULT_NORMAL_SET);
     }
     if (!IsValidSetNum(m_options.exception_set_num())) {
-        m_options.set_exception_set_num(kDefaultExceptionSetNum);
+        m_options.set_exception_set_num(QV_FW_DEFAULT_EXCEPTION_SET);
     }
     if (!m_options.has_fw_log_path()) {
-        m_options.set_fw_log_path(kDefaultFwLogPath);
+        m_options.set_fw_log_path(QV_FW_DEFAULT_LOG_PATH);
     }
     if (!m_options.has_syslog_conf()) {
-        m_options.set_syslog_conf(kDefaultSyslogConf);
+        m_options.set_syslog_conf(QV_FW_DEFAULT_SYSLOG_CONF);
     }
     if (!m_options.has_enable_notify()) {
         m_options.set_enable_notify(true);
@@ -129,9 +124,6 @@ void FwConfig::ApplyOptionDefaults() {
 
 void FwConfig::SortRules(FwRuleList& rules) {
     const int count = rules.rules_size();
-    if (count < 2) {
-        return;
-    }
     // Insertion sort: stable, and it only exchanges element pointers.
     for (int i = 1; i < count; ++i) {
         for (int j = i; j > 0 && rules.rules(j).rule_index() < rules.rules(j - 1).rule_index();
@@ -146,9 +138,10 @@ namespace {
 // Store failures are not codes of the operations (the working copy is changed all the
 // same), so this line is the only trace of a change that did not reach the disk.
 void SaveLogged(QvConfig<Mutex>& store) {
-    if (!store.save()) {
+    const Result<> saved = store.save();
+    if (!saved.ok()) {
         QV_LOG(QV_LOG_ERROR, "%s Failed to save %s, error is %d", "FwConfig::Save", kConfigFileName,
-               store.getLastError());
+               saved.code());
     }
 }
 
@@ -159,7 +152,7 @@ bool FwConfig::SetRulesEntry(RuleList& list) {
     if (entry == nullptr) {
         return false;
     }
-    const bool set = m_pConfig->setEntry(entry, list.key);
+    const bool set = m_pConfig->setEntry(entry, list.key).ok();
     CFRelease(entry);
     return set;
 }
@@ -172,12 +165,12 @@ void FwConfig::WriteRules(RuleList& list) {
 }
 
 void FwConfig::WriteOptions() {
-    m_pConfig->set(m_options, kOptionsKey);
+    (void)m_pConfig->set(m_options, kOptionsKey);
     SaveLogged(*m_pConfig);
 }
 
 // Replaces the rule with the same number in place, or appends it, whatever its number.
-unsigned int FwConfig::AddRulePriv(const FwRule& rule, RuleList& list) {
+int FwConfig::AddRulePriv(const FwRule& rule, RuleList& list) {
     int position = FindRule(list.rules, rule.rule_index());
     if (position >= 0) {
         list.rules.mutable_rules(position)->CopyFrom(rule);
@@ -190,22 +183,19 @@ unsigned int FwConfig::AddRulePriv(const FwRule& rule, RuleList& list) {
     return 0;
 }
 
-unsigned int FwConfig::AddNormalRule(const FwRule& rule) {
-    Guard<RwMutex> guard(m_lock, false);
+int FwConfig::AddNormalRule(const FwRule& rule) {
+    Guard<RwMutex> guard(m_lock, kExclusive);
     return AddRulePriv(rule, m_normalRules);
 }
 
-unsigned int FwConfig::AddExcpRule(const FwRule& rule) {
-    Guard<RwMutex> guard(m_lock, false);
+int FwConfig::AddExcpRule(const FwRule& rule) {
+    Guard<RwMutex> guard(m_lock, kExclusive);
     return AddRulePriv(rule, m_excpRules);
 }
 
 // The last rule takes the deleted rule's place: the order is not preserved.
-unsigned int FwConfig::DeleteRulePriv(unsigned int index, RuleList& list) {
+int FwConfig::DeleteRulePriv(unsigned int index, RuleList& list) {
     FwRuleList& rules = list.rules;
-    if (rules.rules_size() == 0) {
-        return FW_ERR_RULE_NOT_FOUND;
-    }
     const int position = FindRule(rules, index);
     if (position < 0) {
         return FW_ERR_RULE_NOT_FOUND;
@@ -217,48 +207,48 @@ unsigned int FwConfig::DeleteRulePriv(unsigned int index, RuleList& list) {
     return 0;
 }
 
-unsigned int FwConfig::DeleteNormalRule(unsigned int index) {
-    Guard<RwMutex> guard(m_lock, false);
+int FwConfig::DeleteNormalRule(unsigned int index) {
+    Guard<RwMutex> guard(m_lock, kExclusive);
     return DeleteRulePriv(index, m_normalRules);
 }
 
-unsigned int FwConfig::DeleteExcpRule(unsigned int index) {
-    Guard<RwMutex> guard(m_lock, false);
+int FwConfig::DeleteExcpRule(unsigned int index) {
+    Guard<RwMutex> guard(m_lock, kExclusive);
     return DeleteRulePriv(index, m_excpRules);
 }
 
-unsigned int FwConfig::FlushRulePriv(RuleList& list) {
+int FwConfig::FlushRulePriv(RuleList& list) {
     list.rules.clear_rules();
     list.plist.Clear();
     WriteRules(list);
     return 0;
 }
 
-unsigned int FwConfig::FlushRules() {
-    Guard<RwMutex> guard(m_lock, false);
+int FwConfig::FlushRules() {
+    Guard<RwMutex> guard(m_lock, kExclusive);
     return FlushRulePriv(m_normalRules);
 }
 
-unsigned int FwConfig::FlushExcpRules() {
-    Guard<RwMutex> guard(m_lock, false);
+int FwConfig::FlushExcpRules() {
+    Guard<RwMutex> guard(m_lock, kExclusive);
     return FlushRulePriv(m_excpRules);
 }
 
-unsigned int FwConfig::GetAllNormalRules(FwRuleList& out) {
-    Guard<RwMutex> guard(m_lock, true);
+int FwConfig::GetAllNormalRules(FwRuleList& out) {
+    Guard<RwMutex> guard(m_lock, kShared);
     out.CopyFrom(m_normalRules.rules);
     return 0;
 }
 
 // Exclusive although it only reads: that is how callers have always been serialised.
-unsigned int FwConfig::GetExceptionRules(FwRuleList& out) {
-    Guard<RwMutex> guard(m_lock, false);
+int FwConfig::GetExceptionRules(FwRuleList& out) {
+    Guard<RwMutex> guard(m_lock, kExclusive);
     out.CopyFrom(m_excpRules.rules);
     return 0;
 }
 
-unsigned int FwConfig::GetNormalRule(unsigned int index, FwRule& out) {
-    Guard<RwMutex> guard(m_lock, true);
+int FwConfig::GetNormalRule(unsigned int index, FwRule& out) {
+    Guard<RwMutex> guard(m_lock, kShared);
     const int position = FindRule(m_normalRules.rules, index);
     if (position < 0) {
         return FW_ERR_RULE_NOT_FOUND;
@@ -269,7 +259,7 @@ unsigned int FwConfig::GetNormalRule(unsigned int index, FwRule& out) {
 
 // Works on the normal list. Renumbering happens during the walk, so a failed search
 // leaves a renumbered rule behind in memory (nothing is written).
-unsigned int FwConfig::SwapRuleOrderPriv(unsigned int a, unsigned int b) {
+int FwConfig::SwapRuleOrderPriv(unsigned int a, unsigned int b) {
     FwRuleList& rules = m_normalRules.rules;
     if (rules.rules_size() == 0) {
         return FW_ERR_RULE_NOT_FOUND;
@@ -303,9 +293,9 @@ unsigned int FwConfig::SwapRuleOrderPriv(unsigned int a, unsigned int b) {
 }
 
 // A successful exchange is written a second time here; callers rely on nothing else.
-unsigned int FwConfig::SwapNormalRuleOrder(unsigned int a, unsigned int b) {
-    Guard<RwMutex> guard(m_lock, false);
-    const unsigned int result = SwapRuleOrderPriv(a, b);
+int FwConfig::SwapNormalRuleOrder(unsigned int a, unsigned int b) {
+    Guard<RwMutex> guard(m_lock, kExclusive);
+    const int result = SwapRuleOrderPriv(a, b);
     if (result == 0) {
         WriteRules(m_normalRules);
     }
@@ -313,21 +303,21 @@ unsigned int FwConfig::SwapNormalRuleOrder(unsigned int a, unsigned int b) {
 }
 
 // Written even when unchanged.
-unsigned int FwConfig::SetFwEnable(bool enable) {
-    Guard<RwMutex> guard(m_lock, false);
+int FwConfig::SetFwEnable(bool enable) {
+    Guard<RwMutex> guard(m_lock, kExclusive);
     m_options.set_enable_fw(enable);
     WriteOptions();
     return 0;
 }
 
 bool FwConfig::IsFwEnable() {
-    Guard<RwMutex> guard(m_lock, true);
+    Guard<RwMutex> guard(m_lock, kShared);
     return m_options.enable_fw();
 }
 
 // Written only when the value changes.
-unsigned int FwConfig::SetNotifyEnable(bool enable) {
-    Guard<RwMutex> guard(m_lock, false);
+int FwConfig::SetNotifyEnable(bool enable) {
+    Guard<RwMutex> guard(m_lock, kExclusive);
     if (enable != m_options.enable_notify()) {
         m_options.set_enable_notify(enable);
         WriteOptions();
@@ -336,27 +326,27 @@ unsigned int FwConfig::SetNotifyEnable(bool enable) {
 }
 
 bool FwConfig::IsNotifyEnable() {
-    Guard<RwMutex> guard(m_lock, true);
+    Guard<RwMutex> guard(m_lock, kShared);
     return m_options.enable_notify();
 }
 
-unsigned int FwConfig::GetNormalSetNum() {
-    Guard<RwMutex> guard(m_lock, true);
-    return static_cast<unsigned int>(m_options.default_set_num());
+int FwConfig::GetNormalSetNum() {
+    Guard<RwMutex> guard(m_lock, kShared);
+    return m_options.default_set_num();
 }
 
-unsigned int FwConfig::GetExceptionSetNum() {
-    Guard<RwMutex> guard(m_lock, true);
-    return static_cast<unsigned int>(m_options.exception_set_num());
+int FwConfig::GetExceptionSetNum() {
+    Guard<RwMutex> guard(m_lock, kShared);
+    return m_options.exception_set_num();
 }
 
-const std::string& FwConfig::GetFwLogPath() {
-    Guard<RwMutex> guard(m_lock, true);
+std::string FwConfig::GetFwLogPath() {
+    Guard<RwMutex> guard(m_lock, kShared);
     return m_options.fw_log_path();
 }
 
-const std::string& FwConfig::GetSysConfPath() {
-    Guard<RwMutex> guard(m_lock, true);
+std::string FwConfig::GetSysConfPath() {
+    Guard<RwMutex> guard(m_lock, kShared);
     return m_options.syslog_conf();
 }
 

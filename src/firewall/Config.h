@@ -8,10 +8,10 @@
 // failed write leaves the working copy changed and the operation still answers 0.
 #pragma once
 
+#include <memory>
 #include <string>
 
 #include "QvConfig.h"
-#include "QvErrors.h"
 #include "QvLock.h"
 #include "RuleListPlist.h"
 #include "VelaFwInternalMsg.pb.h"
@@ -20,13 +20,11 @@
 namespace qor {
 namespace vela {
 
-// Init() on a configuration whose file could not be found or loaded.
-constexpr unsigned int FW_CONFIG_NOT_READY = static_cast<unsigned int>(-1);
-
 class FwConfig {
 public:
-    // Locates "QvFw.conf.plist" through QvGetFilePath and loads it; IsReady() tells
-    // whether that worked.
+    // Locates "QvFw.conf.plist" through QvGetFilePath, loads it and reads the options and
+    // both rule lists; IsReady() tells whether the file could be loaded. Options the file
+    // leaves out (or that it could not give) take their defaults.
     FwConfig();
     ~FwConfig();
     FwConfig(const FwConfig&) = delete;
@@ -34,63 +32,61 @@ public:
 
     bool IsReady() const { return m_ready; }
 
-    // Reads the normal rules, the options and the exception rules into the working
-    // copies; FW_CONFIG_NOT_READY without reading anything when the file was not loaded.
-    unsigned int Init();
-    unsigned int ReadRules();
-    unsigned int ReadOpt();
-    unsigned int ReadExceptionRuls();
-
     // Stable ascending sort by rule_index.
     static void SortRules(FwRuleList& rules);
 
-    unsigned int AddNormalRule(const FwRule& rule);
-    unsigned int AddExcpRule(const FwRule& rule);
-    unsigned int DeleteNormalRule(unsigned int index);
-    unsigned int DeleteExcpRule(unsigned int index);
-    unsigned int FlushRules();
-    unsigned int FlushExcpRules();
-    unsigned int GetAllNormalRules(FwRuleList& out);
-    unsigned int GetExceptionRules(FwRuleList& out);
-    unsigned int GetNormalRule(unsigned int index, FwRule& out);
+    int AddNormalRule(const FwRule& rule) EXCLUDES(m_lock);
+    int AddExcpRule(const FwRule& rule) EXCLUDES(m_lock);
+    int DeleteNormalRule(unsigned int index) EXCLUDES(m_lock);
+    int DeleteExcpRule(unsigned int index) EXCLUDES(m_lock);
+    int FlushRules() EXCLUDES(m_lock);
+    int FlushExcpRules() EXCLUDES(m_lock);
+    int GetAllNormalRules(FwRuleList& out) EXCLUDES(m_lock);
+    int GetExceptionRules(FwRuleList& out) EXCLUDES(m_lock);
+    int GetNormalRule(unsigned int index, FwRule& out) EXCLUDES(m_lock);
     // Exchanges the rule numbers and the places of the normal rules `a` and `b`.
-    unsigned int SwapNormalRuleOrder(unsigned int a, unsigned int b);
+    int SwapNormalRuleOrder(unsigned int a, unsigned int b) EXCLUDES(m_lock);
 
-    unsigned int SetFwEnable(bool enable);
-    bool IsFwEnable();
-    unsigned int SetNotifyEnable(bool enable);
-    bool IsNotifyEnable();
-    unsigned int GetNormalSetNum();
-    unsigned int GetExceptionSetNum();
-    // The references stay valid only while nobody changes the options.
-    const std::string& GetFwLogPath();
-    const std::string& GetSysConfPath();
+    int SetFwEnable(bool enable) EXCLUDES(m_lock);
+    bool IsFwEnable() EXCLUDES(m_lock);
+    int SetNotifyEnable(bool enable) EXCLUDES(m_lock);
+    bool IsNotifyEnable() EXCLUDES(m_lock);
+    int GetNormalSetNum() EXCLUDES(m_lock);
+    int GetExceptionSetNum() EXCLUDES(m_lock);
+    std::string GetFwLogPath() EXCLUDES(m_lock);
+    std::string GetSysConfPath() EXCLUDES(m_lock);
 
 private:
     // One stored rule list: the messages, their property-list form and the store's key.
     struct RuleList {
+        explicit RuleList(const char* name) : key(name) {}
         FwRuleList rules;
         RuleListPlist plist;
-        const char* key;
+        const char* const key;
     };
 
-    void ReadRuleList(RuleList& list);
-    unsigned int AddRulePriv(const FwRule& rule, RuleList& list);
-    unsigned int DeleteRulePriv(unsigned int index, RuleList& list);
-    unsigned int FlushRulePriv(RuleList& list);
-    unsigned int SwapRuleOrderPriv(unsigned int a, unsigned int b);
-    void ApplyOptionDefaults();
+    void ReadRules() REQUIRES(m_lock);
+    void ReadOpt() REQUIRES(m_lock);
+    void ReadExceptionRuls() REQUIRES(m_lock);
+    void ReadRuleList(RuleList& list) REQUIRES(m_lock);
+    int AddRulePriv(const FwRule& rule, RuleList& list) REQUIRES(m_lock);
+    int DeleteRulePriv(unsigned int index, RuleList& list) REQUIRES(m_lock);
+    int FlushRulePriv(RuleList& list) REQUIRES(m_lock);
+    int SwapRuleOrderPriv(unsigned int a, unsigned int b) REQUIRES(m_lock);
+    void ApplyOptionDefaults() REQUIRES(m_lock);
     // Hands the list's entry to the store, in memory only.
-    bool SetRulesEntry(RuleList& list);
-    void WriteRules(RuleList& list);
-    void WriteOptions();
+    bool SetRulesEntry(RuleList& list) REQUIRES(m_lock);
+    void WriteRules(RuleList& list) REQUIRES(m_lock);
+    void WriteOptions() REQUIRES(m_lock);
 
     bool m_ready;
     RwMutex m_lock;
-    QvConfig<Mutex>* m_pConfig;
-    RuleList m_excpRules;
-    RuleList m_normalRules;
-    FwOptions m_options;
+    // The store locks itself; it is used under m_lock as well, so that a save writes what
+    // the lock's holder has just changed, never half of another caller's change.
+    std::unique_ptr<QvConfig<Mutex>> m_pConfig PT_GUARDED_BY(m_lock);
+    RuleList m_excpRules GUARDED_BY(m_lock);
+    RuleList m_normalRules GUARDED_BY(m_lock);
+    FwOptions m_options GUARDED_BY(m_lock);
 };
 
 }  // namespace vela

@@ -1,97 +1,144 @@
 #include "FwMgr.h"
 
 #include "QvDebugLog.h"
-#include "QvErrors.h"
+#include "QvFirewall.h"
+#include "SystemCommandRunner.h"
 
 namespace qor {
 namespace vela {
 
-FwMgr::FwMgr()
-    : m_pGenerator(nullptr),
-      m_pConfig(nullptr),
-      m_pThread(nullptr),
+namespace {
+
+// Both sets' locks, in the one order every caller takes them: the exception set's first.
+class SCOPED_CAPABILITY BothSets {
+public:
+    BothSets(RuleMgr& exception, RuleMgr& normal) ACQUIRE(exception.mutex(), normal.mutex())
+        : m_exception(exception.mutex()), m_normal(normal.mutex()) {}
+    ~BothSets() RELEASE() {}
+    BothSets(const BothSets&) = delete;
+    BothSets& operator=(const BothSets&) = delete;
+
+private:
+    Guard<Mutex> m_exception;
+    Guard<Mutex> m_normal;
+};
+
+}  // namespace
+
+FwMgr::FwMgr(std::unique_ptr<CommandRunner> shell)
+    : m_shell(std::move(shell)),
       m_stop(false),
-      m_wakeQueue(-1) {
-    m_pGenerator = new RuleGenerator;
-    m_pConfig = new FwConfig;
-}
+      m_ready(false),
+      m_wakeQueue(-1),
+      m_excpRuleMgr(m_generator, *m_shell, kExceptionBaseRuleNum, m_config.GetExceptionSetNum()),
+      m_normalRuleMgr(m_generator, *m_shell, kNormalBaseRuleNum, m_config.GetNormalSetNum()) {}
+
+FwMgr::FwMgr() : FwMgr(std::make_unique<SystemCommandRunner>()) {}
 
 FwMgr::~FwMgr() {
     // A manager destroyed without Final must not leave its thread reading freed members.
-    if (m_pThread != nullptr) {
+    if (m_thread != nullptr) {
         StopNotify();
     }
-    delete m_pGenerator;
-    m_pGenerator = nullptr;
-    delete m_pConfig;
-    m_pConfig = nullptr;
 }
 
 int FwMgr::Init() {
-    m_pGenerator->InitFuncTab();
-    const int ret = static_cast<int>(m_pConfig->Init());
-    if (ret != 0) {
+    if (!m_config.IsReady()) {
         QV_LOG(QV_LOG_ERROR, "%s Failed to init config", "FwMgr::Init");
-        return ret;
+        return QV_ERR_INIT;
     }
     InitNotify();
-    // The rule sets learn their set numbers here, not only when their rules are loaded
-    // below, so that enabling or disabling reaches the stored sets and never set 0.
-    m_normalRuleMgr.m_setNum = static_cast<int32_t>(m_pConfig->GetNormalSetNum());
-    m_excpRuleMgr.m_setNum = static_cast<int32_t>(m_pConfig->GetExceptionSetNum());
-    if (m_pConfig->IsFwEnable()) {
-        m_pConfig->SetFwEnable(true);
-        m_normalRuleMgr.Enable();
-        m_excpRuleMgr.Enable();
-    } else {
-        DisableFireall();
+    {
+        BothSets lock(m_excpRuleMgr, m_normalRuleMgr);
+        (void)SwitchSets(m_config.IsFwEnable());
     }
     StartNotify();
     // Rules go into ipfw only once the sets are enabled or disabled, exceptions first.
     InitExceptionRuleMgr();
     InitNormalRuleMgr();
+    m_ready = true;
     return 0;
 }
 
 int FwMgr::Final() {
     StopNotify();
-    m_normalRuleMgr.m_nextNum = static_cast<uint32_t>(m_normalRuleMgr.m_startNum);
-    m_normalRuleMgr.DeleteSet(static_cast<unsigned int>(m_normalRuleMgr.m_setNum));
-    m_excpRuleMgr.m_nextNum = static_cast<uint32_t>(m_excpRuleMgr.m_startNum);
-    return m_excpRuleMgr.DeleteSet(static_cast<unsigned int>(m_excpRuleMgr.m_setNum));
+    if (!m_ready.exchange(false)) {
+        return 0;
+    }
+    BothSets lock(m_excpRuleMgr, m_normalRuleMgr);
+    m_normalRuleMgr.ResetNumbering();
+    (void)m_normalRuleMgr.DeleteSet(static_cast<unsigned int>(m_normalRuleMgr.setNum()));
+    m_excpRuleMgr.ResetNumbering();
+    return m_excpRuleMgr.DeleteSet(static_cast<unsigned int>(m_excpRuleMgr.setNum()));
 }
 
 void FwMgr::InitNormalRuleMgr() {
+    Guard<Mutex> lock(m_normalRuleMgr.mutex());
     FwRuleList rules;
-    m_pConfig->GetAllNormalRules(rules);
-    m_normalRuleMgr.Init(kNormalBaseRuleNum, static_cast<int>(m_pConfig->GetNormalSetNum()),
-                         m_pGenerator, rules);
+    m_config.GetAllNormalRules(rules);
+    m_normalRuleMgr.Init(rules);
 }
 
 void FwMgr::InitExceptionRuleMgr() {
+    Guard<Mutex> lock(m_excpRuleMgr.mutex());
     FwRuleList rules;
-    m_pConfig->GetExceptionRules(rules);
-    m_excpRuleMgr.Init(kExceptionBaseRuleNum, static_cast<int>(m_pConfig->GetExceptionSetNum()),
-                       m_pGenerator, rules);
+    m_config.GetExceptionRules(rules);
+    m_excpRuleMgr.Init(rules);
 }
 
-int FwMgr::DisableFireall() {
-    m_pConfig->SetFwEnable(false);
-    const int normal = m_normalRuleMgr.Disable();
-    const int exception = m_excpRuleMgr.Disable();
+// The flag first, then both sets, always both.
+int FwMgr::SwitchSets(bool enable) {
+    m_config.SetFwEnable(enable);
+    const int normal = enable ? m_normalRuleMgr.Enable() : m_normalRuleMgr.Disable();
+    const int exception = enable ? m_excpRuleMgr.Enable() : m_excpRuleMgr.Disable();
     return normal != 0 ? normal : exception;
 }
 
-bool FwMgr::IsFwEnable() {
-    return m_pConfig->IsFwEnable();
+int FwMgr::EnableFirewall() {
+    BothSets lock(m_excpRuleMgr, m_normalRuleMgr);
+    return SwitchSets(true);
 }
 
+int FwMgr::DisableFireall() {
+    BothSets lock(m_excpRuleMgr, m_normalRuleMgr);
+    return SwitchSets(false);
+}
+
+bool FwMgr::IsFwEnable() {
+    return m_config.IsFwEnable();
+}
+
+int FwMgr::SetNotifyEnable(bool enable) {
+    return m_config.SetNotifyEnable(enable);
+}
+
+bool FwMgr::IsNotifyEnable() {
+    return m_config.IsNotifyEnable();
+}
+
+// Under the set's lock, so that a list is never seen half replaced.
 int FwMgr::GetAllNormalRules(FwRuleList& list) {
-    return static_cast<int>(m_pConfig->GetAllNormalRules(list));
+    Guard<Mutex> lock(m_normalRuleMgr.mutex());
+    return m_config.GetAllNormalRules(list);
 }
 
 int FwMgr::GetExcpRules(FwRuleList& list) {
-    return static_cast<int>(m_pConfig->GetExceptionRules(list));
+    Guard<Mutex> lock(m_excpRuleMgr.mutex());
+    return m_config.GetExceptionRules(list);
+}
+
+int FwMgr::AddRuleTo(RuleMgr& rules, PersistRule persist, FwRule& rule) {
+    Guard<Mutex> lock(rules.mutex());
+    const int ret = rules.AddRule(rule);
+    return ret != 0 ? ret : (m_config.*persist)(rule);
+}
+
+int FwMgr::AddNormalRule(FwRule& rule) {
+    return AddRuleTo(m_normalRuleMgr, &FwConfig::AddNormalRule, rule);
+}
+
+int FwMgr::AddExcpRule(FwRule& rule) {
+    return AddRuleTo(m_excpRuleMgr, &FwConfig::AddExcpRule, rule);
 }
 
 int FwMgr::ModifyNormalRule(FwRule& rule) {
@@ -100,25 +147,23 @@ int FwMgr::ModifyNormalRule(FwRule& rule) {
         return QV_ERR_INVALID_ARG;
     }
     const unsigned int index = rule.rule_index();
+    Guard<Mutex> lock(m_normalRuleMgr.mutex());
     FwRule old;
-    const int ret = static_cast<int>(m_pConfig->GetNormalRule(index, old));
+    const int ret = m_config.GetNormalRule(index, old);
     if (ret != 0) {
         QV_LOG(QV_LOG_ERROR, "%s Rule index %d not exist", "FwMgr::SetNormalRule",
                static_cast<int>(index));
         return ret;
     }
-    m_normalRuleMgr.DeleteRule(index);
-    m_pConfig->DeleteNormalRule(index);
-    const int added =
-        m_normalRuleMgr.AddRulePriv(rule, static_cast<int>(index), m_normalRuleMgr.m_setNum);
-    if (added != 0) {
-        return added;
-    }
-    return static_cast<int>(m_pConfig->AddNormalRule(rule));
+    (void)m_normalRuleMgr.DeleteRule(index);
+    (void)m_config.DeleteNormalRule(index);
+    const int added = m_normalRuleMgr.AddRulePriv(rule, static_cast<int32_t>(index));
+    return added != 0 ? added : m_config.AddNormalRule(rule);
 }
 
 int FwMgr::DeleteNormalRule(unsigned int number) {
-    if (m_pConfig->DeleteNormalRule(number) != 0) {
+    Guard<Mutex> lock(m_normalRuleMgr.mutex());
+    if (m_config.DeleteNormalRule(number) != 0) {
         QV_LOG(QV_LOG_WARNING, "%s Rule %u can't be found", "FwMgr::DeleteRule", number);
     }
     // A rule that is in ipfw but not in the store still goes.
@@ -126,15 +171,17 @@ int FwMgr::DeleteNormalRule(unsigned int number) {
 }
 
 int FwMgr::DeleteExcpRule(unsigned int number) {
-    if (m_pConfig->DeleteExcpRule(number) != 0) {
+    Guard<Mutex> lock(m_excpRuleMgr.mutex());
+    if (m_config.DeleteExcpRule(number) != 0) {
         QV_LOG(QV_LOG_WARNING, "%s Rule %u can't be found", "FwMgr::DeleteExcpRule", number);
     }
     return m_excpRuleMgr.DeleteRule(number);
 }
 
 int FwMgr::FlushRules() {
-    m_pConfig->FlushRules();
-    m_pConfig->FlushExcpRules();
+    BothSets lock(m_excpRuleMgr, m_normalRuleMgr);
+    (void)m_config.FlushRules();
+    (void)m_config.FlushExcpRules();
     // "ipfw -q flush" empties every set, so the exception set needs its own flush only
     // when that failed.
     if (m_normalRuleMgr.FlushRules() == 0) {
@@ -143,22 +190,30 @@ int FwMgr::FlushRules() {
     return m_excpRuleMgr.FlushRules() != 0 ? 1 : 0;
 }
 
+int FwMgr::FlushNormalRules() {
+    Guard<Mutex> lock(m_normalRuleMgr.mutex());
+    (void)m_config.FlushRules();
+    return m_normalRuleMgr.FlushVelaRules();
+}
+
 int FwMgr::FlushExcpRules() {
-    m_pConfig->FlushExcpRules();
+    Guard<Mutex> lock(m_excpRuleMgr.mutex());
+    (void)m_config.FlushExcpRules();
     return m_excpRuleMgr.FlushVelaRules();
 }
 
 int FwMgr::SwapNormalRuleOrder(unsigned int first, unsigned int second) {
-    const int ret = static_cast<int>(m_pConfig->SwapNormalRuleOrder(first, second));
+    Guard<Mutex> lock(m_normalRuleMgr.mutex());
+    const int ret = m_config.SwapNormalRuleOrder(first, second);
     if (ret != 0) {
         return ret;
     }
-    m_normalRuleMgr.DeleteRule(first);
-    m_normalRuleMgr.DeleteRule(second);
+    (void)m_normalRuleMgr.DeleteRule(first);
+    (void)m_normalRuleMgr.DeleteRule(second);
     for (unsigned int number : {first, second}) {
         FwRule rule;
-        m_pConfig->GetNormalRule(number, rule);
-        m_normalRuleMgr.AddRulePriv(rule, static_cast<int>(number), m_normalRuleMgr.m_setNum);
+        (void)m_config.GetNormalRule(number, rule);
+        (void)m_normalRuleMgr.AddRulePriv(rule, static_cast<int32_t>(number));
     }
     return 0;
 }
@@ -183,7 +238,7 @@ int FwMgr::AddSortedRules(std::map<int, FwRule*>& sorted, RuleMgr& rules, Persis
         pair->set_first(static_cast<uint32_t>(order));
         int ret = rules.AddRule(*rule);
         if (ret == 0) {
-            ret = static_cast<int>((m_pConfig->*persist)(*rule));
+            ret = (m_config.*persist)(*rule);
         }
         if (ret == 0) {
             pair->set_second(rule->rule_index());
@@ -202,20 +257,21 @@ int FwMgr::AddNormalRuleList(FwRuleInfoList& list, UIntPairArray& pairs) {
                "FwMgr::AddRuleList");
         return ret;
     }
+    Guard<Mutex> lock(m_normalRuleMgr.mutex());
     return AddSortedRules(sorted, m_normalRuleMgr, &FwConfig::AddNormalRule, pairs);
 }
 
 int FwMgr::ReplaceRuleList(FwRuleInfoList& list, UIntPairArray& pairs, const char* name,
-                           RuleMgr& rules, unsigned int (FwConfig::*flushStored)(),
-                           PersistRule persist) {
+                           RuleMgr& rules, FlushStored flushStored, PersistRule persist) {
     std::map<int, FwRule*> sorted;
     const int ret = SortRules(list, sorted);
     if (ret != 0) {
         QV_LOG(QV_LOG_ERROR, "%s there are two rules has the same rule order", name);
         return ret;
     }
-    (m_pConfig->*flushStored)();
-    rules.FlushVelaRules();
+    Guard<Mutex> lock(rules.mutex());
+    (void)(m_config.*flushStored)();
+    (void)rules.FlushVelaRules();
     return AddSortedRules(sorted, rules, persist, pairs);
 }
 

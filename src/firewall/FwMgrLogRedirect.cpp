@@ -6,7 +6,6 @@
 
 #include "FwMgr.h"
 #include "QvDebugLog.h"
-#include "QvUtil.h"
 #include "ShellText.h"
 #include "SyslogRedirection.h"
 
@@ -41,19 +40,18 @@ void AppendBlock(const std::string& configurationPath, const std::string& logPat
 }  // namespace
 
 void FwMgr::InitNotify() {
-    m_fwLogPath = m_pConfig->GetFwLogPath();
-    const std::string configurationPath = m_pConfig->GetSysConfPath();
+    m_fwLogPath = m_config.GetFwLogPath();
+    const std::string configurationPath = m_config.GetSysConfPath();
 
     if (IsSafeInDoubleQuotes(m_fwLogPath)) {
-        const std::string touch = "touch \"" + m_fwLogPath + "\"";
-        QvSystem(touch.c_str(), nullptr, 0, kCommandTimeout);
+        (void)m_shell->Run("touch \"" + m_fwLogPath + "\"", kCommandTimeout);
     } else {
         QV_LOG(QV_LOG_ERROR, "%s Unsafe log path %s, not created", "FwMgr::InitNotify",
                m_fwLogPath.c_str());
     }
     if (RedirectFwLog(configurationPath, m_fwLogPath) != kRedirectionPresent) {
         // The logger reads its configuration only at start and on a hang-up.
-        QvSystem("killall -HUP syslogd", nullptr, 0, kCommandTimeout);
+        (void)m_shell->Run("killall -HUP syslogd", kCommandTimeout);
     }
 }
 

@@ -13,9 +13,9 @@
 #include "FwLogParser.h"
 #include "FwMgr.h"
 #include "QvDebugLog.h"
+#include "QvFirewall.h"
 #include "QvGeneral.h"
 #include "QvIpcCall.h"
-#include "QvUtil.h"
 #include "ShellText.h"
 #include "VelaCommonMsg.pb.h"
 
@@ -33,7 +33,7 @@ constexpr uintptr_t kWakeIdent = 1;
 constexpr size_t kLineSize = 4096;
 
 // The file's status in `status`, creating the file when it is missing.
-void GetFileStat(const std::string& path, struct stat& status) {
+void GetFileStat(CommandRunner& shell, const std::string& path, struct stat& status) {
     if (stat(path.c_str(), &status) == 0) {
         return;
     }
@@ -43,8 +43,7 @@ void GetFileStat(const std::string& path, struct stat& status) {
         QV_LOG(QV_LOG_ERROR, "%s Unsafe path %s, not created", "GetFileStat", path.c_str());
         return;
     }
-    const std::string touch = "touch " + path;
-    if (!QvSystem(touch.c_str(), nullptr, 0, kTouchTimeout) || stat(path.c_str(), &status) != 0) {
+    if (!shell.Run("touch " + path, kTouchTimeout).ok() || stat(path.c_str(), &status) != 0) {
         QV_LOG(QV_LOG_ERROR, "%s Failed to create file %s", "GetFileStat", path.c_str());
     }
 }
@@ -65,8 +64,8 @@ bool SameFile(const struct stat& known, const struct stat& now) {
     return now.st_ino == known.st_ino && now.st_dev == known.st_dev && known.st_nlink != 0;
 }
 
-void Report(FwMgr& manager, const EventLogItemFw& event) {
-    if (manager.m_pConfig->IsNotifyEnable()) {
+void Report(FwConfig& config, const EventLogItemFw& event) {
+    if (config.IsNotifyEnable()) {
         std::string data;
         event.SerializeToString(&data);
         g_notify.load()(QV_EVENT_FW_LOG, data.data(), static_cast<int>(data.size()));
@@ -76,13 +75,13 @@ void Report(FwMgr& manager, const EventLogItemFw& event) {
 }
 
 // Reports every complete or partial line from the read position to the end of the file.
-void ReadNewLines(FwMgr& manager, FILE* file, const FwLogParser& parser) {
+void ReadNewLines(FwConfig& config, FILE* file, const FwLogParser& parser) {
     char line[kLineSize];
     std::memset(line, 0, sizeof line);
     while (fgets(line, sizeof line, file) != nullptr) {
         EventLogItemFw event;
         if (parser.Parse(line, static_cast<int32_t>(time(nullptr)), event)) {
-            Report(manager, event);
+            Report(config, event);
         }
         std::memset(line, 0, sizeof line);
     }
@@ -124,11 +123,12 @@ bool WaitForChange(int queue, const struct timespec& timeout) {
     return true;
 }
 
-void FollowLog(FwMgr& manager, const std::string& path, struct stat known, FILE* file, int queue) {
+void FollowLog(FwConfig& config, const std::atomic<bool>& stop, const std::string& path,
+               struct stat known, FILE* file, int queue) {
     FwLogParser parser;
     const struct timespec wait = {kWaitSeconds, 0};
     const struct timespec recheck = {0, kMissingFileRecheckNs};
-    while (!manager.m_stop) {
+    while (!stop) {
         struct stat now {};
         if (stat(path.c_str(), &now) != 0) {
             WaitForChange(queue, recheck);
@@ -137,7 +137,7 @@ void FollowLog(FwMgr& manager, const std::string& path, struct stat known, FILE*
         if (!FollowRotation(path, now, known, file, queue)) {
             continue;
         }
-        ReadNewLines(manager, file, parser);
+        ReadNewLines(config, file, parser);
         if (!WaitForChange(queue, wait)) {
             break;
         }
@@ -150,36 +150,35 @@ void FollowLog(FwMgr& manager, const std::string& path, struct stat known, FILE*
 }  // namespace
 
 void FwMgr::StartNotify() {
-    if (!QvSystem("sysctl -w net.inet.ip.fw.verbose=1", nullptr, 0, kSysctlTimeout)) {
+    if (!m_shell->Run("sysctl -w net.inet.ip.fw.verbose=1", kSysctlTimeout).ok()) {
         QV_LOG(QV_LOG_ERROR, "%s Failed to set net.inet.ip.fw.verbose to be 1",
                "FwMgr::StartNotify");
         return;
     }
     m_stop = false;
-    m_pThread = new Thread(NotifyFunc, this, false, PRIORITY_NORMAL);
+    m_thread = std::make_unique<Thread>(NotifyFunc, this, false, PRIORITY_NORMAL);
 }
 
+// Finalize stops the watcher early, before the log goes, and Final stops it again:
+// verbose logging is switched off once, and only when the watcher ran.
 void FwMgr::StopNotify() {
-    // Finalize stops the watcher early, before the log goes, and Final stops it again:
-    // verbose logging is switched off once.
-    if (!m_stop.exchange(true)) {
-        QvSystem("sysctl -w net.inet.ip.fw.verbose=0", nullptr, 0, kSysctlTimeout);
+    if (m_thread == nullptr) {
+        return;
     }
+    m_stop = true;
+    (void)m_shell->Run("sysctl -w net.inet.ip.fw.verbose=0", kSysctlTimeout);
     WakeWatcher();
-    if (m_pThread != nullptr) {
-        m_pThread->stop();
-        delete m_pThread;
-        m_pThread = nullptr;
-    }
+    m_thread->stop();
+    m_thread.reset();
 }
 
 void FwMgr::SetWakeQueue(int queue) {
-    std::lock_guard<std::mutex> guard(m_wakeLock);
+    Guard<Mutex> guard(m_wakeLock);
     m_wakeQueue = queue;
 }
 
 void FwMgr::WakeWatcher() {
-    std::lock_guard<std::mutex> guard(m_wakeLock);
+    Guard<Mutex> guard(m_wakeLock);
     if (m_wakeQueue < 0) {
         return;
     }
@@ -193,7 +192,7 @@ void* FwMgr::NotifyFunc(void* argument) {
     QV_LOG(QV_LOG_DETAIL, "%s Enter", "NotifyFunc");
     const std::string path = manager.m_fwLogPath;
     struct stat known {};
-    GetFileStat(path, known);
+    GetFileStat(*manager.m_shell, path, known);
 
     const int queue = kqueue();
     if (queue < 0) {
@@ -216,7 +215,7 @@ void* FwMgr::NotifyFunc(void* argument) {
     kevent(queue, &wake, 1, nullptr, 0, nullptr);
     manager.SetWakeQueue(queue);
 
-    FollowLog(manager, path, known, file, queue);
+    FollowLog(manager.m_config, manager.m_stop, path, known, file, queue);
 
     manager.SetWakeQueue(-1);
     close(queue);

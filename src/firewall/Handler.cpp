@@ -2,10 +2,11 @@
 
 #include "QvConvert.h"
 #include "QvDebugLog.h"
-#include "QvErrors.h"
-#include "QvPlugin.h"
+#include "QvFirewall.h"
 #include "VelaCommonMsg.pb.h"
 #include "VelaFwMsg.pb.h"
+
+qor::vela::FwMgr* g_pFwMgr = nullptr;
 
 namespace qor {
 namespace vela {
@@ -47,29 +48,26 @@ bool Decode(const void* in, int inLen, T& message) {
     return message.ParsePartialFromArray(in, inLen) && message.IsInitialized();
 }
 
-// The manager, or null (logged) outside Initialize..Finalize.
-FwMgr* Manager(const char* name) {
-    if (g_pFwMgr == nullptr) {
-        QV_LOG(QV_LOG_ERROR, "%s FwMgr is not initialized", name);
-    }
-    return g_pFwMgr;
-}
-
-// Runs `operation` on the manager; 20013 when there is none.
+// Runs `operation` on the manager; 20013 (logged) when there is none or its Init failed.
 template <typename Operation>
 int WithManager(const char* name, Operation operation) {
-    FwMgr* manager = Manager(name);
-    return manager == nullptr ? QV_ERR_INIT : operation(*manager);
+    FwMgr* manager = g_pFwMgr;
+    if (manager == nullptr || !manager->IsReady()) {
+        QV_LOG(QV_LOG_ERROR, "%s FwMgr is not initialized", name);
+        return QV_ERR_INIT;
+    }
+    return operation(*manager);
 }
 
-using RuleSet = RuleMgr FwMgr::*;
-using PersistRule = unsigned int (FwConfig::*)(const FwRule&);
+using AddOperation = int (FwMgr::*)(FwRule&);
+using DeleteOperation = int (FwMgr::*)(unsigned int);
 using ListOperation = int (FwMgr::*)(FwRuleInfoList&, UIntPairArray&);
 using RuleGetter = int (FwMgr::*)(FwRuleList&);
+using Query = bool (FwMgr::*)();
 
-// Installs the rule in the set first, then stores it; no rollback when storing fails.
-int AddRuleToSet(const char* name, const void* in, int inLen, void** out, int* outLen, RuleSet set,
-                 PersistRule persist) {
+// Answers the number the rule was installed under.
+int AddRuleToSet(const char* name, const void* in, int inLen, void** out, int* outLen,
+                 AddOperation add) {
     if (!CheckInOut(name, in, inLen, out, outLen)) {
         return QV_ERR_INVALID_ARG;
     }
@@ -78,24 +76,16 @@ int AddRuleToSet(const char* name, const void* in, int inLen, void** out, int* o
         QV_LOG(QV_LOG_ERROR, "%s failed to init fwRule", name);
         return QV_ERR_INCOMPLETE;
     }
-    FwMgr* manager = Manager(name);
-    if (manager == nullptr) {
-        return QV_ERR_INIT;
-    }
-    int ret = (manager->*set).AddRule(rule);
-    if (ret != 0) {
-        return ret;
-    }
-    ret = static_cast<int>((manager->m_pConfig->*persist)(rule));
-    if (ret != 0) {
-        return ret;
-    }
-    UIntType number;
-    number.set_value(rule.rule_index());
-    return pb2data(number, out, outLen);
+    return WithManager(name, [&](FwMgr& manager) {
+        const int ret = (manager.*add)(rule);
+        if (ret != 0) {
+            return ret;
+        }
+        UIntType number;
+        number.set_value(rule.rule_index());
+        return pb2data(number, out, outLen);
+    });
 }
-
-using DeleteOperation = int (FwMgr::*)(unsigned int);
 
 int DeleteFromSet(const char* name, const void* in, int inLen, DeleteOperation remove) {
     if (!CheckIn(name, in, inLen)) {
@@ -106,36 +96,38 @@ int DeleteFromSet(const char* name, const void* in, int inLen, DeleteOperation r
         QV_LOG(QV_LOG_ERROR, "%s failed to init ruleNum", name);
         return QV_ERR_INCOMPLETE;
     }
-    FwMgr* manager = Manager(name);
-    return manager == nullptr ? QV_ERR_INIT : (manager->*remove)(number.value());
+    return WithManager(name, [&](FwMgr& manager) { return (manager.*remove)(number.value()); });
 }
 
-// Checks and decodes a rule-list request: 0 with the list and the manager, or the code.
-int DecodeList(const char* name, const void* in, int inLen, void** out, int* outLen,
-               FwRuleInfoList& list, FwMgr*& manager) {
+// Checks and decodes a rule-list request, then runs the manager's operation on it: its
+// code with the pairs in `pairs`, or the code of the check or the decoding.
+int RunList(const char* name, const void* in, int inLen, void** out, int* outLen,
+            ListOperation operation, UIntPairArray& pairs, bool& ran) {
+    ran = false;
     if (!CheckInOut(name, in, inLen, out, outLen)) {
         return QV_ERR_INVALID_ARG;
     }
+    FwRuleInfoList list;
     if (!Decode(in, inLen, list)) {
         QV_LOG(QV_LOG_ERROR, "%s Failed to init fwRuleList", name);
         return QV_ERR_INCOMPLETE;
     }
-    manager = Manager(name);
-    return manager == nullptr ? QV_ERR_INIT : 0;
+    return WithManager(name, [&](FwMgr& manager) {
+        ran = true;
+        return (manager.*operation)(list, pairs);
+    });
 }
 
 // Replacing a set answers the pairs whatever the manager returned, and a failure to
 // encode them wins over the manager's code.
 int ReplaceSet(const char* name, const void* in, int inLen, void** out, int* outLen,
                ListOperation operation) {
-    FwRuleInfoList list;
-    FwMgr* manager = nullptr;
-    int ret = DecodeList(name, in, inLen, out, outLen, list, manager);
-    if (ret != 0) {
+    UIntPairArray pairs;
+    bool ran = false;
+    const int ret = RunList(name, in, inLen, out, outLen, operation, pairs, ran);
+    if (!ran) {
         return ret;
     }
-    UIntPairArray pairs;
-    ret = (manager->*operation)(list, pairs);
     if (ret != 0) {
         QV_LOG(QV_LOG_ERROR, "%s Failed to set the rule list, ret is %d", name, ret);
     }
@@ -147,43 +139,37 @@ int GetRules(const char* name, void** out, int* outLen, RuleGetter get) {
     if (!CheckOut(name, out, outLen)) {
         return QV_ERR_INVALID_ARG;
     }
-    FwMgr* manager = Manager(name);
-    if (manager == nullptr) {
-        return QV_ERR_INIT;
-    }
-    FwRuleList list;
-    const int ret = (manager->*get)(list);
-    return ret != 0 ? ret : pb2data(list, out, outLen);
+    return WithManager(name, [&](FwMgr& manager) {
+        FwRuleList list;
+        const int ret = (manager.*get)(list);
+        return ret != 0 ? ret : pb2data(list, out, outLen);
+    });
 }
 
-int AnswerBool(const char* name, void** out, int* outLen, bool (*read)(FwMgr&)) {
+int AnswerBool(const char* name, void** out, int* outLen, Query query) {
     if (!CheckOut(name, out, outLen)) {
         return QV_ERR_INVALID_ARG;
     }
-    FwMgr* manager = Manager(name);
-    if (manager == nullptr) {
-        return QV_ERR_INIT;
-    }
-    BoolType answer;
-    answer.set_value(read(*manager));
-    return pb2data(answer, out, outLen);
+    return WithManager(name, [&](FwMgr& manager) {
+        BoolType answer;
+        answer.set_value((manager.*query)());
+        return pb2data(answer, out, outLen);
+    });
 }
 
-// The normal set's code when it failed, else the exception set's.
-int FirstFailure(int normal, int exception) {
-    return normal != 0 ? normal : exception;
+template <typename Operation>
+int Run(const char* name, Operation operation) {
+    return WithManager(name, [&](FwMgr& manager) { return (manager.*operation)(); });
 }
 
 }  // namespace
 
 int AddRule(int, const void* in, int inLen, void** out, int* outLen) {
-    return AddRuleToSet("AddRule", in, inLen, out, outLen, &FwMgr::m_normalRuleMgr,
-                        &FwConfig::AddNormalRule);
+    return AddRuleToSet("AddRule", in, inLen, out, outLen, &FwMgr::AddNormalRule);
 }
 
 int AddExcpRule(int, const void* in, int inLen, void** out, int* outLen) {
-    return AddRuleToSet("AddExcpRule", in, inLen, out, outLen, &FwMgr::m_excpRuleMgr,
-                        &FwConfig::AddExcpRule);
+    return AddRuleToSet("AddExcpRule", in, inLen, out, outLen, &FwMgr::AddExcpRule);
 }
 
 int DeleteRule(int, const void* in, int inLen, void**, int*) {
@@ -195,52 +181,39 @@ int DeleteExcpRule(int, const void* in, int inLen, void**, int*) {
 }
 
 int FlushRules(int, const void*, int, void**, int*) {
-    return WithManager("FlushRules", [](FwMgr& manager) { return manager.FlushRules(); });
+    return Run("FlushRules", &FwMgr::FlushRules);
 }
 
-// The stored list is emptied even when emptying the ipfw set then fails.
 int FlushNormalRules(int, const void*, int, void**, int*) {
-    return WithManager("FlushNormalRules", [](FwMgr& manager) {
-        manager.m_pConfig->FlushRules();
-        return manager.m_normalRuleMgr.FlushVelaRules();
-    });
+    return Run("FlushNormalRules", &FwMgr::FlushNormalRules);
 }
 
 int FlushExcpRule(int, const void*, int, void**, int*) {
-    return WithManager("FlushExcpRule", [](FwMgr& manager) { return manager.FlushExcpRules(); });
+    return Run("FlushExcpRule", &FwMgr::FlushExcpRules);
 }
 
-// The flag is stored first; both sets are always enabled.
 int EnableFirewall(int, const void*, int, void**, int*) {
-    return WithManager("EnableFirewall", [](FwMgr& manager) {
-        manager.m_pConfig->SetFwEnable(true);
-        const int normal = manager.m_normalRuleMgr.Enable();
-        const int exception = manager.m_excpRuleMgr.Enable();
-        return FirstFailure(normal, exception);
-    });
+    return Run("EnableFirewall", &FwMgr::EnableFirewall);
 }
 
 int DisableFirewall(int, const void*, int, void**, int*) {
-    return WithManager("DisableFirewall", [](FwMgr& manager) { return manager.DisableFireall(); });
+    return Run("DisableFirewall", &FwMgr::DisableFireall);
 }
 
 int IsFwEnable(int, const void*, int, void** out, int* outLen) {
-    return AnswerBool("IsFwEnable", out, outLen,
-                      [](FwMgr& manager) { return manager.IsFwEnable(); });
+    return AnswerBool("IsFwEnable", out, outLen, &FwMgr::IsFwEnable);
 }
 
 int IsNotifyEnable(int, const void*, int, void** out, int* outLen) {
-    return AnswerBool("IsNotifyEnable", out, outLen,
-                      [](FwMgr& manager) { return manager.m_pConfig->IsNotifyEnable(); });
+    return AnswerBool("IsNotifyEnable", out, outLen, &FwMgr::IsNotifyEnable);
 }
 
-// Only the stored flag changes: the watcher keeps running and reads it for each event.
 int SetNotifyEnable(int cmd, const void*, int, void**, int*) {
     if (cmd != QV_CMD_ENABLE_NOTIFY && cmd != QV_CMD_DISABLE_NOTIFY) {
         return 0;
     }
     return WithManager("SetNotifyEnable", [cmd](FwMgr& manager) {
-        return static_cast<int>(manager.m_pConfig->SetNotifyEnable(cmd == QV_CMD_ENABLE_NOTIFY));
+        return manager.SetNotifyEnable(cmd == QV_CMD_ENABLE_NOTIFY);
     });
 }
 
@@ -255,15 +228,13 @@ int GetExcpRules(int, const void*, int, void** out, int* outLen) {
 
 // The manager's code wins, even over a failure to encode the pairs.
 int AddRuleList(int, const void* in, int inLen, void** out, int* outLen) {
-    FwRuleInfoList list;
-    FwMgr* manager = nullptr;
-    int ret = DecodeList("AddRuleList", in, inLen, out, outLen, list, manager);
-    if (ret != 0) {
-        return ret;
-    }
     UIntPairArray pairs;
-    ret = manager->AddNormalRuleList(list, pairs);
-    pb2data(pairs, out, outLen);
+    bool ran = false;
+    const int ret =
+        RunList("AddRuleList", in, inLen, out, outLen, &FwMgr::AddNormalRuleList, pairs, ran);
+    if (ran) {
+        (void)pb2data(pairs, out, outLen);
+    }
     return ret;
 }
 
@@ -298,15 +269,13 @@ int ModifyRule(int, const void* in, int inLen, void**, int*) {
         QV_LOG(QV_LOG_ERROR, "%s Failed to init fwRule", "SetRule");
         return QV_ERR_INCOMPLETE;
     }
-    FwMgr* manager = Manager("SetRule");
-    if (manager == nullptr) {
-        return QV_ERR_INIT;
-    }
-    const int ret = manager->ModifyNormalRule(rule);
-    if (ret != 0) {
-        QV_LOG(QV_LOG_ERROR, "%s Failed to set normal rule", "SetRule");
-    }
-    return ret;
+    return WithManager("SetRule", [&rule](FwMgr& manager) {
+        const int ret = manager.ModifyNormalRule(rule);
+        if (ret != 0) {
+            QV_LOG(QV_LOG_ERROR, "%s Failed to set normal rule", "SetRule");
+        }
+        return ret;
+    });
 }
 
 }  // namespace vela

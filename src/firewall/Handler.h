@@ -1,13 +1,13 @@
-// The firewall command handlers behind the rows of the command table. Each one decodes
-// its request, calls the manager (or one of its rule sets, or its configuration) and
-// encodes the response with pb2data. They hold no state and take no lock of their own;
-// see QvPlugin.h for the calling contract and the codes.
+// The firewall command handlers behind the rows of the command table. Each one checks its
+// arguments, decodes its request, calls the manager and encodes the response with
+// pb2data. They hold no state and take no lock of their own; see QvPlugin.h for the
+// calling contract and QvFirewall.h for the commands and codes.
 #pragma once
 
 #include "FwMgr.h"
 
 // The one firewall manager, null before Initialize and after Finalize. A handler called
-// while it is null answers 20013.
+// while it is null, or while its Init has failed, answers 20013.
 extern qor::vela::FwMgr* g_pFwMgr;
 
 namespace qor {

@@ -6,7 +6,7 @@
 #include <sstream>
 
 #include "QvDebugLog.h"
-#include "QvErrors.h"
+#include "QvFirewall.h"
 #include "StringMap.h"
 
 namespace qor {
@@ -79,6 +79,10 @@ bool RuleGenerator::IsSafeInterfaceName(const std::string& device) {
     return consistsOf(device, kMaxInterfaceNameLength, "._-*");
 }
 
+RuleGenerator::RuleGenerator() {
+    InitFuncTab();
+}
+
 void RuleGenerator::InitFuncTab() {
     m_funcTab.push_back(&RuleGenerator::GenProto);
     m_funcTab.push_back(&RuleGenerator::GenSrcIp);
@@ -96,7 +100,7 @@ void RuleGenerator::InitFuncTab() {
     m_funcTab.push_back(&RuleGenerator::GenKeepState);
 }
 
-int32_t RuleGenerator::CreateRule(const FwRule& rule, std::string& out) {
+int32_t RuleGenerator::CreateRule(const FwRule& rule, std::string& out) const {
     const StringMap* keywords = StringMap::getObj();
 
     if (rule.has_probability()) {
@@ -129,7 +133,7 @@ int32_t RuleGenerator::CreateRule(const FwRule& rule, std::string& out) {
     return ParseOpt(rule, out);
 }
 
-int32_t RuleGenerator::ParseOpt(const FwRule& rule, std::string& out) {
+int32_t RuleGenerator::ParseOpt(const FwRule& rule, std::string& out) const {
     for (GenFunc func : m_funcTab) {
         int32_t ret = (this->*func)(rule, out);
         if (ret != 0) {
@@ -140,7 +144,7 @@ int32_t RuleGenerator::ParseOpt(const FwRule& rule, std::string& out) {
     return 0;
 }
 
-int32_t RuleGenerator::GenProto(const FwRule& rule, std::string& out) {
+int32_t RuleGenerator::GenProto(const FwRule& rule, std::string& out) const {
     if (!rule.has_protocol()) {
         return 0;
     }
@@ -159,7 +163,7 @@ int32_t RuleGenerator::GenProto(const FwRule& rule, std::string& out) {
     return 0;
 }
 
-int32_t RuleGenerator::GenSrcIp(const FwRule& rule, std::string& out) {
+int32_t RuleGenerator::GenSrcIp(const FwRule& rule, std::string& out) const {
     if (!rule.has_src_ip()) {
         return 0;
     }
@@ -167,7 +171,7 @@ int32_t RuleGenerator::GenSrcIp(const FwRule& rule, std::string& out) {
     return GetIpAndMask(rule.src_ip(), out);
 }
 
-int32_t RuleGenerator::GenDstIp(const FwRule& rule, std::string& out) {
+int32_t RuleGenerator::GenDstIp(const FwRule& rule, std::string& out) const {
     if (!rule.has_dst_ip()) {
         return 0;
     }
@@ -175,7 +179,7 @@ int32_t RuleGenerator::GenDstIp(const FwRule& rule, std::string& out) {
     return GetIpAndMask(rule.dst_ip(), out);
 }
 
-int32_t RuleGenerator::GenSrcPort(const FwRule& rule, std::string& out) {
+int32_t RuleGenerator::GenSrcPort(const FwRule& rule, std::string& out) const {
     if (!rule.has_src_port()) {
         return 0;
     }
@@ -183,7 +187,7 @@ int32_t RuleGenerator::GenSrcPort(const FwRule& rule, std::string& out) {
     return FillPort(rule.src_port(), out);
 }
 
-int32_t RuleGenerator::GenDstPort(const FwRule& rule, std::string& out) {
+int32_t RuleGenerator::GenDstPort(const FwRule& rule, std::string& out) const {
     if (!rule.has_dst_port()) {
         return 0;
     }
@@ -191,7 +195,7 @@ int32_t RuleGenerator::GenDstPort(const FwRule& rule, std::string& out) {
     return FillPort(rule.dst_port(), out);
 }
 
-int32_t RuleGenerator::GenIcmpType(const FwRule& rule, std::string& out) {
+int32_t RuleGenerator::GenIcmpType(const FwRule& rule, std::string& out) const {
     if (rule.icmp_type_size() == 0) {
         return 0;
     }
@@ -199,23 +203,23 @@ int32_t RuleGenerator::GenIcmpType(const FwRule& rule, std::string& out) {
     return IntArray2String(rule.icmp_type(), out);
 }
 
-int32_t RuleGenerator::GenTcpFlags(const FwRule& rule, std::string& out) {
+int32_t RuleGenerator::GenTcpFlags(const FwRule& rule, std::string& out) const {
     return FillFlags(rule.tcp_flags(), "tcpflags", out);
 }
 
-int32_t RuleGenerator::GenTcpOptions(const FwRule& rule, std::string& out) {
+int32_t RuleGenerator::GenTcpOptions(const FwRule& rule, std::string& out) const {
     return FillFlags(rule.tcp_opts(), "tcpoptions", out);
 }
 
-int32_t RuleGenerator::GenIpOptions(const FwRule& rule, std::string& out) {
+int32_t RuleGenerator::GenIpOptions(const FwRule& rule, std::string& out) const {
     return FillFlags(rule.ip_opts(), "ipoptions", out);
 }
 
-int32_t RuleGenerator::GenIpTos(const FwRule& rule, std::string& out) {
+int32_t RuleGenerator::GenIpTos(const FwRule& rule, std::string& out) const {
     return FillFlags(rule.ip_tos(), "iptos", out);
 }
 
-int32_t RuleGenerator::GenMacAddr(const FwRule& rule, std::string& out) {
+int32_t RuleGenerator::GenMacAddr(const FwRule& rule, std::string& out) const {
     if (!rule.has_mac_addr()) {
         return 0;
     }
@@ -229,7 +233,7 @@ int32_t RuleGenerator::GenMacAddr(const FwRule& rule, std::string& out) {
     return FillMacAddr(rule.mac_addr().src_mac(), out);
 }
 
-int32_t RuleGenerator::GenDirection(const FwRule& rule, std::string& out) {
+int32_t RuleGenerator::GenDirection(const FwRule& rule, std::string& out) const {
     if (!rule.has_direction()) {
         return 0;
     }
@@ -241,7 +245,7 @@ int32_t RuleGenerator::GenDirection(const FwRule& rule, std::string& out) {
     return 0;
 }
 
-int32_t RuleGenerator::GenViaInterface(const FwRule& rule, std::string& out) {
+int32_t RuleGenerator::GenViaInterface(const FwRule& rule, std::string& out) const {
     if (!rule.has_via_interface()) {
         return 0;
     }
@@ -264,14 +268,14 @@ int32_t RuleGenerator::GenViaInterface(const FwRule& rule, std::string& out) {
     return 0;
 }
 
-int32_t RuleGenerator::GenKeepState(const FwRule& rule, std::string& out) {
+int32_t RuleGenerator::GenKeepState(const FwRule& rule, std::string& out) const {
     if (rule.has_keep_state() && rule.keep_state()) {
         out += " keep-state";
     }
     return 0;
 }
 
-int32_t RuleGenerator::GetIpAndMask(const FwIp& ip, std::string& out) {
+int32_t RuleGenerator::GetIpAndMask(const FwIp& ip, std::string& out) const {
     if (ip.ip_type() == IP_ME) {
         out += "me";
         return 0;
@@ -315,7 +319,7 @@ int32_t RuleGenerator::GetIpAndMask(const FwIp& ip, std::string& out) {
     return 0;
 }
 
-int32_t RuleGenerator::FillPort(const FwPort& port, std::string& out) {
+int32_t RuleGenerator::FillPort(const FwPort& port, std::string& out) const {
     if (port.port_type() == PORT_ANY) {
         out += "any";
         return 0;
@@ -338,7 +342,7 @@ int32_t RuleGenerator::FillPort(const FwPort& port, std::string& out) {
 }
 
 int32_t RuleGenerator::IntArray2String(const google::protobuf::RepeatedField<int>& values,
-                                       std::string& out) {
+                                       std::string& out) const {
     const int count = values.size();
     for (int i = 0; i < count; ++i) {
         out += std::to_string(values.Get(i));
@@ -351,7 +355,7 @@ int32_t RuleGenerator::IntArray2String(const google::protobuf::RepeatedField<int
 
 template <typename T>
 int32_t RuleGenerator::FillFlags(const google::protobuf::RepeatedPtrField<T>& list,
-                                 const std::string& name, std::string& out) {
+                                 const std::string& name, std::string& out) const {
     if (list.empty()) {
         return 0;
     }
@@ -375,15 +379,15 @@ int32_t RuleGenerator::FillFlags(const google::protobuf::RepeatedPtrField<T>& li
 }
 
 template int32_t RuleGenerator::FillFlags<TcpFlags>(
-    const google::protobuf::RepeatedPtrField<TcpFlags>&, const std::string&, std::string&);
+    const google::protobuf::RepeatedPtrField<TcpFlags>&, const std::string&, std::string&) const;
 template int32_t RuleGenerator::FillFlags<TcpOption>(
-    const google::protobuf::RepeatedPtrField<TcpOption>&, const std::string&, std::string&);
+    const google::protobuf::RepeatedPtrField<TcpOption>&, const std::string&, std::string&) const;
 template int32_t RuleGenerator::FillFlags<IpOption>(
-    const google::protobuf::RepeatedPtrField<IpOption>&, const std::string&, std::string&);
+    const google::protobuf::RepeatedPtrField<IpOption>&, const std::string&, std::string&) const;
 template int32_t RuleGenerator::FillFlags<IpTosOpt>(
-    const google::protobuf::RepeatedPtrField<IpTosOpt>&, const std::string&, std::string&);
+    const google::protobuf::RepeatedPtrField<IpTosOpt>&, const std::string&, std::string&) const;
 
-int32_t RuleGenerator::VerifyMacAddr(const std::string& mac) {
+int32_t RuleGenerator::VerifyMacAddr(const std::string& mac) const {
     // The matcher sees a C string: an embedded NUL would hide whatever follows it.
     if (mac.find('\0') != std::string::npos) {
         return REG_NOMATCH;
@@ -401,7 +405,7 @@ int32_t RuleGenerator::VerifyMacAddr(const std::string& mac) {
     return ret;
 }
 
-int32_t RuleGenerator::FillMacAddr(const MacAddr& mac, std::string& out) {
+int32_t RuleGenerator::FillMacAddr(const MacAddr& mac, std::string& out) const {
     // An absent side reads as an empty address: no type, no address. Both sides of a MAC
     // match must be given, so only an explicit MAC_ANY means "any".
     if (mac.has_type() && mac.type() == MAC_ANY) {

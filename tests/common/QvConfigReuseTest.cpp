@@ -63,11 +63,11 @@ TEST(QvConfigReuseTest, EverySaveAfterAnEditHoldsTheBytesOfAFreshRendering) {
     FwRuleList list = rules(4);
     for (const auto& [name, edit] : edits) {
         edit(list);
-        ASSERT_TRUE(store.set(list, "FwRuleCfg")) << name;
-        ASSERT_TRUE(store.save()) << name;
+        ASSERT_TRUE(store.set(list, "FwRuleCfg").ok()) << name;
+        ASSERT_TRUE(store.save().ok()) << name;
         EXPECT_EQ(qvtest::readFile(path), renderedFromScratch(list)) << name;
         FwRuleList back;
-        ASSERT_TRUE(store.get(back, "FwRuleCfg")) << name;
+        ASSERT_TRUE(store.get(back, "FwRuleCfg").ok()) << name;
         EXPECT_EQ(back.SerializeAsString(), list.SerializeAsString()) << name;
     }
 }
@@ -78,10 +78,9 @@ TEST(QvConfigReuseTest, AnIncompleteRuleIsRefusedEvenAfterItsCompleteTwinWasSave
     qvtest::writeFile(path, "<plist version=\"1.0\"><dict/></plist>");
     QvConfig<Mutex> store(path.c_str());
     FwRuleList list = rules(1);
-    ASSERT_TRUE(store.set(list, "FwRuleCfg"));
+    ASSERT_TRUE(store.set(list, "FwRuleCfg").ok());
     list.mutable_rules(0)->mutable_protocol()->clear_type();
-    EXPECT_FALSE(store.set(list, "FwRuleCfg"));
-    EXPECT_EQ(store.getLastError(), QV_CONFIG_SET_CONVERT);
+    EXPECT_EQ(store.set(list, "FwRuleCfg").code(), QV_CONFIG_SET_CONVERT);
 }
 
 }  // namespace

@@ -44,14 +44,14 @@ ino_t inodeOf(const std::string& path) {
 
 int storedSetNum(Store& store) {
     FwOptions options;
-    EXPECT_TRUE(store.get(options, "FwOptions"));
+    EXPECT_TRUE(store.get(options, "FwOptions").ok());
     return options.default_set_num();
 }
 
 bool setSetNum(Store& store, int setNum) {
     FwOptions options;
     options.set_default_set_num(setNum);
-    return store.set(options, "FwOptions");
+    return store.set(options, "FwOptions").ok();
 }
 
 class QvConfigTest : public ::testing::Test {
@@ -69,22 +69,14 @@ protected:
 
 TEST_F(QvConfigTest, UnloadedStoreRefusesEveryOperation) {
     Store nullPath(nullptr);
-    EXPECT_FALSE(nullPath.isLoaded());
-    EXPECT_EQ(QV_CONFIG_NULL_PATH, nullPath.getLastError());
-
     Store missing(path().c_str());  // no file, no backup
-    EXPECT_FALSE(missing.isLoaded());
-    EXPECT_EQ(QV_CONFIG_FROM_BACKUP_OPEN_SOURCE, missing.getLastError());
     for (Store* store : {&nullPath, &missing}) {
+        EXPECT_FALSE(store->isLoaded());
         FwOptions options;
-        EXPECT_FALSE(store->get(options, "FwOptions"));
-        EXPECT_EQ(QV_CONFIG_GET_BAD_ARGUMENT, store->getLastError());
-        EXPECT_FALSE(store->set(options, "FwOptions"));
-        EXPECT_EQ(QV_CONFIG_SET_BAD_ARGUMENT, store->getLastError());
-        EXPECT_FALSE(store->save());
-        EXPECT_EQ(QV_CONFIG_SAVE_NOT_LOADED, store->getLastError());
-        EXPECT_FALSE(store->copytobackup());
-        EXPECT_EQ(QV_CONFIG_TO_BACKUP_NOT_LOADED, store->getLastError());
+        EXPECT_EQ(QV_CONFIG_GET_BAD_ARGUMENT, store->get(options, "FwOptions").code());
+        EXPECT_EQ(QV_CONFIG_SET_BAD_ARGUMENT, store->set(options, "FwOptions").code());
+        EXPECT_EQ(QV_CONFIG_SAVE_NOT_LOADED, store->save().code());
+        EXPECT_EQ(QV_CONFIG_TO_BACKUP_NOT_LOADED, store->copytobackup().code());
     }
     // The store never makes a file from nothing.
     EXPECT_FALSE(std::filesystem::exists(path()));
@@ -112,8 +104,7 @@ TEST_F(QvConfigTest, DamagedOrMissingFileIsRestoredFromBackup) {
     writeFile(path(), damaged[2]);
     Store lost(path().c_str());
     EXPECT_FALSE(lost.isLoaded());
-    EXPECT_FALSE(lost.save());
-    EXPECT_EQ(QV_CONFIG_SAVE_NOT_LOADED, lost.getLastError());
+    EXPECT_EQ(QV_CONFIG_SAVE_NOT_LOADED, lost.save().code());
 }
 
 // Every restore opens the backup once, so its open events count the failed attempts
@@ -151,7 +142,7 @@ TEST_F(QvConfigTest, SaveRefreshesBackupAndOverwritesInPlace) {
     ASSERT_TRUE(store.isLoaded());
 
     ASSERT_TRUE(setSetNum(store, 6));
-    ASSERT_TRUE(store.save());
+    ASSERT_TRUE(store.save().ok());
     EXPECT_EQ(original, readFile(backup()));
     struct stat dirStat;
     ASSERT_EQ(0, stat(backupDir().c_str(), &dirStat));
@@ -159,7 +150,7 @@ TEST_F(QvConfigTest, SaveRefreshesBackupAndOverwritesInPlace) {
     const std::string firstSave = readFile(path());
 
     ASSERT_TRUE(setSetNum(store, 7));
-    ASSERT_TRUE(store.save());
+    ASSERT_TRUE(store.save().ok());
     EXPECT_EQ(firstSave, readFile(backup()));
     EXPECT_EQ(inode, inodeOf(path()));
 
@@ -174,12 +165,12 @@ TEST_F(QvConfigTest, ShorterDocumentLeavesNoTrailingBytes) {
     for (unsigned int i = 0; i < 50; ++i) {
         many.add_rules()->CopyFrom(qvtest::fullRule(i));
     }
-    ASSERT_TRUE(store.set(many, "FwRuleCfg"));
-    ASSERT_TRUE(store.save());
+    ASSERT_TRUE(store.set(many, "FwRuleCfg").ok());
+    ASSERT_TRUE(store.save().ok());
     const size_t longSize = readFile(path()).size();
 
-    ASSERT_TRUE(store.set(FwRuleList(), "FwRuleCfg"));
-    ASSERT_TRUE(store.save());
+    ASSERT_TRUE(store.set(FwRuleList(), "FwRuleCfg").ok());
+    ASSERT_TRUE(store.save().ok());
     const std::string shortDoc = readFile(path());
     EXPECT_LT(shortDoc.size() * 10, longSize);
     EXPECT_EQ(plistDocument("<dict>\n\t<key>FwRuleCfg</key>\n\t<dict/>\n</dict>"), shortDoc);
@@ -188,11 +179,11 @@ TEST_F(QvConfigTest, ShorterDocumentLeavesNoTrailingBytes) {
 TEST_F(QvConfigTest, DeletedFileIsRecreatedPrivately) {
     writeFile(path(), optionsDocument(5));
     Store store(path().c_str());
-    ASSERT_TRUE(store.save());
+    ASSERT_TRUE(store.save().ok());
     ASSERT_EQ(0, unlink(path().c_str()));
 
     ASSERT_TRUE(setSetNum(store, 8));
-    ASSERT_TRUE(store.save());
+    ASSERT_TRUE(store.save().ok());
     struct stat st;
     ASSERT_EQ(0, stat(path().c_str(), &st));
     EXPECT_EQ(0600u, st.st_mode & 0777);
@@ -213,14 +204,13 @@ TEST_F(QvConfigTest, FileDeletedBeforeFirstSaveCannotBeOpened) {
     writeFile(path(), optionsDocument(5));
     Store store(path().c_str());
     ASSERT_EQ(0, unlink(path().c_str()));
-    EXPECT_FALSE(store.save());
-    EXPECT_EQ(QV_CONFIG_SAVE_OPEN, store.getLastError());
+    EXPECT_EQ(QV_CONFIG_SAVE_OPEN, store.save().code());
 }
 
 TEST_F(QvConfigTest, ReplacedFileIsFollowed) {
     writeFile(path(), optionsDocument(5));
     Store store(path().c_str());
-    ASSERT_TRUE(store.save());
+    ASSERT_TRUE(store.save().ok());
     const std::string oldLink = m_dir.file("old.plist");
     ASSERT_EQ(0, link(path().c_str(), oldLink.c_str()));
     const std::string oldContent = readFile(oldLink);
@@ -228,7 +218,7 @@ TEST_F(QvConfigTest, ReplacedFileIsFollowed) {
     ASSERT_EQ(0, rename(m_dir.file("new.plist").c_str(), path().c_str()));
 
     ASSERT_TRUE(setSetNum(store, 12));
-    ASSERT_TRUE(store.save());
+    ASSERT_TRUE(store.save().ok());
     Store reread(path().c_str());
     EXPECT_EQ(12, storedSetNum(reread));
     EXPECT_EQ(oldContent, readFile(oldLink));
@@ -239,40 +229,32 @@ TEST_F(QvConfigTest, EntriesAreTypedDictionaries) {
     Store store(path().c_str());
     ASSERT_TRUE(store.isLoaded());
     FwOptions options;
-    EXPECT_FALSE(store.get(options, "Name"));
-    EXPECT_EQ(QV_CONFIG_GET_NO_ENTRY, store.getLastError());
-    EXPECT_FALSE(store.get(options, "FwOptions"));
-    EXPECT_EQ(QV_CONFIG_GET_NO_ENTRY, store.getLastError());
-    EXPECT_FALSE(store.get(options, nullptr));
-    EXPECT_EQ(QV_CONFIG_GET_BAD_ARGUMENT, store.getLastError());
-    EXPECT_FALSE(store.set(options, nullptr));
-    EXPECT_EQ(QV_CONFIG_SET_BAD_ARGUMENT, store.getLastError());
+    EXPECT_EQ(QV_CONFIG_GET_NO_ENTRY, store.get(options, "Name").code());
+    EXPECT_EQ(QV_CONFIG_GET_NO_ENTRY, store.get(options, "FwOptions").code());
+    EXPECT_EQ(QV_CONFIG_GET_BAD_ARGUMENT, store.get(options, nullptr).code());
+    EXPECT_EQ(QV_CONFIG_SET_BAD_ARGUMENT, store.set(options, nullptr).code());
 
     FwRuleList incomplete;
     incomplete.add_rules()->mutable_src_ip();  // required ip_type missing
-    EXPECT_FALSE(store.set(incomplete, "FwRuleCfg"));
-    EXPECT_EQ(QV_CONFIG_SET_CONVERT, store.getLastError());
+    EXPECT_EQ(QV_CONFIG_SET_CONVERT, store.set(incomplete, "FwRuleCfg").code());
 
     // An empty list is an empty dictionary, and reading it leaves the caller's list alone.
-    ASSERT_TRUE(store.set(FwRuleList(), "FwRuleCfg"));
+    ASSERT_TRUE(store.set(FwRuleList(), "FwRuleCfg").ok());
     FwRuleList list;
     list.add_rules()->set_rule_index(3);
-    EXPECT_TRUE(store.get(list, "FwRuleCfg"));
-    EXPECT_EQ(QV_CONFIG_OK, store.getLastError());
+    EXPECT_TRUE(store.get(list, "FwRuleCfg").ok());
     EXPECT_EQ(1, list.rules_size());
 }
 
 TEST_F(QvConfigTest, BackupCopyFailuresHaveTheirCodes) {
     writeFile(path(), optionsDocument(5));
     Store store(path().c_str());
-    EXPECT_FALSE(store.copyfrombackup());
-    EXPECT_EQ(QV_CONFIG_FROM_BACKUP_OPEN_SOURCE, store.getLastError());
+    EXPECT_EQ(QV_CONFIG_FROM_BACKUP_OPEN_SOURCE, store.copyfrombackup().code());
     // A directory where the backup file belongs cannot be written.
     ASSERT_TRUE(std::filesystem::create_directories(backup()));
-    EXPECT_FALSE(store.copytobackup());
-    EXPECT_EQ(QV_CONFIG_TO_BACKUP_OPEN_TARGET, store.getLastError());
+    EXPECT_EQ(QV_CONFIG_TO_BACKUP_OPEN_TARGET, store.copytobackup().code());
     // save goes on without a backup.
-    EXPECT_TRUE(store.save());
+    EXPECT_TRUE(store.save().ok());
 }
 
 }  // namespace

@@ -15,13 +15,11 @@ using namespace qor::vela;
 
 namespace {
 
-std::string lockFailureText(RwMutex& lock, int mode) {
+// The text thrown when `lock`, held by this thread, is taken once more (EDEADLK).
+template <typename... Mode>
+std::string lockFailureText(RwMutex& lock, Mode... mode) NO_THREAD_SAFETY_ANALYSIS {
     try {
-        if (mode == 0) {
-            Guard<RwMutex> guard(lock);
-        } else {
-            Guard<RwMutex> guard(lock, mode == 1);
-        }
+        Guard<RwMutex> guard(lock, mode...);
     } catch (const std::string& text) {
         return text;
     }
@@ -69,7 +67,7 @@ TEST(QvLockTest, ReadersShareAndWritersExclude) {
     std::vector<std::thread> readers;
     for (int t = 0; t < 2; ++t) {
         readers.emplace_back([&] {
-            Guard<RwMutex> guard(lock, true);
+            Guard<RwMutex> guard(lock, kShared);
             ++readersInside;
             waitFor([&] { return release.load(); });
         });
@@ -82,7 +80,7 @@ TEST(QvLockTest, ReadersShareAndWritersExclude) {
         reader.join();
     }
     {
-        Guard<RwMutex> writer(lock, false);
+        Guard<RwMutex> writer(lock, kExclusive);
         EXPECT_NE(0, pthread_rwlock_tryrdlock(lock.native()));
     }
     EXPECT_EQ(0, pthread_rwlock_tryrdlock(lock.native()));
@@ -90,12 +88,12 @@ TEST(QvLockTest, ReadersShareAndWritersExclude) {
 }
 
 // A thread that holds the write lock is refused any further lock on it (EDEADLK).
-TEST(QvLockTest, FailedLocksThrowTheirTexts) {
+TEST(QvLockTest, FailedLocksThrowTheirTexts) NO_THREAD_SAFETY_ANALYSIS {
     RwMutex lock;
     Guard<RwMutex> held(lock);
-    EXPECT_EQ("fail to get the lock", lockFailureText(lock, 0));
-    EXPECT_EQ("fail to get the rdlock", lockFailureText(lock, 1));
-    EXPECT_EQ("fail to get the wrlock", lockFailureText(lock, 2));
+    EXPECT_EQ("fail to get the lock", lockFailureText(lock));
+    EXPECT_EQ("fail to get the rdlock", lockFailureText(lock, kShared));
+    EXPECT_EQ("fail to get the wrlock", lockFailureText(lock, kExclusive));
 }
 
 }  // namespace

@@ -15,7 +15,8 @@
 #include "DaemonSandbox.h"
 #include "IpfwListing.h"
 #include "QvControl.h"
-#include "QvPlugin.h"
+#include "QvFirewall.h"
+#include "QvFrame.h"
 
 namespace qvdaemontest {
 namespace {
@@ -357,7 +358,7 @@ TEST_F(DaemonTest, OneConnectionCarriesManyCallsAndAMalformedFrameClosesOnlyItsO
     EXPECT_EQ(code, 0);
 
     RawClient tooLong(sandbox.controlSocket());
-    tooLong.Send(QV_CMD_IS_FW_ENABLE, qvctl::kMaxPayload + 1, "");
+    tooLong.Send(QV_CMD_IS_FW_ENABLE, ipc::kMaxPayload + 1, "");
     EXPECT_FALSE(tooLong.Receive(&code, &payload));
     RawClient cutShort(sandbox.controlSocket());
     cutShort.Send(QV_CMD_ADD_RULE, 10, "abc");

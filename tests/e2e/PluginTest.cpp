@@ -20,7 +20,42 @@ namespace {
 
 using Numbers = std::vector<uint32_t>;
 
-class PluginTest : public PluginWorld {};
+class PluginTest : public PluginWorld {
+protected:
+    // Every row of the table called with a request it can decode: the code of each.
+    std::map<int, int> callEveryRow() {
+        FwRule rule = tcpRule(ACTION_DENY, 22);
+        rule.set_rule_index(3100);
+        UIntType number;
+        number.set_value(3100);
+        UIntPair pair;
+        pair.set_first(3100);
+        pair.set_second(3110);
+        const FwRuleInfoList list = ruleList({{1, rule}});
+        DebugOption level;
+        level.set_plugins(128);
+        level.set_debug_level(4);
+        const std::map<int, const google::protobuf::MessageLite*> requests = {
+            {QV_CMD_ADD_RULE, &rule},           {QV_CMD_ADD_EXCP_RULE, &rule},
+            {QV_CMD_MODIFY_RULE, &rule},        {QV_CMD_DELETE_RULE, &number},
+            {QV_CMD_DELETE_EXCP_RULE, &number}, {QV_CMD_SWAP_RULES, &pair},
+            {QV_CMD_ADD_RULE_LIST, &list},      {QV_CMD_SET_RULE_LIST, &list},
+            {QV_CMD_SET_EXCP_RULE_LIST, &list}, {QV_CMD_SET_DEBUG_LEVEL, &level}};
+        const QvHandlerEntry* table = nullptr;
+        int count = 0;
+        QvCommandHandler fallback = nullptr;
+        EXPECT_EQ(plugin->getHandlers(&table, &count, &fallback), 0);
+        std::map<int, int> codes;
+        for (int row = 0; row < count; ++row) {
+            auto request = requests.find(table[row].cmd);
+            codes[table[row].cmd] = request != requests.end()
+                                        ? call(table[row].cmd, *request->second)
+                                        : call(table[row].cmd, number);
+        }
+        EXPECT_EQ(21u, codes.size());
+        return codes;
+    }
+};
 
 TEST_F(PluginTest, FrameHandsOutTheTableAndExportsNothingElse) {
     EXPECT_EQ(plugin->getId(), 128);
@@ -64,14 +99,33 @@ TEST_F(PluginTest, FrameHandsOutTheTableAndExportsNothingElse) {
               "handlerArr\n");
 }
 
-TEST_F(PluginTest, HandlersWithoutAManagerAnswer20013) {
-    const FwRule rule = tcpRule(ACTION_DENY, 22);
-    EXPECT_EQ(call(QV_CMD_ADD_RULE, rule), 20013);
-    EXPECT_EQ(call(QV_CMD_FLUSH_RULES), 20013);
+// Before Initialize, after an Initialize whose configuration and backup cannot be read,
+// and after Finalize, every handler answers 20013 (the debug level aside, which needs no
+// manager), and nothing reaches ipfw: not even the rules of set 0, which a manager that
+// never learnt its sets could delete.
+TEST_F(PluginTest, HandlersAnswer20013WithoutAWorkingManager) {
+    ipfw("-q add 100 set 0 allow ip from any to any");
+    const std::string before = ipfw("-S show");
+    auto expectNoManager = [this, &before](const char* when) {
+        for (const auto& [cmd, code] : callEveryRow()) {
+            EXPECT_EQ(cmd == QV_CMD_SET_DEBUG_LEVEL ? 0 : 20013, code) << when << " " << cmd;
+        }
+        EXPECT_EQ(before, ipfw("-S show")) << when;
+    };
+    expectNoManager("before Initialize");
+    for (const char* content : {"", "<plist><dict><key>x</key>", "\x00\x01garbage"}) {
+        qvtest::writeFile(configPath(), content);
+        unlink((confDir() + "/backup/QvFw.conf.plist").c_str());
+        EXPECT_EQ(start(), 20013) << content;
+        EXPECT_TRUE(logged(3, "QvPluginInitialize Failed to init FwMgr"));
+        expectNoManager(content);
+        stop();
+        EXPECT_EQ(before, ipfw("-S show"));
+    }
+    writeConfig(optionsXml());
     ASSERT_EQ(start(), 0);
     stop();
-    EXPECT_EQ(call(QV_CMD_IS_FW_ENABLE, nullptr, 0, nullptr), 20013);
-    EXPECT_TRUE(installed(kNormalSet).empty());
+    expectNoManager("after Finalize");
 }
 
 TEST_F(PluginTest, RuleLifecycleOnBothSets) {
@@ -387,19 +441,6 @@ TEST_F(PluginTest, BadRequestsGetTheirCodesAndChangeNothing) {
     EXPECT_EQ(call(QV_CMD_SET_DEBUG_LEVEL, level), 20002);
     level.set_debug_level(-1);
     EXPECT_EQ(call(QV_CMD_SET_DEBUG_LEVEL, level), 20002);
-}
-
-TEST_F(PluginTest, ConfigurationThatCannotBeLoadedGives20013) {
-    for (const char* content : {"", "<plist><dict><key>x</key>", "\x00\x01garbage"}) {
-        qvtest::writeFile(configPath(), content);
-        unlink((confDir() + "/backup/QvFw.conf.plist").c_str());
-        EXPECT_EQ(start(), 20013) << content;
-        EXPECT_TRUE(logged(3, "QvPluginInitialize Failed to init FwMgr"));
-        // The manager stays: handlers answer instead of crashing, and ipfw is untouched.
-        EXPECT_EQ(call(QV_CMD_FLUSH_EXCP_RULES), 0);
-        stop();
-        EXPECT_TRUE(installed(kNormalSet).empty());
-    }
 }
 
 // Eight host threads add and delete on both sets while packets are logged.

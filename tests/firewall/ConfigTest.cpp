@@ -65,12 +65,12 @@ protected:
               const FwOptions* options = nullptr) {
         writeFile(path(), kEmptyDocument);
         QvConfig<Mutex> store(path().c_str());
-        ASSERT_TRUE(store.set(normal, "FwRuleCfg"));
-        ASSERT_TRUE(store.set(exception, "FwExceptionRuleCfg"));
+        ASSERT_TRUE(store.set(normal, "FwRuleCfg").ok());
+        ASSERT_TRUE(store.set(exception, "FwExceptionRuleCfg").ok());
         if (options != nullptr) {
-            ASSERT_TRUE(store.set(*options, "FwOptions"));
+            ASSERT_TRUE(store.set(*options, "FwOptions").ok());
         }
-        ASSERT_TRUE(store.save());
+        ASSERT_TRUE(store.save().ok());
         std::filesystem::remove_all(m_dir.file("backup"));
     }
 
@@ -78,7 +78,7 @@ protected:
     FwRuleList stored(const char* key) const {
         QvConfig<Mutex> store(path().c_str());
         FwRuleList list;
-        EXPECT_TRUE(store.get(list, key));
+        EXPECT_TRUE(store.get(list, key).ok());
         return list;
     }
 
@@ -91,7 +91,6 @@ TEST_F(FwConfigTest, MissingLocationOrFileIsLoggedAndNotReady) {
     {
         FwConfig config;
         EXPECT_FALSE(config.IsReady());
-        EXPECT_EQ(FW_CONFIG_NOT_READY, config.Init());
     }
     EXPECT_TRUE(log.has(3, "InitConfig Can't find QvFw.conf.plist"));
 
@@ -100,7 +99,7 @@ TEST_F(FwConfigTest, MissingLocationOrFileIsLoggedAndNotReady) {
     EXPECT_FALSE(config.IsReady());
     EXPECT_TRUE(log.has(3, "InitConfig Failed to Init Config file, buf is " + path()));
     // The working copies still work; nothing reaches the disk.
-    EXPECT_EQ(0u, config.AddNormalRule(rule(4)));
+    EXPECT_EQ(0, config.AddNormalRule(rule(4)));
     FwRuleList all;
     config.GetAllNormalRules(all);
     EXPECT_EQ(Indexes{4}, indexesOf(all));
@@ -111,11 +110,11 @@ TEST_F(FwConfigTest, MissingOptionsTakeDefaultsWithoutWriting) {
     seed(ruleList({}), ruleList({}));
     const std::string before = readFile(path());
     FwConfig config;
-    ASSERT_EQ(0u, config.Init());
+    ASSERT_TRUE(config.IsReady());
     EXPECT_TRUE(config.IsFwEnable());
     EXPECT_TRUE(config.IsNotifyEnable());
-    EXPECT_EQ(19u, config.GetNormalSetNum());
-    EXPECT_EQ(18u, config.GetExceptionSetNum());
+    EXPECT_EQ(19, config.GetNormalSetNum());
+    EXPECT_EQ(18, config.GetExceptionSetNum());
     EXPECT_EQ("/var/log/Quorvane/QvrnCore/ipfw.log", config.GetFwLogPath());
     EXPECT_EQ("/etc/syslog.conf", config.GetSysConfPath());
     EXPECT_EQ(before, readFile(path()));
@@ -124,7 +123,7 @@ TEST_F(FwConfigTest, MissingOptionsTakeDefaultsWithoutWriting) {
 TEST_F(FwConfigTest, SetNumbersOutsideOneToThirtyFallBack) {
     struct Case {
         int normal, exception;
-        unsigned int normalAfter, exceptionAfter;
+        int normalAfter, exceptionAfter;
     };
     for (const Case& c : {Case{0, 31, 19, 18}, Case{31, 0, 19, 18}, Case{30, 30, 30, 30},
                           Case{1, 1, 1, 1}, Case{-5, 17, 19, 17}}) {
@@ -133,7 +132,7 @@ TEST_F(FwConfigTest, SetNumbersOutsideOneToThirtyFallBack) {
         options.set_exception_set_num(c.exception);
         seed(ruleList({}), ruleList({}), &options);
         FwConfig config;
-        ASSERT_EQ(0u, config.Init());
+        ASSERT_TRUE(config.IsReady());
         EXPECT_EQ(c.normalAfter, config.GetNormalSetNum()) << c.normal;
         EXPECT_EQ(c.exceptionAfter, config.GetExceptionSetNum()) << c.exception;
     }
@@ -145,7 +144,7 @@ TEST_F(FwConfigTest, StoredRulesAreSortedStablyOnRead) {
     normal.add_rules()->CopyFrom(rule(1));
     seed(normal, ruleList({30, 10, 20}));
     FwConfig config;
-    ASSERT_EQ(0u, config.Init());
+    ASSERT_TRUE(config.IsReady());
     FwRuleList all;
     config.GetAllNormalRules(all);
     EXPECT_EQ((Indexes{1, 2, 5, 5, 9}), indexesOf(all));
@@ -159,10 +158,10 @@ TEST_F(FwConfigTest, StoredRulesAreSortedStablyOnRead) {
 TEST_F(FwConfigTest, AddReplacesInPlaceOrAppendsUnsorted) {
     seed(ruleList({2, 5, 9}), ruleList({}));
     FwConfig config;
-    ASSERT_EQ(0u, config.Init());
-    EXPECT_EQ(0u, config.AddNormalRule(rule(1)));
-    EXPECT_EQ(0u, config.AddNormalRule(rule(5, "replaced")));
-    EXPECT_EQ(0u, config.AddExcpRule(rule(7)));
+    ASSERT_TRUE(config.IsReady());
+    EXPECT_EQ(0, config.AddNormalRule(rule(1)));
+    EXPECT_EQ(0, config.AddNormalRule(rule(5, "replaced")));
+    EXPECT_EQ(0, config.AddExcpRule(rule(7)));
     FwRuleList all;
     config.GetAllNormalRules(all);
     EXPECT_EQ((Indexes{2, 5, 9, 1}), indexesOf(all));
@@ -174,8 +173,8 @@ TEST_F(FwConfigTest, AddReplacesInPlaceOrAppendsUnsorted) {
 TEST_F(FwConfigTest, DeleteMovesTheLastRuleIntoTheGap) {
     seed(ruleList({2, 5, 9}), ruleList({}));
     FwConfig config;
-    ASSERT_EQ(0u, config.Init());
-    EXPECT_EQ(0u, config.DeleteNormalRule(2));
+    ASSERT_TRUE(config.IsReady());
+    EXPECT_EQ(0, config.DeleteNormalRule(2));
     FwRuleList all;
     config.GetAllNormalRules(all);
     EXPECT_EQ((Indexes{9, 5}), indexesOf(all));
@@ -184,10 +183,10 @@ TEST_F(FwConfigTest, DeleteMovesTheLastRuleIntoTheGap) {
     EXPECT_EQ(20701u, config.DeleteExcpRule(1));
 
     FwRule found;
-    EXPECT_EQ(0u, config.GetNormalRule(5, found));
+    EXPECT_EQ(0, config.GetNormalRule(5, found));
     EXPECT_EQ("rule 5", found.description());
     EXPECT_EQ(20701u, config.GetNormalRule(2, found));
-    EXPECT_EQ(0u, config.FlushRules());
+    EXPECT_EQ(0, config.FlushRules());
     EXPECT_EQ(20701u, config.GetNormalRule(5, found));
     EXPECT_EQ(0, stored("FwRuleCfg").rules_size());
 }
@@ -195,8 +194,8 @@ TEST_F(FwConfigTest, DeleteMovesTheLastRuleIntoTheGap) {
 TEST_F(FwConfigTest, SwapExchangesContentsAndWritesTwice) {
     seed(ruleList({2, 5, 9}), ruleList({}));
     FwConfig config;
-    ASSERT_EQ(0u, config.Init());
-    ASSERT_EQ(0u, config.SwapNormalRuleOrder(5, 9));
+    ASSERT_TRUE(config.IsReady());
+    ASSERT_EQ(0, config.SwapNormalRuleOrder(5, 9));
     FwRuleList all;
     config.GetAllNormalRules(all);
     EXPECT_EQ((Indexes{2, 5, 9}), indexesOf(all));
@@ -224,7 +223,7 @@ TEST_F(FwConfigTest, RandomChangesKeepTheFileInStepWithMemory) {
     std::mt19937 random(20261123);
     auto pick = [&](unsigned int n) { return static_cast<unsigned int>(random() % n); };
     auto config = std::make_unique<FwConfig>();
-    ASSERT_EQ(0u, config->Init());
+    ASSERT_TRUE(config->IsReady());
     // A list read back sorted reaches the file in that order only once it is written.
     bool normalWritten = true;
     bool exceptionsWritten = true;
@@ -252,7 +251,7 @@ TEST_F(FwConfigTest, RandomChangesKeepTheFileInStepWithMemory) {
                 break;
             default:
                 config = std::make_unique<FwConfig>();
-                ASSERT_EQ(0u, config->Init());
+                ASSERT_TRUE(config->IsReady());
                 normalWritten = exceptionsWritten = false;
                 continue;
         }
@@ -278,17 +277,17 @@ TEST_F(FwConfigTest, RandomChangesKeepTheFileInStepWithMemory) {
 TEST_F(FwConfigTest, OnlyChangedNotifySettingIsWritten) {
     seed(ruleList({}), ruleList({}));
     FwConfig config;
-    ASSERT_EQ(0u, config.Init());
-    EXPECT_EQ(0u, config.SetNotifyEnable(true));  // already on: no save, so no backup either
+    ASSERT_TRUE(config.IsReady());
+    EXPECT_EQ(0, config.SetNotifyEnable(true));  // already on: no save, so no backup either
     EXPECT_FALSE(std::filesystem::exists(backup()));
-    EXPECT_EQ(0u, config.SetFwEnable(true));  // unchanged, written all the same
+    EXPECT_EQ(0, config.SetFwEnable(true));  // unchanged, written all the same
     EXPECT_TRUE(std::filesystem::exists(backup()));
-    EXPECT_EQ(0u, config.SetNotifyEnable(false));
+    EXPECT_EQ(0, config.SetNotifyEnable(false));
     EXPECT_FALSE(config.IsNotifyEnable());
 
     FwOptions options;
     QvConfig<Mutex> store(path().c_str());
-    ASSERT_TRUE(store.get(options, "FwOptions"));
+    ASSERT_TRUE(store.get(options, "FwOptions").ok());
     EXPECT_TRUE(options.has_enable_fw() && options.enable_fw());
     EXPECT_TRUE(options.has_enable_notify() && !options.enable_notify());
     EXPECT_EQ(19, options.default_set_num());  // the defaults went out with the change
@@ -298,7 +297,7 @@ TEST_F(FwConfigTest, OnlyChangedNotifySettingIsWritten) {
 TEST_F(FwConfigTest, EightThreadsReadAndWriteWithoutTearingTheFile) {
     seed(ruleList({}), ruleList({}));
     FwConfig config;
-    ASSERT_EQ(0u, config.Init());
+    ASSERT_TRUE(config.IsReady());
     const unsigned int perThread = 25;
     std::vector<std::thread> threads;
     for (unsigned int t = 0; t < 8; ++t) {
@@ -340,7 +339,7 @@ TEST_F(FwConfigTest, PlistlibReadsEveryKeyTheStoreWrites) {
     const FwOptions options = qvtest::fullOptions();
     seed(ruleList({}), ruleList({}), &options);
     FwConfig config;
-    ASSERT_EQ(0u, config.Init());
+    ASSERT_TRUE(config.IsReady());
     config.AddNormalRule(qvtest::fullRule(4000000000u));
     config.SetFwEnable(false);
     const std::string verdict =
@@ -362,7 +361,7 @@ TEST_F(FwConfigTest, FilesWrittenByPlistlibLoad) {
                               path());
         ASSERT_EQ("written\n", written);
         FwConfig config;
-        ASSERT_EQ(0u, config.Init()) << format;
+        ASSERT_TRUE(config.IsReady()) << format;
         FwRuleList normal;
         config.GetAllNormalRules(normal);
         ASSERT_EQ(1, normal.rules_size()) << format;
@@ -374,7 +373,7 @@ TEST_F(FwConfigTest, FilesWrittenByPlistlibLoad) {
         EXPECT_EQ(0, exceptions.rules_size());
         EXPECT_FALSE(config.IsFwEnable());
         EXPECT_EQ(7u, config.GetNormalSetNum());
-        EXPECT_EQ(30u, config.GetExceptionSetNum());
+        EXPECT_EQ(30, config.GetExceptionSetNum());
         EXPECT_EQ("/tmp/qv/ipfw.log", config.GetFwLogPath());
     }
 }

@@ -5,7 +5,7 @@
 #include <string>
 
 #include "LogCapture.h"
-#include "QvErrors.h"
+#include "QvFirewall.h"
 #include "RuleGenerator.h"
 #include "StringMap.h"
 
@@ -15,8 +15,6 @@ namespace {
 
 class RuleGeneratorTest : public ::testing::Test {
 protected:
-    RuleGeneratorTest() { generator.InitFuncTab(); }
-
     std::string render(const FwRule& rule, int32_t expected = 0) {
         std::string out;
         EXPECT_EQ(expected, generator.CreateRule(rule, out));
@@ -254,22 +252,6 @@ TEST_F(RuleGeneratorTest, FragmentOrderIsFixed) {
         " allow proto tcp src-ip me dst-ip any src-port any dst-port any icmptypes 18 tcpflags "
         "urg tcpoptions cc ipoptions rr iptos congestion mac any any via 3232235777 keep-state",
         render(rule));
-}
-
-TEST_F(RuleGeneratorTest, FuncTabControlsTheFragments) {
-    RuleGenerator bare;
-    FwRule rule = tcpRule();
-    rule.set_action(ACTION_UNREACH);
-    rule.set_unreach_code(13);
-    std::string out;
-    EXPECT_EQ(0, bare.CreateRule(rule, out));
-    EXPECT_EQ(" unreach 13 log logamount 0", out);
-
-    bare.InitFuncTab();
-    bare.InitFuncTab();
-    out.clear();
-    EXPECT_EQ(0, bare.CreateRule(rule, out));
-    EXPECT_EQ(" unreach 13 log logamount 0 proto tcp proto tcp", out);
 }
 
 TEST_F(RuleGeneratorTest, MacAddressValidation) {

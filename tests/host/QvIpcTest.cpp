@@ -12,7 +12,7 @@
 #include <thread>
 #include <vector>
 
-#include "IpcFrame.h"
+#include "QvFrame.h"
 #include "QvIpc.h"
 #include "host/HostTestSupport.h"
 
@@ -129,25 +129,6 @@ private:
     std::thread m_acceptor;
     std::vector<std::thread> m_workers;
 };
-
-TEST(IpcFrameTest, RequestHeaderIsLittleEndianCommandThenLength) {
-    uint8_t header[ipc::kHeaderBytes];
-    ASSERT_TRUE(ipc::EncodeRequestHeader(65567, 0x00fedcba, header));
-    EXPECT_EQ(Bytes(reinterpret_cast<char*>(header), 8),
-              Bytes("\x1f\x00\x01\x00\xba\xdc\xfe\x00", 8));
-    EXPECT_FALSE(ipc::EncodeRequestHeader(1, ipc::kMaxPayload + 1, header));
-}
-
-TEST(IpcFrameTest, ReplyHeaderCarriesASignedCodeAndABoundedLength) {
-    ipc::ReplyHeader header{};
-    Bytes raw = Le32(static_cast<uint32_t>(-20010)) + Le32(5);
-    ASSERT_TRUE(ipc::DecodeReplyHeader(reinterpret_cast<const uint8_t*>(raw.data()), &header));
-    EXPECT_EQ(header.code, -20010);
-    EXPECT_EQ(header.length, 5u);
-
-    Bytes huge = Le32(0) + Le32(ipc::kMaxPayload + 1);
-    EXPECT_FALSE(ipc::DecodeReplyHeader(reinterpret_cast<const uint8_t*>(huge.data()), &header));
-}
 
 TEST(IpcCallTest, RoundTripsCommandPayloadCodeAndReply) {
     Request seen;

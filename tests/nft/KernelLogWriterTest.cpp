@@ -4,7 +4,7 @@
 #include <gtest/gtest.h>
 
 #include "ipfwnft/KernelLogWriter.h"
-#include "sim/SimFakes.h"
+#include "SimFakes.h"
 
 namespace {
 

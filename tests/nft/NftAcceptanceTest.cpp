@@ -14,7 +14,7 @@
 #include "ipfwnft/RuleCompiler.h"
 #include "ipfwnft/TableCompiler.h"
 #include "ipfwsim/RuleParser.h"
-#include "sim/SimFakes.h"
+#include "SimFakes.h"
 
 namespace {
 

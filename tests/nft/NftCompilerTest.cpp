@@ -6,7 +6,7 @@
 #include <sstream>
 
 #include "ipfwnft/EnforcingIpfw.h"
-#include "sim/SimFakes.h"
+#include "SimFakes.h"
 
 namespace {
 

@@ -6,7 +6,7 @@
 #include <signal.h>
 
 #include "NetnsWorld.h"
-#include "daemon/DaemonSandbox.h"
+#include "DaemonSandbox.h"
 
 namespace {
 

@@ -83,7 +83,7 @@ private:
 // The generation the stored list holds, or -1 when the list is not one generation's.
 int64_t StoredGeneration(QvConfig<Mutex>& store) {
     FwRuleList list;
-    if (!store.get(list, "FwRuleCfg") || list.rules_size() == 0) {
+    if (!store.get(list, "FwRuleCfg").ok() || list.rules_size() == 0) {
         return -1;
     }
     const std::string description = list.rules(0).description();

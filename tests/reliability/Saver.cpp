@@ -34,7 +34,7 @@ int main(int argc, char** argv) {
         return 3;
     }
     for (uint32_t generation = static_cast<uint32_t>(std::stoul(argv[2]));; ++generation) {
-        if (!store.set(Generation(generation), "FwRuleCfg") || !store.save()) {
+        if (!store.set(Generation(generation), "FwRuleCfg").ok() || !store.save().ok()) {
             return 4;
         }
         if (write(STDOUT_FILENO, &generation, sizeof generation) != sizeof generation) {

@@ -80,8 +80,7 @@ std::string Mutate(std::string bytes, RandomText& text) {
 }
 
 TEST(ShellSafetyTest, NoParsedRuleGivesTextTheShellActsOn) {
-    RuleGenerator generator;
-    generator.InitFuncTab();
+    const RuleGenerator generator;
     std::mt19937 random(20261123);
     RandomText text(random);
     int generated = 0;

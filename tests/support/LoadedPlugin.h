@@ -6,7 +6,7 @@
 
 #include <string>
 
-#include "QvPlugin.h"
+#include "QvFirewall.h"
 
 namespace qvtest {
 

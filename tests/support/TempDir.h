@@ -12,8 +12,9 @@ namespace qvtest {
 
 class TempDir {
 public:
-    TempDir() {
-        std::string pattern = (std::filesystem::temp_directory_path() / "qvtest.XXXXXX").string();
+    // Under `base`, or the system's temporary directory.
+    explicit TempDir(const std::string& base = std::filesystem::temp_directory_path().string()) {
+        std::string pattern = base + "/qvtest.XXXXXX";
         char* made = mkdtemp(pattern.data());
         if (made != nullptr) {
             m_path = made;
@@ -25,6 +26,15 @@ public:
     }
     TempDir(const TempDir&) = delete;
     TempDir& operator=(const TempDir&) = delete;
+
+    // Memory-backed where the system has /dev/shm: for tests that save the configuration
+    // thousands of times, each save ending in fsync.
+    static std::string MemoryBase() {
+        std::error_code error;
+        return std::filesystem::is_directory("/dev/shm", error)
+                   ? "/dev/shm"
+                   : std::filesystem::temp_directory_path().string();
+    }
 
     const std::string& path() const { return m_path; }
     std::string file(const std::string& name) const { return m_path + "/" + name; }

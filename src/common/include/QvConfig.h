@@ -11,7 +11,7 @@
 // running store is followed by reopening; the superseded descriptor is deliberately never
 // closed.
 //
-// Every operation records its result in the last error (codes below); the store logs
+// Every operation answers a result whose code (below) says what failed; the store logs
 // nothing, its owner does. Lock failures throw std::string (QvLock.h).
 //
 // Entries are converted with the overloaded convert() of the message's own namespace:
@@ -29,13 +29,13 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <atomic>
 #include <cerrno>
 #include <memory>
 #include <new>
 #include <string>
 
 #include "QvLock.h"
+#include "QvResult.h"
 
 namespace qor {
 namespace vela {
@@ -93,10 +93,11 @@ private:
 template <typename Lock>
 class QvConfig {
 public:
+    using Status = Result<>;
+
     // Loads `path`; a null, missing or unusable file leaves the store unloaded.
     explicit QvConfig(const char* path) {
         if (path == nullptr) {
-            m_lastError = QV_CONFIG_NULL_PATH;
             return;
         }
         setPath(path);
@@ -119,29 +120,28 @@ public:
     QvConfig& operator=(const QvConfig&) = delete;
 
     bool isLoaded() const { return m_loaded; }
-    int getLastError() const { return m_lastError; }
 
-    // Fills `out` from the top-level dictionary under `key`; the result is the
-    // conversion's verdict. Entries are replaced whole and never changed in place, so the
+    // Fills `out` from the top-level dictionary under `key`; a failure of the conversion
+    // itself is -7 too. Entries are replaced whole and never changed in place, so the
     // conversion reads its own reference outside the lock.
     template <typename T>
-    bool get(T& out, const char* key) {
-        CFDictionaryRef entry = copyEntry(key);
-        if (entry == nullptr) {
-            return false;
+    Status get(T& out, const char* key) {
+        CFDictionaryRef entry = nullptr;
+        const Status found = copyEntry(key, entry);
+        if (!found.ok()) {
+            return found;
         }
         const bool converted = convert(entry, out);
         CFRelease(entry);
-        return converted;
+        return converted ? Status::Success() : Status::Failure(QV_CONFIG_GET_NO_ENTRY);
     }
 
     // Replaces the top-level entry `key` with a dictionary made from `in`, in memory only;
     // save() writes it out.
     template <typename T>
-    bool set(const T& in, const char* key) {
+    Status set(const T& in, const char* key) {
         if (key == nullptr || !m_loaded) {
-            m_lastError = QV_CONFIG_SET_BAD_ARGUMENT;
-            return false;
+            return Status::Failure(QV_CONFIG_SET_BAD_ARGUMENT);
         }
         // Conversion runs outside the lock; only the swap of the entry needs it.
         CFMutableDictionaryRef entry =
@@ -151,10 +151,9 @@ public:
             if (entry != nullptr) {
                 CFRelease(entry);
             }
-            m_lastError = QV_CONFIG_SET_CONVERT;
-            return false;
+            return Status::Failure(QV_CONFIG_SET_CONVERT);
         }
-        const bool replaced = setEntry(entry, key);
+        const Status replaced = setEntry(entry, key);
         CFRelease(entry);
         return replaced;
     }
@@ -162,104 +161,93 @@ public:
     // Replaces the top-level entry `key` with `entry` itself, retained and not copied, in
     // memory only. For an owner that keeps the parts of an entry from one save to the
     // next: immutable parts keep their XML text, so a save renders only what changed.
-    bool setEntry(CFDictionaryRef entry, const char* key) {
+    Status setEntry(CFDictionaryRef entry, const char* key) EXCLUDES(m_lock) {
         CFStringRef keyString = createKey(key);
         if (keyString == nullptr || entry == nullptr) {
             if (keyString != nullptr) {
                 CFRelease(keyString);
             }
-            m_lastError = QV_CONFIG_SET_BAD_ARGUMENT;
-            return false;
+            return Status::Failure(QV_CONFIG_SET_BAD_ARGUMENT);
         }
         Guard<Lock> guard(m_lock);
         CFDictionarySetValue(m_root, keyString, entry);
         CFRelease(keyString);
-        m_lastError = QV_CONFIG_OK;
-        return true;
+        return Status::Success();
     }
 
-    // A new reference to the top-level dictionary under `key` as it is in memory (its
-    // containers immutable), or null.
-    CFDictionaryRef copyEntry(const char* key) {
+    // A new reference in `entry` to the top-level dictionary under `key` as it is in
+    // memory (its containers immutable).
+    Status copyEntry(const char* key, CFDictionaryRef& entry) EXCLUDES(m_lock) {
         CFStringRef keyString = createKey(key);
         if (keyString == nullptr) {
-            m_lastError = QV_CONFIG_GET_BAD_ARGUMENT;
-            return nullptr;
+            return Status::Failure(QV_CONFIG_GET_BAD_ARGUMENT);
         }
         Guard<Lock> guard(m_lock);
         CFTypeRef value = CFDictionaryGetValue(m_root, keyString);
         CFRelease(keyString);
         if (value == nullptr || CFGetTypeID(value) != CFDictionaryGetTypeID()) {
-            m_lastError = QV_CONFIG_GET_NO_ENTRY;
-            return nullptr;
+            return Status::Failure(QV_CONFIG_GET_NO_ENTRY);
         }
-        m_lastError = QV_CONFIG_OK;
-        return static_cast<CFDictionaryRef>(CFRetain(value));
+        entry = static_cast<CFDictionaryRef>(CFRetain(value));
+        return Status::Success();
     }
 
     // Writes the whole document over the configuration file, after copying the file as
     // it was into the backup.
-    bool save() {
+    Status save() EXCLUDES(m_lock) {
         if (!m_loaded) {
-            m_lastError = QV_CONFIG_SAVE_NOT_LOADED;
-            return false;
+            return Status::Failure(QV_CONFIG_SAVE_NOT_LOADED);
         }
         Guard<Lock> guard(m_lock);
         // The backup must hold a whole document before the file is overwritten: a backup
         // left short (disk full) is no fallback, so the file stays as it is. A file left
         // incomplete by an earlier failed write is never copied over the backup.
-        if (!m_fileIncomplete && !copytobackup() &&
-            m_lastError == QV_CONFIG_TO_BACKUP_SHORT_WRITE) {
-            return false;
+        if (!m_fileIncomplete) {
+            const Status backedUp = copytobackup();
+            if (backedUp.code() == QV_CONFIG_TO_BACKUP_SHORT_WRITE) {
+                return backedUp;
+            }
         }
         if (m_fd == -1) {
             m_fd = open(m_path.c_str(), O_WRONLY);
             if (m_fd == -1) {
-                m_lastError = QV_CONFIG_SAVE_OPEN;
-                return false;
+                return Status::Failure(QV_CONFIG_SAVE_OPEN);
             }
         }
         if (!followReplacedFile()) {
-            m_lastError = QV_CONFIG_SAVE_OPEN;
-            return false;
+            return Status::Failure(QV_CONFIG_SAVE_OPEN);
         }
         CFDataRef data = CFPropertyListCreateData(kCFAllocatorDefault, m_root,
                                                   kCFPropertyListXMLFormat_v1_0, 0, nullptr);
         if (data == nullptr) {
-            m_lastError = QV_CONFIG_SAVE_SERIALIZE;
-            return false;
+            return Status::Failure(QV_CONFIG_SAVE_SERIALIZE);
         }
         const bool written = overwriteInPlace(CFDataGetBytePtr(data), CFDataGetLength(data));
         CFRelease(data);
         if (!written) {
-            m_lastError = QV_CONFIG_SAVE_WRITE;
-            return false;
+            return Status::Failure(QV_CONFIG_SAVE_WRITE);
         }
         fsync(m_fd);
-        m_lastError = QV_CONFIG_OK;
-        return true;
+        return Status::Success();
     }
 
     // Copies the configuration file byte for byte into the backup file, creating the
     // backup directory when it is missing.
-    bool copytobackup() {
+    Status copytobackup() {
         if (!m_loaded) {
-            m_lastError = QV_CONFIG_TO_BACKUP_NOT_LOADED;
-            return false;
+            return Status::Failure(QV_CONFIG_TO_BACKUP_NOT_LOADED);
         }
         struct stat dirStat;
         if (stat(m_backupDir.c_str(), &dirStat) != 0) {
             // 0600 without the search bit is the mode the backup directory has always had.
             mkdir(m_backupDir.c_str(), 0600);
         }
-        m_lastError = copyFile(m_path, backupPath(), kToBackupErrors);
-        return m_lastError == QV_CONFIG_OK;
+        return Status::FromCode(copyFile(m_path, backupPath(), kToBackupErrors));
     }
 
     // Copies the backup file byte for byte over the configuration file (creating it).
-    bool copyfrombackup() {
-        m_lastError = copyFile(backupPath(), m_path, kFromBackupErrors);
-        return m_lastError == QV_CONFIG_OK;
+    Status copyfrombackup() {
+        return Status::FromCode(copyFile(backupPath(), m_path, kFromBackupErrors));
     }
 
 private:
@@ -301,16 +289,16 @@ private:
         return CFStringCreateWithCString(kCFAllocatorDefault, key, kCFStringEncodingUTF8);
     }
 
-    void load() {
+    // Runs in the constructor only, before anybody else can see the store.
+    void load() NO_THREAD_SAFETY_ANALYSIS {
         int failedAttempts = 0;
         while (!loadOnce()) {
             ++failedAttempts;
-            if (!copyfrombackup() || failedAttempts >= kLoadAttempts) {
+            if (!copyfrombackup().ok() || failedAttempts >= kLoadAttempts) {
                 return;
             }
         }
         m_loaded = true;
-        m_lastError = QV_CONFIG_OK;
         struct stat fileStat;
         if (stat(m_path.c_str(), &fileStat) == 0) {
             m_inode = fileStat.st_ino;
@@ -318,7 +306,7 @@ private:
     }
 
     // One attempt: the file must hold a valid property list whose root is a dictionary.
-    bool loadOnce() {
+    bool loadOnce() NO_THREAD_SAFETY_ANALYSIS {
         long size = 0;
         std::unique_ptr<QvPageBuffer> image = readWholeFile(m_path, size);
         if (image == nullptr || size == 0) {
@@ -447,7 +435,7 @@ private:
     // Makes the write descriptor point at the file now under the path: a removed file is
     // recreated (0600), a replaced one opened anew. The earlier descriptor stays open on
     // purpose. False when the new file cannot be opened.
-    bool followReplacedFile() {
+    bool followReplacedFile() REQUIRES(m_lock) {
         struct stat fileStat;
         const bool removed = stat(m_path.c_str(), &fileStat) != 0;
         if (!removed && fileStat.st_ino == m_inode) {
@@ -472,7 +460,7 @@ private:
     // document's start over the old one's end, which can parse as a third document.
     // Overwriting in place keeps the file's pages: emptying it first made every save free
     // and allocate them all again.
-    bool overwriteInPlace(const UInt8* bytes, CFIndex length) {
+    bool overwriteInPlace(const UInt8* bytes, CFIndex length) REQUIRES(m_lock) {
         if (length <= 0) {
             return false;
         }
@@ -487,18 +475,17 @@ private:
         return true;
     }
 
+    // Set once by the constructor.
     bool m_loaded = false;
-    CFMutableDictionaryRef m_root = nullptr;
-    int32_t m_fd = -1;
     std::string m_path;
     std::string m_backupDir;
     std::string m_fileName;
-    uint64_t m_inode = 0;
-    // True while the file may hold less than a whole document (a write failed part way).
-    bool m_fileIncomplete = false;
     Lock m_lock;
-    // Written by callers that hold no lock (an unloaded store answers without locking).
-    std::atomic<int32_t> m_lastError{QV_CONFIG_OK};
+    CFMutableDictionaryRef m_root GUARDED_BY(m_lock) = nullptr;
+    int32_t m_fd GUARDED_BY(m_lock) = -1;
+    uint64_t m_inode GUARDED_BY(m_lock) = 0;
+    // True while the file may hold less than a whole document (a write failed part way).
+    bool m_fileIncomplete GUARDED_BY(m_lock) = false;
 };
 
 }  // namespace vela

@@ -5,7 +5,7 @@
 #include <assert.h>
 #include <stdlib.h>
 
-#include "QvErrors.h"
+#include "QvPlugin.h"
 
 namespace qor {
 namespace vela {

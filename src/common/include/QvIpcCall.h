@@ -3,8 +3,8 @@
 
 #include <string>
 
-#include "QvErrors.h"
 #include "QvIpc.h"
+#include "QvPlugin.h"
 
 namespace qor {
 namespace vela {

@@ -1,4 +1,5 @@
-// Lock wrappers over pthread mutexes and read-write locks, with scope guards.
+// Lock wrappers over pthread mutexes and read-write locks, with scope guards. They carry
+// Clang's capability attributes, so what a lock guards is checked by the compiler.
 //
 // These are the only classes of the plug-in that throw: construction and locking
 // failures are thrown as std::string, because a lock that cannot be taken leaves no
@@ -11,10 +12,12 @@
 
 #include <string>
 
+#include "QvThreadSafety.h"
+
 namespace qor {
 namespace vela {
 
-class Mutex {
+class CAPABILITY("mutex") Mutex {
 public:
     Mutex() {
         int rc;
@@ -35,7 +38,7 @@ private:
     pthread_mutex_t m_mutex;
 };
 
-class RwMutex {
+class CAPABILITY("mutex") RwMutex {
 public:
     RwMutex() {
         int rc;
@@ -57,18 +60,24 @@ private:
     pthread_rwlock_t m_lock;
 };
 
+// How a guard holds a read-write lock: shared among readers, or exclusively.
+struct SharedAccess {};
+struct ExclusiveAccess {};
+constexpr SharedAccess kShared{};
+constexpr ExclusiveAccess kExclusive{};
+
 template <typename Lock>
 class Guard;
 
 template <>
-class Guard<Mutex> {
+class SCOPED_CAPABILITY Guard<Mutex> {
 public:
-    explicit Guard(Mutex& mutex) : m_mutex(mutex) {
+    explicit Guard(Mutex& mutex) ACQUIRE(mutex) : m_mutex(mutex) {
         if (pthread_mutex_lock(m_mutex.native()) != 0) {
             throw std::string("fail to get the lock");
         }
     }
-    ~Guard() { pthread_mutex_unlock(m_mutex.native()); }
+    ~Guard() RELEASE() { pthread_mutex_unlock(m_mutex.native()); }
     Guard(const Guard&) = delete;
     Guard& operator=(const Guard&) = delete;
 
@@ -77,25 +86,25 @@ private:
 };
 
 template <>
-class Guard<RwMutex> {
+class SCOPED_CAPABILITY Guard<RwMutex> {
 public:
-    // Exclusive (write) lock.
-    explicit Guard(RwMutex& lock) : m_lock(lock) {
+    // The write lock.
+    explicit Guard(RwMutex& lock) ACQUIRE(lock) : m_lock(lock) {
         if (pthread_rwlock_wrlock(m_lock.native()) != 0) {
             throw std::string("fail to get the lock");
         }
     }
-    // Shared lock when `read` is true, exclusive otherwise.
-    Guard(RwMutex& lock, bool read) : m_lock(lock) {
-        if (read) {
-            if (pthread_rwlock_rdlock(m_lock.native()) != 0) {
-                throw std::string("fail to get the rdlock");
-            }
-        } else if (pthread_rwlock_wrlock(m_lock.native()) != 0) {
+    Guard(RwMutex& lock, ExclusiveAccess) ACQUIRE(lock) : m_lock(lock) {
+        if (pthread_rwlock_wrlock(m_lock.native()) != 0) {
             throw std::string("fail to get the wrlock");
         }
     }
-    ~Guard() { pthread_rwlock_unlock(m_lock.native()); }
+    Guard(RwMutex& lock, SharedAccess) ACQUIRE_SHARED(lock) : m_lock(lock) {
+        if (pthread_rwlock_rdlock(m_lock.native()) != 0) {
+            throw std::string("fail to get the rdlock");
+        }
+    }
+    ~Guard() RELEASE_GENERIC() { pthread_rwlock_unlock(m_lock.native()); }
     Guard(const Guard&) = delete;
     Guard& operator=(const Guard&) = delete;
 

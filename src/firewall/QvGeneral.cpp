@@ -1,7 +1,7 @@
 #include "QvGeneral.h"
 
 #include "QvDebugLog.h"
-#include "QvErrors.h"
+#include "QvFirewall.h"
 #include "QvUtil.h"
 #include "VelaCommonMsg.pb.h"
 
@@ -18,14 +18,14 @@ int SetDebugLevel(int cmd, const void* in, int inLen, void**, int*) {
     if (in == nullptr || inLen <= 0) {
         QV_LOG(QV_LOG_ERROR, "%s cmd is %d, in is %p, inLen is %d", "SetDebugLevel", cmd, in,
                inLen);
-        return qor::vela::QV_ERR_INVALID_ARG;
+        return QV_ERR_INVALID_ARG;
     }
     qor::vela::DebugOption option;
     option.ParseFromArray(in, inLen);
     const uint32_t level = static_cast<uint32_t>(option.debug_level());
     if (level >= 8) {
         QV_LOG(QV_LOG_ERROR, "%s invalid level %d", "SetDebugLevel", static_cast<int>(level));
-        return qor::vela::QV_ERR_INVALID_ARG;
+        return QV_ERR_INVALID_ARG;
     }
     QvrnSetDbgLogLevel(g_debugLogContext, static_cast<int>(level));
     QvSetUtilDebugLevel(static_cast<int>(level));

@@ -4,8 +4,7 @@
 #include <poll.h>
 #include <sys/socket.h>
 
-#include "IpcFrame.h"
-#include "QvControl.h"
+#include "QvFrame.h"
 
 #ifndef MSG_NOSIGNAL
 #define MSG_NOSIGNAL 0  // macOS: the daemon ignores SIGPIPE instead
@@ -60,14 +59,13 @@ FrameStatus FrameChannel::Read(Frame* frame) {
     if (status != FrameStatus::kOk) {
         return status;
     }
-    const uint8_t* bytes = reinterpret_cast<const uint8_t*>(header);
-    frame->head = ipc::LoadLittleEndian32(bytes);
-    const uint32_t length = ipc::LoadLittleEndian32(bytes + 4);
-    if (length > kMaxPayload) {
+    ipc::FrameHeader decoded{};
+    if (!ipc::DecodeHeader(reinterpret_cast<const uint8_t*>(header), &decoded)) {
         return FrameStatus::kMalformed;
     }
-    frame->payload.assign(length, '\0');
-    status = ReadExactly(&frame->payload[0], length, false);
+    frame->head = decoded.head;
+    frame->payload.assign(decoded.length, '\0');
+    status = ReadExactly(&frame->payload[0], decoded.length, false);
     return status == FrameStatus::kClosed ? FrameStatus::kMalformed : status;
 }
 
@@ -76,13 +74,11 @@ bool FrameChannel::Write(uint32_t head, const std::string& payload) {
 }
 
 bool FrameChannel::Write(uint32_t head, const void* data, size_t size) {
-    if (size > kMaxPayload) {
+    std::string frame(ipc::kHeaderBytes, '\0');
+    if (size > ipc::kMaxPayload || !ipc::EncodeHeader({head, static_cast<uint32_t>(size)},
+                                                      reinterpret_cast<uint8_t*>(&frame[0]))) {
         return false;
     }
-    std::string frame(ipc::kHeaderBytes, '\0');
-    uint8_t* header = reinterpret_cast<uint8_t*>(&frame[0]);
-    ipc::StoreLittleEndian32(head, header);
-    ipc::StoreLittleEndian32(static_cast<uint32_t>(size), header + 4);
     frame.append(static_cast<const char*>(data), size);
     size_t done = 0;
     while (done < frame.size()) {

@@ -1,0 +1,222 @@
+// The manager with a configuration in a temporary directory and an in-memory ipfw: the
+// order of its start and stop, and many host threads at once, after which the stored
+// lists and the ipfw sets must hold the same rules.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <memory>
+#include <random>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "CommandTable.h"
+#include "FwMgr.h"
+#include "Handler.h"
+#include "InMemoryIpfw.h"
+#include "IpfwListing.h"
+#include "QvFirewall.h"
+#include "ScopedEnv.h"
+#include "TempDir.h"
+
+using namespace qor::vela;
+
+namespace {
+
+class FwMgrTest : public ::testing::Test {
+protected:
+    FwMgrTest() {
+        qvtest::writeFile(m_dir.file("ipfw.log"), "");
+        writeConfig(
+            "<key>FwOptions</key><dict><key>default_set_num</key><integer>19</integer>"
+            "<key>exception_set_num</key><integer>18</integer>"
+            "<key>fw_log_path</key><string>" +
+            m_dir.file("ipfw.log") + "</string><key>syslog_conf</key><string>" +
+            m_dir.file("syslog.conf") + "</string></dict>" + m_storedRules);
+    }
+    ~FwMgrTest() override {
+        g_pFwMgr = nullptr;
+        if (manager != nullptr) {
+            manager->Final();
+        }
+    }
+
+    void writeConfig(const std::string& body) {
+        qvtest::writeFile(m_dir.file("QvFw.conf.plist"),
+                          "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<plist version=\"1.0\">\n"
+                          "<dict>" +
+                              body + "</dict>\n</plist>\n");
+    }
+
+    // A manager on this world's configuration and its own ipfw, which `ipfw` then shows.
+    int start() {
+        auto shell = std::make_unique<qvtest::InMemoryIpfw>();
+        ipfw = shell.get();
+        manager = std::make_unique<FwMgr>(std::move(shell));
+        return manager->Init();
+    }
+
+    // Calls the table's handler for `cmd` with `request`; the response parsed into `reply`.
+    static int call(int cmd, const google::protobuf::MessageLite& request,
+                    google::protobuf::MessageLite* reply = nullptr) {
+        for (const QvHandlerEntry& row : handlerArr) {
+            if (row.cmd != cmd) {
+                continue;
+            }
+            const std::string bytes = request.SerializeAsString();
+            void* out = nullptr;
+            int outLen = 0;
+            const int code = row.handler(cmd, bytes.empty() ? "" : bytes.data(),
+                                         static_cast<int>(bytes.size()), &out, &outLen);
+            if (reply != nullptr && out != nullptr) {
+                EXPECT_TRUE(reply->ParseFromArray(out, outLen));
+            }
+            free(out);
+            return code;
+        }
+        ADD_FAILURE() << "no row for command " << cmd;
+        return -1;
+    }
+
+    // The numbers ipfw holds in `set`, in its order.
+    std::vector<uint32_t> installed(int set) const {
+        std::vector<uint32_t> numbers;
+        for (const qvtest::IpfwRuleLine& rule : qvtest::parseIpfwListing(ipfw->ipfw("-S list"))) {
+            if (rule.set == set) {
+                numbers.push_back(static_cast<uint32_t>(rule.number));
+            }
+        }
+        return numbers;
+    }
+    std::vector<uint32_t> stored(bool exception) const {
+        FwRuleList list;
+        EXPECT_EQ(0, exception ? manager->GetExcpRules(list) : manager->GetAllNormalRules(list));
+        std::vector<uint32_t> numbers;
+        for (const FwRule& rule : list.rules()) {
+            numbers.push_back(rule.rule_index());
+        }
+        std::sort(numbers.begin(), numbers.end());
+        return numbers;
+    }
+
+    static FwRule tcpRule(uint32_t port) {
+        FwRule rule;
+        rule.set_action(ACTION_DENY);
+        rule.mutable_protocol()->set_type(PROTO_SPECIFIED);
+        rule.mutable_protocol()->set_protocol(PROTO_VALUE_TCP);
+        Port* entry = rule.mutable_dst_port()->add_ports();
+        rule.mutable_dst_port()->set_port_type(PORT_LIST);
+        entry->set_use_range(false);
+        entry->set_port(port);
+        return rule;
+    }
+
+    qvtest::TempDir m_dir{qvtest::TempDir::MemoryBase()};
+    qvtest::ScopedEnv m_confDir{"QV_CONF_DIR", m_dir.path()};
+    std::string m_storedRules =
+        "<key>FwRuleCfg</key><dict><key>rules</key><array><dict><key>rule_index</key>"
+        "<integer>3100</integer><key>action</key><integer>2</integer></dict></array></dict>";
+    std::unique_ptr<FwMgr> manager;
+    qvtest::InMemoryIpfw* ipfw = nullptr;
+};
+
+// Start: the log routed, both sets switched as stored before any rule goes in, the
+// watcher started, then each set cleared and refilled, exceptions first. Stop: the
+// watcher, then the normal set and the exception set deleted.
+TEST_F(FwMgrTest, InitAndFinalRunTheirCommandLinesInOrder) {
+    ASSERT_EQ(0, start());
+    const std::string log = m_dir.file("ipfw.log");
+    EXPECT_EQ((std::vector<std::string>{
+                  "touch \"" + log + "\"", "killall -HUP syslogd", "ipfw -q set enable 19",
+                  "ipfw -q set enable 18", "sysctl -w net.inet.ip.fw.verbose=1",
+                  "ipfw -q delete set 18", "ipfw -q delete set 19",
+                  "ipfw -q add 3100 set 19  deny log logamount 0 2>/dev/stdout"}),
+              ipfw->commands());
+    const size_t started = ipfw->commands().size();
+    EXPECT_EQ(0, manager->Final());
+    const std::vector<std::string> all = ipfw->commands();
+    EXPECT_EQ((std::vector<std::string>{"sysctl -w net.inet.ip.fw.verbose=0",
+                                        "ipfw -q delete set 19", "ipfw -q delete set 18"}),
+              std::vector<std::string>(all.begin() + static_cast<long>(started), all.end()));
+    EXPECT_EQ(0, manager->Final());  // a second Final does nothing
+    EXPECT_EQ(all, ipfw->commands());
+}
+
+// Sixteen host threads, each with two hundred calls of every kind that changes a set,
+// through the command table. Each call holds its set's lock for its whole length, so the
+// stored lists and the ipfw sets end as some serial order of the same calls would leave
+// them: the same numbers on both sides, none twice.
+TEST_F(FwMgrTest, ConcurrentHandlerCallsKeepStoreAndIpfwInStep) {
+    ASSERT_EQ(0, start());
+    g_pFwMgr = manager.get();
+    constexpr int kThreads = 16;
+    constexpr int kCalls = 200;
+    std::vector<std::thread> threads;
+    for (int t = 0; t < kThreads; ++t) {
+        threads.emplace_back([this, t] {
+            std::mt19937 random(static_cast<unsigned>(t) * 7919u + 1u);
+            auto below = [&random](int n) { return static_cast<int>(random() % n); };
+            auto someStored = [this, &below](bool exception) {
+                const std::vector<uint32_t> numbers = stored(exception);
+                UIntType number;
+                number.set_value(numbers.empty() ? 3100u : numbers[below(numbers.size())]);
+                return number;
+            };
+            for (int i = 0; i < kCalls; ++i) {
+                const bool exception = below(3) == 0;
+                FwRule rule = tcpRule(static_cast<uint32_t>(1 + below(60000)));
+                FwRuleInfoList list;
+                for (int k = 0, n = below(4); k < n; ++k) {
+                    FwRuleInfo* entry = list.add_rules();
+                    entry->set_order(k);
+                    *entry->mutable_rule() = tcpRule(static_cast<uint32_t>(100 + k));
+                }
+                const int pick = below(40);
+                if (pick < 12) {
+                    call(exception ? QV_CMD_ADD_EXCP_RULE : QV_CMD_ADD_RULE, rule);
+                } else if (pick < 16) {
+                    call(QV_CMD_ADD_RULE_LIST, list);
+                } else if (pick < 18) {
+                    call(exception ? QV_CMD_SET_EXCP_RULE_LIST : QV_CMD_SET_RULE_LIST, list);
+                } else if (pick < 23) {
+                    rule.set_rule_index(someStored(false).value());
+                    call(QV_CMD_MODIFY_RULE, rule);
+                } else if (pick < 27) {
+                    UIntPair pair;
+                    pair.set_first(someStored(false).value());
+                    pair.set_second(someStored(false).value());
+                    call(QV_CMD_SWAP_RULES, pair);
+                } else if (pick < 34) {
+                    call(exception ? QV_CMD_DELETE_EXCP_RULE : QV_CMD_DELETE_RULE,
+                         someStored(exception));
+                } else if (pick < 37) {
+                    call(below(2) == 0 ? QV_CMD_ENABLE_FW : QV_CMD_DISABLE_FW, NullObject());
+                } else if (pick < 38 && below(4) == 0) {
+                    call(exception
+                             ? QV_CMD_FLUSH_EXCP_RULES
+                             : (below(4) == 0 ? QV_CMD_FLUSH_RULES : QV_CMD_FLUSH_NORMAL_RULES),
+                         NullObject());
+                } else {
+                    FwRuleList all;
+                    call(exception ? QV_CMD_GET_EXCP_RULES : QV_CMD_GET_ALL_RULES, NullObject(),
+                         &all);
+                }
+            }
+        });
+    }
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+    for (const auto& [set, exception] : {std::pair{19, false}, std::pair{18, true}}) {
+        std::vector<uint32_t> inIpfw = installed(set);
+        std::sort(inIpfw.begin(), inIpfw.end());
+        EXPECT_EQ(stored(exception), inIpfw) << ipfw->ipfw("-S list");
+        EXPECT_EQ(inIpfw.end(), std::adjacent_find(inIpfw.begin(), inIpfw.end()));
+    }
+    // The switches ended as the stored flag says.
+    const bool enabled = manager->IsFwEnable();
+    const std::string sets = ipfw->ipfw("set show");
+    EXPECT_EQ(!enabled, sets.find("disable") != std::string::npos) << sets;
+}
+
+}  // namespace

@@ -1,3 +1,0 @@
-qv_add_test(SchemaTest
-  SOURCES ${CMAKE_CURRENT_SOURCE_DIR}/SchemaTest.cpp
-  LIBS VelaProto)
