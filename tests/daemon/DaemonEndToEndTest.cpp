@@ -232,22 +232,33 @@ TEST_F(DaemonTest, ADaemonKilledWithSigkillComesBackWithEveryStoredRule) {
 }
 
 // Killed while it replaces the normal set with a long list, at a different moment each
-// time: after the restart the stored list and ipfw hold the same rules.
+// time: after the restart the stored list and ipfw hold the same rules. The list's reader
+// waits for a replacement to finish, so the moment is read off ipfw: each round's rules
+// deny a port of their own.
 TEST_F(DaemonTest, ADaemonKilledDuringSetRulesComesBackWithStoreAndIpfwAgreeing) {
-    std::string list = "[";
-    for (int i = 0; i < 40; ++i) {
-        list += std::string(i == 0 ? "" : ",") + R"({"order":)" + std::to_string(i) +
-                R"(,"rule":)" + kSshDeny + "}";
-    }
-    list += "]";
-    writeFile(sandbox.file("list.json"), list);
     for (int round = 0; round < 4; ++round) {
         SCOPED_TRACE("round " + std::to_string(round));
+        const std::string port = std::to_string(1000 + round);
+        std::string list = "[";
+        for (int i = 0; i < 40; ++i) {
+            list += std::string(i == 0 ? "" : ",") + R"({"order":)" + std::to_string(i) +
+                    R"(,"rule":{"action":"ACTION_DENY","protocol":{"type":"PROTO_SPECIFIED",)"
+                    R"("protocol":"PROTO_VALUE_TCP"},"dst_port":{"port_type":"PORT_LIST",)"
+                    R"("ports":[{"use_range":false,"port":)" +
+                    port + "}]}}}";
+        }
+        writeFile(sandbox.file("list.json"), list + "]");
         const pid_t setter = sandbox.Spawn("qvfwctl set-rules " + sandbox.file("list.json"),
                                            sandbox.file("set-rules.out"));
-        // Some rules in: each round waits for a different number of stored rules.
-        ASSERT_TRUE(WaitFor(
-            [&] { return ListedNumbers(sandbox, "list").size() >= size_t(3 + 9 * round); }, 60));
+        // Some rules in: each round waits for a different number of this round's rules.
+        auto installedOfRound = [&] {
+            size_t count = 0;
+            for (const qvtest::IpfwRuleLine& rule : qvtest::parseIpfwListing(IpfwShow())) {
+                count += rule.set == 19 && rule.body.find("dst-port " + port) != std::string::npos;
+            }
+            return count;
+        };
+        ASSERT_TRUE(WaitFor([&] { return installedOfRound() >= size_t(3 + 9 * round); }, 60));
         ASSERT_EQ(sandbox.StopDaemon(SIGKILL), -1);
         DaemonSandbox::WaitExit(setter, 30);
         ASSERT_TRUE(sandbox.StartDaemon()) << sandbox.daemonLog();
