@@ -1,5 +1,7 @@
 #include "ipfwsim/KeywordTables.h"
 
+#include <set>
+
 namespace ipfwsim {
 
 const KeywordList& tcpFlagKeywords() {
@@ -53,6 +55,76 @@ const char* keywordName(const KeywordList& list, uint32_t value) {
         }
     }
     return nullptr;
+}
+
+bool isUnmodelledAction(const std::string& word) {
+    static const std::set<std::string> words = {
+        "pipe",   "queue",    "divert", "tee",    "netgraph",   "ngtee",    "fwd",     "forward",
+        "reset6", "unreach6", "//",     "nat",    "setfib",     "setdscp",  "call",    "return",
+        "reass",  "eaction",  "abort",  "abort6", "tcp-setmss", "nat64lsn", "nat64stl"};
+    return words.count(word) != 0;
+}
+
+bool isUnmodelledOption(const std::string& word) {
+    static const std::set<std::string> words = {"uid",
+                                                "gid",
+                                                "jail",
+                                                "limit",
+                                                "bridged",
+                                                "layer2",
+                                                "diverted",
+                                                "diverted-loopback",
+                                                "diverted-output",
+                                                "fragment",
+                                                "frag",
+                                                "iplen",
+                                                "ipid",
+                                                "ipprecedence",
+                                                "ipttl",
+                                                "ipversion",
+                                                "ipver",
+                                                "tcpdatalen",
+                                                "tcpseq",
+                                                "tcpack",
+                                                "tcpwin",
+                                                "mac-type",
+                                                "verrevpath",
+                                                "versrcreach",
+                                                "antispoof",
+                                                "ipsec",
+                                                "icmp6type",
+                                                "icmp6types",
+                                                "ext6hdr",
+                                                "flow-id",
+                                                "ipv6",
+                                                "ip6",
+                                                "ipv4",
+                                                "ip4",
+                                                "dst-ipv6",
+                                                "dst-ip6",
+                                                "src-ipv6",
+                                                "src-ip6",
+                                                "//",
+                                                "or",
+                                                "|",
+                                                "{",
+                                                "(",
+                                                "}",
+                                                ")",
+                                                "tagged",
+                                                "lookup",
+                                                "sockarg",
+                                                "fib",
+                                                "dscp",
+                                                "flow",
+                                                "record-state",
+                                                "set-limit",
+                                                "defer-action",
+                                                "defer-immediate-action",
+                                                "tcpmss",
+                                                "src-addr",
+                                                "dst-addr"};
+    return words.count(word) != 0;
 }
 
 }  // namespace ipfwsim

@@ -8,26 +8,20 @@
 #include <climits>
 #include <cstdlib>
 #include <cstring>
-#include <set>
 
+#include "ipfwsim/AddressListParser.h"
 #include "ipfwsim/Inet.h"
 #include "ipfwsim/KeywordMatch.h"
 #include "ipfwsim/KeywordTables.h"
 #include "ipfwsim/MacText.h"
+#include "ipfwsim/OptionValues.h"
+#include "ipfwsim/PortListParser.h"
 
 namespace ipfwsim {
 namespace {
 
-constexpr size_t kMaxInstructionWords = 63;
-
 bool startsWithDigit(const std::string& word) {
     return !word.empty() && std::isdigit(static_cast<unsigned char>(word[0])) != 0;
-}
-
-// atoi(3) without its undefined overflow: saturates at the int range.
-long long atoiSaturating(const std::string& text) {
-    long long value = std::strtoll(text.c_str(), nullptr, 10);
-    return std::clamp<long long>(value, INT_MIN, INT_MAX);
 }
 
 uint64_t leadingRuleNumber(const std::string& word) {
@@ -41,154 +35,73 @@ uint64_t leadingRuleNumber(const std::string& word) {
     return value;
 }
 
-bool isNamedIn(const std::string& word, const std::set<std::string>& names) {
-    return names.count(word) != 0;
-}
+// One parse: the words, where it stands in them, and the rule made so far.
+class RuleGrammar {
+public:
+    RuleGrammar(const NameService& names, Diagnostics& diagnostics,
+                const std::vector<std::string>& words)
+        : names_(names),
+          diagnostics_(diagnostics),
+          addresses_(names, diagnostics),
+          ports_(names, diagnostics),
+          words_(words) {}
 
-const std::set<std::string>& unmodelledActions() {
-    static const std::set<std::string> names = {
-        "pipe",   "queue",    "divert", "tee",    "netgraph",   "ngtee",    "fwd",     "forward",
-        "reset6", "unreach6", "//",     "nat",    "setfib",     "setdscp",  "call",    "return",
-        "reass",  "eaction",  "abort",  "abort6", "tcp-setmss", "nat64lsn", "nat64stl"};
-    return names;
-}
+    Status parse(Rule& rule, uint64_t& requestedNumber);
 
-const std::set<std::string>& unmodelledOptions() {
-    static const std::set<std::string> names = {"uid",
-                                                "gid",
-                                                "jail",
-                                                "limit",
-                                                "bridged",
-                                                "layer2",
-                                                "diverted",
-                                                "diverted-loopback",
-                                                "diverted-output",
-                                                "fragment",
-                                                "frag",
-                                                "iplen",
-                                                "ipid",
-                                                "ipprecedence",
-                                                "ipttl",
-                                                "ipversion",
-                                                "ipver",
-                                                "tcpdatalen",
-                                                "tcpseq",
-                                                "tcpack",
-                                                "tcpwin",
-                                                "mac-type",
-                                                "verrevpath",
-                                                "versrcreach",
-                                                "antispoof",
-                                                "ipsec",
-                                                "icmp6type",
-                                                "icmp6types",
-                                                "ext6hdr",
-                                                "flow-id",
-                                                "ipv6",
-                                                "ip6",
-                                                "ipv4",
-                                                "ip4",
-                                                "dst-ipv6",
-                                                "dst-ip6",
-                                                "src-ipv6",
-                                                "src-ip6",
-                                                "//",
-                                                "or",
-                                                "|",
-                                                "{",
-                                                "(",
-                                                "}",
-                                                ")",
-                                                "tagged",
-                                                "lookup",
-                                                "sockarg",
-                                                "fib",
-                                                "dscp",
-                                                "flow",
-                                                "record-state",
-                                                "set-limit",
-                                                "defer-action",
-                                                "defer-immediate-action",
-                                                "tcpmss",
-                                                "src-addr",
-                                                "dst-addr"};
-    return names;
-}
+private:
+    using OptionHandler = Status (RuleGrammar::*)(const std::string&);
 
-// The flag list syntax: "a,!b,c"; stops quietly at the end, fails on an unknown name.
-Status parseFlagList(const std::string& text, const KeywordList& table, uint32_t& bits) {
-    uint32_t set = 0;
-    uint32_t clear = 0;
-    size_t pos = 0;
-    while (pos < text.size()) {
-        bool negate = text[pos] == '!';
-        if (negate) {
-            ++pos;
-        }
-        size_t comma = text.find(',', pos);
-        std::string name =
-            text.substr(pos, comma == std::string::npos ? std::string::npos : comma - pos);
-        int value = lookupKeyword(table, name);
-        if (value <= 0) {
-            return Status::failure(kExitDataErr, "invalid flag " + name);
-        }
-        (negate ? clear : set) |= static_cast<uint32_t>(value);
-        if (comma == std::string::npos) {
-            break;
-        }
-        pos = comma + 1;
-    }
-    bits = (set & 0xff) | ((clear & 0xff) << 8);
-    return Status::success();
-}
+    Status parseHead(uint64_t& requestedNumber);
+    Status parseAction();
+    Status parseUnreachCode(const std::string& word);
+    Status parseSkiptoTarget(const std::string& word);
+    Status parseActionParameters();
+    Status parseClassicPart(bool& reachedOptions);
+    Status parseClassicProtocol(bool& isProtocol);
+    Status parseClassicAddress(MatchKind kind, const char* missingMessage);
+    Status parseClassicPorts(MatchKind kind);
+    Status parseOptions();
+    Status parseOption(const std::string& keyword);
+    static const std::vector<std::pair<const char*, OptionHandler>>& optionHandlers();
+    // One handler per option keyword; each consumes the option's arguments.
+    Status parseNotOption(const std::string& keyword);
+    Status parseDirectionOption(const std::string& keyword);
+    Status parseIcmpTypesOption(const std::string& keyword);
+    Status parseBareOption(const std::string& keyword);
+    Status parseProtoOption(const std::string& keyword);
+    Status parseAddressOption(const std::string& keyword);
+    Status parsePortOption(const std::string& keyword);
+    Status parseFlagOption(const std::string& keyword);
+    Status parseInterfaceOption(const std::string& keyword);
+    Status parseMacOption(const std::string& keyword);
+    Status parseKeepState(const std::string& keyword);
 
-Status parseIcmpTypes(const std::string& text, uint32_t& bits) {
-    bits = 0;
-    const char* cursor = text.c_str();
-    while (*cursor != '\0') {
-        if (*cursor == ',') {
-            ++cursor;
-        }
-        char* end = nullptr;
-        // The type is stored in a byte, so 256 wraps to 0 as it does in the real command.
-        auto type = static_cast<uint8_t>(std::strtoul(cursor, &end, 0));
-        cursor = end;
-        if (*cursor != ',' && *cursor != '\0') {
-            return Status::failure(kExitDataErr, "invalid ICMP type");
-        }
-        if (type > 31) {
-            return Status::failure(kExitDataErr, "ICMP type out of range");
-        }
-        bits |= 1u << type;
-    }
-    return Status::success();
-}
+    Status takeNot();
+    bool protocolNumber(const std::string& word, uint32_t& number) const;
+    void emit(Match match);
+    bool atEnd() const { return pos_ >= words_.size(); }
+    const std::string& current() const { return words_[pos_]; }
 
-Status parseInterface(const std::string& text, InterfaceRef& iface) {
-    constexpr size_t kInterfaceNameMax = 15;
-    if (!startsWithDigit(text)) {
-        iface.name = text.substr(0, kInterfaceNameMax);
-        return Status::success();
-    }
-    if (!parseInetAton(text, iface.address)) {
-        return Status::failure(kExitDataErr, "bad ip address ``" + text + "''");
-    }
-    return Status::success();
-}
+    const NameService& names_;
+    Diagnostics& diagnostics_;
+    const AddressListParser addresses_;
+    const PortListParser ports_;
+    const std::vector<std::string>& words_;
+    size_t pos_ = 0;
+    bool pendingNot_ = false;
+    bool haveState_ = false;
+    uint8_t proto_ = 0;
+    Rule rule_;
+};
 
 }  // namespace
 
-RuleParser::RuleParser(const NameService& names, Diagnostics& diagnostics)
-    : names_(names), diagnostics_(diagnostics) {}
-
 Status RuleParser::parse(const std::vector<std::string>& words, Rule& rule,
-                         uint64_t& requestedNumber) {
-    words_ = words;
-    pos_ = 0;
-    pendingNot_ = false;
-    haveState_ = false;
-    proto_ = 0;
-    rule_ = Rule{};
+                         uint64_t& requestedNumber) const {
+    return RuleGrammar(names_, diagnostics_, words).parse(rule, requestedNumber);
+}
+
+Status RuleGrammar::parse(Rule& rule, uint64_t& requestedNumber) {
     requestedNumber = 0;
 
     Status status = parseHead(requestedNumber);
@@ -217,7 +130,7 @@ Status RuleParser::parse(const std::vector<std::string>& words, Rule& rule,
     return Status::success();
 }
 
-Status RuleParser::parseHead(uint64_t& requestedNumber) {
+Status RuleGrammar::parseHead(uint64_t& requestedNumber) {
     if (!atEnd() && startsWithDigit(current())) {
         requestedNumber = leadingRuleNumber(current());
         ++pos_;
@@ -246,7 +159,7 @@ Status RuleParser::parseHead(uint64_t& requestedNumber) {
     return Status::success();
 }
 
-Status RuleParser::parseAction() {
+Status RuleGrammar::parseAction() {
     if (atEnd()) {
         return Status::failure(kExitUsage, "missing action");
     }
@@ -275,7 +188,7 @@ Status RuleParser::parseAction() {
             return Status::failure(kExitUsage, "missing argument for skipto");
         }
         return parseSkiptoTarget(words_[pos_++]);
-    } else if (isNamedIn(word, unmodelledActions())) {
+    } else if (isUnmodelledAction(word)) {
         return Status::notModelled(word);
     } else {
         return Status::failure(kExitDataErr, "invalid action " + word + "\n");
@@ -283,7 +196,7 @@ Status RuleParser::parseAction() {
     return Status::success();
 }
 
-Status RuleParser::parseUnreachCode(const std::string& word) {
+Status RuleGrammar::parseUnreachCode(const std::string& word) {
     char* end = nullptr;
     unsigned long code = std::strtoul(word.c_str(), &end, 0);
     long value = static_cast<long>(code);
@@ -297,7 +210,7 @@ Status RuleParser::parseUnreachCode(const std::string& word) {
     return Status::success();
 }
 
-Status RuleParser::parseSkiptoTarget(const std::string& word) {
+Status RuleGrammar::parseSkiptoTarget(const std::string& word) {
     if (word == "tablearg") {
         return Status::notModelled("skipto tablearg");
     }
@@ -309,7 +222,7 @@ Status RuleParser::parseSkiptoTarget(const std::string& word) {
     return Status::success();
 }
 
-Status RuleParser::parseActionParameters() {
+Status RuleGrammar::parseActionParameters() {
     while (!atEnd()) {
         const std::string& word = current();
         if (word == "altq" || word == "tag" || word == "untag") {
@@ -340,7 +253,7 @@ Status RuleParser::parseActionParameters() {
     return Status::success();
 }
 
-Status RuleParser::takeNot() {
+Status RuleGrammar::takeNot() {
     if (!atEnd() && matchesAbbreviated(current(), "not", diagnostics_)) {
         if (pendingNot_) {
             return Status::failure(kExitUsage, "double \"not\" not allowed\n");
@@ -352,7 +265,7 @@ Status RuleParser::takeNot() {
 }
 
 // "PROTO from SRC [PORTS] to DST [PORTS]"; a body that starts with an option skips it.
-Status RuleParser::parseClassicPart(bool& reachedOptions) {
+Status RuleGrammar::parseClassicPart(bool& reachedOptions) {
     bool isProtocol = false;
     Status status = parseClassicProtocol(isProtocol);
     if (!status.ok() || !isProtocol) {
@@ -384,7 +297,7 @@ Status RuleParser::parseClassicPart(bool& reachedOptions) {
 
 // The protocol of the classic form; a word that names no protocol starts the options.
 // "ip" and "all" match every protocol and so compile to nothing.
-Status RuleParser::parseClassicProtocol(bool& isProtocol) {
+Status RuleGrammar::parseClassicProtocol(bool& isProtocol) {
     isProtocol = false;
     if (!atEnd() && (current()[0] == '(' || current()[0] == '{')) {
         return Status::notModelled("or-block");
@@ -420,7 +333,7 @@ Status RuleParser::parseClassicProtocol(bool& isProtocol) {
     return Status::success();
 }
 
-Status RuleParser::parseClassicAddress(MatchKind kind, const char* missingMessage) {
+Status RuleGrammar::parseClassicAddress(MatchKind kind, const char* missingMessage) {
     if (!atEnd() && (current()[0] == '(' || current()[0] == '{')) {
         return Status::notModelled("or-block");
     }
@@ -439,7 +352,7 @@ Status RuleParser::parseClassicAddress(MatchKind kind, const char* missingMessag
     }
     Match match;
     bool emitted = false;
-    status = addressMatch(word, kind, emitted, match);
+    status = addresses_.parse(word, kind, pendingNot_, emitted, match);
     if (!status.ok()) {
         return status;
     }
@@ -453,7 +366,7 @@ Status RuleParser::parseClassicAddress(MatchKind kind, const char* missingMessag
     return Status::success();
 }
 
-Status RuleParser::parseClassicPorts(MatchKind kind) {
+Status RuleGrammar::parseClassicPorts(MatchKind kind) {
     Status status = takeNot();
     if (!status.ok() || atEnd()) {
         return status;
@@ -465,7 +378,7 @@ Status RuleParser::parseClassicPorts(MatchKind kind) {
     Match match;
     match.kind = kind;
     bool valid = false;
-    status = portMatch(current(), match, valid);
+    status = ports_.parse(current(), proto_, match, valid);
     if (status.ok() && valid) {
         ++pos_;
         emit(match);
@@ -473,7 +386,7 @@ Status RuleParser::parseClassicPorts(MatchKind kind) {
     return status;
 }
 
-Status RuleParser::parseOptions() {
+Status RuleGrammar::parseOptions() {
     while (!atEnd()) {
         std::string keyword = current();
         if (!keyword.empty() && keyword[0] == '!') {
@@ -493,51 +406,51 @@ Status RuleParser::parseOptions() {
 }
 
 // Option keywords and their handlers; aliases share a handler.
-const std::vector<std::pair<const char*, Status (RuleParser::*)(const std::string&)>>&
-RuleParser::optionHandlers() {
-    static const std::vector<std::pair<const char*, Status (RuleParser::*)(const std::string&)>>
-        handlers = {{"not", &RuleParser::parseNotOption},
-                    {"in", &RuleParser::parseDirectionOption},
-                    {"out", &RuleParser::parseDirectionOption},
-                    {"via", &RuleParser::parseInterfaceOption},
-                    {"recv", &RuleParser::parseInterfaceOption},
-                    {"xmit", &RuleParser::parseInterfaceOption},
-                    {"icmptypes", &RuleParser::parseIcmpTypesOption},
-                    {"icmptype", &RuleParser::parseIcmpTypesOption},
-                    {"ipoptions", &RuleParser::parseFlagOption},
-                    {"ipopts", &RuleParser::parseFlagOption},
-                    {"iptos", &RuleParser::parseFlagOption},
-                    {"tcpoptions", &RuleParser::parseFlagOption},
-                    {"tcpopts", &RuleParser::parseFlagOption},
-                    {"tcpflags", &RuleParser::parseFlagOption},
-                    {"tcpflgs", &RuleParser::parseFlagOption},
-                    {"setup", &RuleParser::parseBareOption},
-                    {"established", &RuleParser::parseBareOption},
-                    {"estab", &RuleParser::parseBareOption},
-                    {"keep-state", &RuleParser::parseKeepState},
-                    {"proto", &RuleParser::parseProtoOption},
-                    {"src-ip", &RuleParser::parseAddressOption},
-                    {"dst-ip", &RuleParser::parseAddressOption},
-                    {"src-port", &RuleParser::parsePortOption},
-                    {"dst-port", &RuleParser::parsePortOption},
-                    {"mac", &RuleParser::parseMacOption},
-                    {"MAC", &RuleParser::parseMacOption}};
+const std::vector<std::pair<const char*, RuleGrammar::OptionHandler>>&
+RuleGrammar::optionHandlers() {
+    static const std::vector<std::pair<const char*, OptionHandler>> handlers = {
+        {"not", &RuleGrammar::parseNotOption},
+        {"in", &RuleGrammar::parseDirectionOption},
+        {"out", &RuleGrammar::parseDirectionOption},
+        {"via", &RuleGrammar::parseInterfaceOption},
+        {"recv", &RuleGrammar::parseInterfaceOption},
+        {"xmit", &RuleGrammar::parseInterfaceOption},
+        {"icmptypes", &RuleGrammar::parseIcmpTypesOption},
+        {"icmptype", &RuleGrammar::parseIcmpTypesOption},
+        {"ipoptions", &RuleGrammar::parseFlagOption},
+        {"ipopts", &RuleGrammar::parseFlagOption},
+        {"iptos", &RuleGrammar::parseFlagOption},
+        {"tcpoptions", &RuleGrammar::parseFlagOption},
+        {"tcpopts", &RuleGrammar::parseFlagOption},
+        {"tcpflags", &RuleGrammar::parseFlagOption},
+        {"tcpflgs", &RuleGrammar::parseFlagOption},
+        {"setup", &RuleGrammar::parseBareOption},
+        {"established", &RuleGrammar::parseBareOption},
+        {"estab", &RuleGrammar::parseBareOption},
+        {"keep-state", &RuleGrammar::parseKeepState},
+        {"proto", &RuleGrammar::parseProtoOption},
+        {"src-ip", &RuleGrammar::parseAddressOption},
+        {"dst-ip", &RuleGrammar::parseAddressOption},
+        {"src-port", &RuleGrammar::parsePortOption},
+        {"dst-port", &RuleGrammar::parsePortOption},
+        {"mac", &RuleGrammar::parseMacOption},
+        {"MAC", &RuleGrammar::parseMacOption}};
     return handlers;
 }
 
-Status RuleParser::parseOption(const std::string& keyword) {
+Status RuleGrammar::parseOption(const std::string& keyword) {
     for (const auto& handler : optionHandlers()) {
         if (keyword == handler.first) {
             return (this->*handler.second)(keyword);
         }
     }
-    if (isNamedIn(keyword, unmodelledOptions())) {
+    if (isUnmodelledOption(keyword)) {
         return Status::notModelled(keyword);
     }
     return Status::failure(kExitUsage, "unrecognised option [-1] " + keyword + "\n");
 }
 
-Status RuleParser::parseNotOption(const std::string&) {
+Status RuleGrammar::parseNotOption(const std::string&) {
     if (pendingNot_) {
         return Status::failure(kExitUsage, "double \"not\" not allowed\n");
     }
@@ -546,7 +459,7 @@ Status RuleParser::parseNotOption(const std::string&) {
 }
 
 // "out" is a negated "in", so "not out" reads as "in".
-Status RuleParser::parseDirectionOption(const std::string& keyword) {
+Status RuleGrammar::parseDirectionOption(const std::string& keyword) {
     Match match;
     match.kind = MatchKind::In;
     match.negated = pendingNot_ != (keyword == "out");
@@ -555,7 +468,7 @@ Status RuleParser::parseDirectionOption(const std::string& keyword) {
     return Status::success();
 }
 
-Status RuleParser::parseIcmpTypesOption(const std::string&) {
+Status RuleGrammar::parseIcmpTypesOption(const std::string&) {
     if (atEnd()) {
         return Status::failure(kExitUsage, "icmptypes requires list of types");
     }
@@ -569,7 +482,7 @@ Status RuleParser::parseIcmpTypesOption(const std::string&) {
 }
 
 // "setup" is the flag test syn,!ack; "established" needs no argument.
-Status RuleParser::parseBareOption(const std::string& keyword) {
+Status RuleGrammar::parseBareOption(const std::string& keyword) {
     Match match;
     match.kind = keyword == "setup" ? MatchKind::TcpFlags : MatchKind::Established;
     if (keyword == "setup") {
@@ -579,7 +492,7 @@ Status RuleParser::parseBareOption(const std::string& keyword) {
     return Status::success();
 }
 
-Status RuleParser::parseProtoOption(const std::string&) {
+Status RuleGrammar::parseProtoOption(const std::string&) {
     if (atEnd()) {
         return Status::failure(kExitUsage, "missing protocol");
     }
@@ -603,7 +516,7 @@ Status RuleParser::parseProtoOption(const std::string&) {
     return Status::success();
 }
 
-Status RuleParser::parseAddressOption(const std::string& keyword) {
+Status RuleGrammar::parseAddressOption(const std::string& keyword) {
     const bool source = keyword == "src-ip";
     const MatchKind kind = source ? MatchKind::SrcAddr : MatchKind::DstAddr;
     if (atEnd()) {
@@ -611,14 +524,14 @@ Status RuleParser::parseAddressOption(const std::string& keyword) {
     }
     Match match;
     bool emitted = false;
-    Status status = addressMatch(words_[pos_++], kind, emitted, match);
+    Status status = addresses_.parse(words_[pos_++], kind, pendingNot_, emitted, match);
     if (status.ok() && emitted) {
         emit(match);
     }
     return status;
 }
 
-Status RuleParser::parsePortOption(const std::string& keyword) {
+Status RuleGrammar::parsePortOption(const std::string& keyword) {
     const bool source = keyword == "src-port";
     const MatchKind kind = source ? MatchKind::SrcPort : MatchKind::DstPort;
     if (atEnd()) {
@@ -632,7 +545,7 @@ Status RuleParser::parsePortOption(const std::string& keyword) {
     Match match;
     match.kind = kind;
     bool valid = false;
-    Status status = portMatch(word, match, valid);
+    Status status = ports_.parse(word, proto_, match, valid);
     if (!status.ok()) {
         return status;
     }
@@ -645,7 +558,7 @@ Status RuleParser::parsePortOption(const std::string& keyword) {
 }
 
 // tcpflags, tcpoptions, ipoptions and iptos: a list of names from their table.
-Status RuleParser::parseFlagOption(const std::string& keyword) {
+Status RuleGrammar::parseFlagOption(const std::string& keyword) {
     struct FlagOption {
         const char* prefix;
         const char* name;
@@ -676,7 +589,7 @@ Status RuleParser::parseFlagOption(const std::string& keyword) {
     return status;
 }
 
-Status RuleParser::parseInterfaceOption(const std::string& keyword) {
+Status RuleGrammar::parseInterfaceOption(const std::string& keyword) {
     const MatchKind kind = keyword == "via"    ? MatchKind::Via
                            : keyword == "recv" ? MatchKind::Recv
                                                : MatchKind::Xmit;
@@ -697,7 +610,7 @@ Status RuleParser::parseInterfaceOption(const std::string& keyword) {
     return status;
 }
 
-Status RuleParser::parseMacOption(const std::string&) {
+Status RuleGrammar::parseMacOption(const std::string&) {
     if (words_.size() - pos_ < 2) {
         return Status::failure(kExitDataErr, "MAC dst src");
     }
@@ -715,7 +628,7 @@ Status RuleParser::parseMacOption(const std::string&) {
     return Status::success();
 }
 
-Status RuleParser::parseKeepState(const std::string&) {
+Status RuleGrammar::parseKeepState(const std::string&) {
     if (haveState_) {
         return Status::failure(kExitUsage, "only one of keep-state and limit is allowed");
     }
@@ -726,166 +639,9 @@ Status RuleParser::parseKeepState(const std::string&) {
     return Status::success();
 }
 
-// One address option: "any", "me", or a list of address[/len|:mask] elements, each
-// a number or a host name. An element masked to nothing makes the whole list match
-// anything, so the option then compiles to nothing.
-Status RuleParser::addressMatch(const std::string& text, MatchKind kind, bool& emitted,
-                                Match& match) {
-    bool source = kind == MatchKind::SrcAddr;
-    emitted = false;
-    if (matchesAbbreviated(text, "any", diagnostics_)) {
-        return Status::success();
-    }
-    if (matchesAbbreviated(text, "me", diagnostics_)) {
-        match.kind = source ? MatchKind::SrcMe : MatchKind::DstMe;
-        emitted = true;
-        return Status::success();
-    }
-    if (text.compare(0, 6, "table(") == 0) {
-        return Status::notModelled("table lookup");
-    }
-    match.kind = kind;
-    size_t start = 0;
-    while (true) {
-        AddressMask element;
-        size_t next = std::string::npos;
-        Status status = parseAddressElement(text, start, element, next);
-        if (!status.ok()) {
-            return status;
-        }
-        if (element.mask == 0) {
-            if (pendingNot_ && next == std::string::npos && match.addresses.empty()) {
-                return Status::failure(kExitDataErr, "not any never matches");
-            }
-            match.addresses.clear();
-            return Status::success();
-        }
-        match.addresses.push_back(element);
-        if (next == std::string::npos) {
-            break;
-        }
-        start = next + 1;
-    }
-    if (2 * match.addresses.size() + 1 > kMaxInstructionWords) {
-        return Status::failure(kExitDataErr, "address list too long");
-    }
-    emitted = true;
-    return Status::success();
-}
-
-// One "host[/len|:mask]" element starting at `start`; `next` is the comma after it.
-// The host is resolved before the mask is looked at, as in the real command.
-Status RuleParser::parseAddressElement(const std::string& text, size_t start, AddressMask& element,
-                                       size_t& next) const {
-    size_t sep = text.find_first_of("/:,{", start);
-    char mode = sep == std::string::npos ? '\0' : text[sep];
-    next = mode == ',' ? sep : std::string::npos;
-    std::string maskText;
-    if (mode == '/' || mode == ':') {
-        next = text.find_first_of(",{", sep + 1);
-        maskText = text.substr(sep + 1, next == std::string::npos ? next : next - sep - 1);
-    }
-    if (mode == '{' || (next != std::string::npos && text[next] == '{')) {
-        return Status::notModelled("address set " + text);
-    }
-    std::string host = text.substr(start, sep == std::string::npos ? sep : sep - start);
-    if (!lookupHost(names_, host, element.address)) {
-        return Status::failure(kExitNoHost, "hostname ``" + host + "'' unknown");
-    }
-    element.mask = 0xffffffffu;
-    if (mode == ':' && !parseInetAton(maskText, element.mask)) {
-        return Status::failure(kExitDataErr, "bad netmask ``" + maskText + "''");
-    }
-    if (mode == '/') {
-        long long bits = atoiSaturating(maskText);
-        if (bits > 32) {
-            return Status::failure(kExitDataErr, "bad width ``" + maskText + "''");
-        }
-        // A negative width shifts the way the real command's C expression does on x86.
-        element.mask = bits == 0 ? 0 : ~0u << ((32 - bits) & 31);
-    }
-    element.address &= element.mask;
-    return Status::success();
-}
-
-// A port number (any base strtol accepts) or a service name, whose letters and
-// digits may be escaped with a backslash. `end` is where the value stopped.
-bool RuleParser::portValue(const std::string& text, size_t start, size_t& end,
-                           uint16_t& port) const {
-    end = start;
-    if (start >= text.size()) {
-        return false;
-    }
-    if (std::isdigit(static_cast<unsigned char>(text[start])) != 0) {
-        const char* begin = text.c_str() + start;
-        char* stop = nullptr;
-        port = static_cast<uint16_t>(std::strtol(begin, &stop, 0));
-        end = start + static_cast<size_t>(stop - begin);
-        return true;
-    }
-    size_t scan = start;
-    std::string name;
-    while (scan < text.size() &&
-           (std::isalnum(static_cast<unsigned char>(text[scan])) != 0 || text[scan] == '\\')) {
-        if (text[scan] == '\\' && scan + 1 < text.size()) {
-            ++scan;
-        }
-        if (text[scan] != '\\') {
-            name += text[scan];
-        }
-        ++scan;
-    }
-    std::string protocol = proto_ == 0 ? std::string() : names_.protocolName(proto_);
-    if (!names_.serviceByName(name, protocol, port)) {
-        return false;
-    }
-    end = scan;
-    return true;
-}
-
-Status RuleParser::portMatch(const std::string& text, Match& match, bool& valid) {
-    valid = false;
-    size_t element = 0;
-    size_t stop = 0;
-    while (stop < text.size()) {
-        PortRange range;
-        if (!portValue(text, element, stop, range.low)) {
-            return Status::success();
-        }
-        range.high = range.low;
-        char sep = stop < text.size() ? text[stop] : '\0';
-        if (sep == '-') {
-            size_t second = stop + 1;
-            if (!portValue(text, second, stop, range.high)) {
-                return Status::success();
-            }
-            if (stop < text.size() && text[stop] != ',') {
-                return Status::success();
-            }
-        } else if (sep != ',' && sep != '\0') {
-            diagnostics_.warn(std::string("port list: invalid separator <") + sep + "> in <" +
-                              text.substr(element) + ">");
-            return Status::success();
-        }
-        match.ports.push_back(range);
-        element = stop + 1;
-        if (stop >= text.size()) {
-            break;
-        }
-    }
-    if (match.ports.empty()) {
-        return Status::success();
-    }
-    if (match.ports.size() + 1 > kMaxInstructionWords) {
-        return Status::failure(kExitDataErr, "too many ports/ranges\n");
-    }
-    valid = true;
-    return Status::success();
-}
-
 // A positive decimal number is taken as it stands (it may exceed a byte and then
 // never matches); anything else must be a protocol name.
-bool RuleParser::protocolNumber(const std::string& word, uint32_t& number) const {
+bool RuleGrammar::protocolNumber(const std::string& word, uint32_t& number) const {
     char* end = nullptr;
     long parsed = std::strtol(word.c_str(), &end, 10);
     if (*end == '\0' && parsed > 0) {
@@ -900,7 +656,7 @@ bool RuleParser::protocolNumber(const std::string& word, uint32_t& number) const
     return true;
 }
 
-void RuleParser::emit(Match match) {
+void RuleGrammar::emit(Match match) {
     match.negated = pendingNot_;
     pendingNot_ = false;
     rule_.matches.push_back(std::move(match));

@@ -25,6 +25,11 @@ int lookupKeyword(const KeywordList& list, const std::string& word);
 // First name with that value; nullptr when there is none.
 const char* keywordName(const KeywordList& list, uint32_t value);
 
+// Words of the real command that the simulator knows but does not model: an action or an
+// option named by one is refused as not modelled rather than as unknown.
+bool isUnmodelledAction(const std::string& word);
+bool isUnmodelledOption(const std::string& word);
+
 constexpr uint8_t kTcpFin = 0x01;
 constexpr uint8_t kTcpSyn = 0x02;
 constexpr uint8_t kTcpRst = 0x04;
