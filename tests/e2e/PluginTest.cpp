@@ -443,44 +443,4 @@ TEST_F(PluginTest, BadRequestsGetTheirCodesAndChangeNothing) {
     EXPECT_EQ(call(QV_CMD_SET_DEBUG_LEVEL, level), 20002);
 }
 
-// Eight host threads add and delete on both sets while packets are logged.
-TEST_F(PluginTest, EightHostThreadsOnBothSetsWhileEventsFlow) {
-    ASSERT_EQ(start(), 0);
-    add(tcpRule(ACTION_DENY, 22));
-    std::atomic<int> failures{0};
-    std::vector<std::thread> threads;
-    for (int t = 0; t < 8; ++t) {
-        threads.emplace_back([&, t] {
-            const bool exception = t % 2 == 1;
-            for (int i = 0; i < 6; ++i) {
-                const uint32_t number = add(tcpRule(ACTION_ALLOW, 1000 + t * 10 + i), exception);
-                failures += number == 0;
-                if (i % 2 == 0) {
-                    UIntType value;
-                    value.set_value(number);
-                    failures +=
-                        call(exception ? QV_CMD_DELETE_EXCP_RULE : QV_CMD_DELETE_RULE, value) != 0;
-                }
-            }
-        });
-    }
-    std::thread packets([&] {
-        for (int i = 0; i < 20; ++i) {
-            std::ofstream(fwLog(), std::ios::app)
-                << "Nov 23 10:00:00 host kernel: ipfw: 3100 Deny TCP 10.0.0.1:" << i
-                << " 10.0.0.2:22 in via en0\n";
-        }
-    });
-    for (auto& thread : threads) {
-        thread.join();
-    }
-    packets.join();
-    EXPECT_EQ(failures, 0);
-    EXPECT_EQ(stored(false).size(), 1u + 4 * 3);
-    EXPECT_EQ(stored(true).size(), 4u * 3);
-    expectStoreAndIpfwAgree();
-    EXPECT_TRUE(eventually([] { return CallbackEvents::all().size() == 20; }));
-    EXPECT_TRUE(eventually([&] { return service->callCount() == 20; }));
-}
-
 }  // namespace

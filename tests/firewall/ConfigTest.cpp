@@ -294,47 +294,6 @@ TEST_F(FwConfigTest, OnlyChangedNotifySettingIsWritten) {
     EXPECT_TRUE(options.has_syslog_conf());
 }
 
-TEST_F(FwConfigTest, EightThreadsReadAndWriteWithoutTearingTheFile) {
-    seed(ruleList({}), ruleList({}));
-    FwConfig config;
-    ASSERT_TRUE(config.IsReady());
-    const unsigned int perThread = 25;
-    std::vector<std::thread> threads;
-    for (unsigned int t = 0; t < 8; ++t) {
-        threads.emplace_back([&config, t] {
-            for (unsigned int i = 0; i < perThread; ++i) {
-                const unsigned int index = 1000 * (t + 1) + i;
-                if (t % 2 == 0) {
-                    config.AddNormalRule(qvtest::fullRule(index));
-                } else {
-                    config.AddExcpRule(rule(index));
-                    config.SetFwEnable(i % 2 == 0);
-                }
-                FwRuleList snapshot;
-                config.GetAllNormalRules(snapshot);
-                config.GetExceptionRules(snapshot);
-                FwRule one;
-                config.GetNormalRule(index, one);
-                config.IsFwEnable();
-            }
-        });
-    }
-    for (std::thread& thread : threads) {
-        thread.join();
-    }
-    FwRuleList normal;
-    config.GetAllNormalRules(normal);
-    EXPECT_EQ(static_cast<int>(4 * perThread), normal.rules_size());
-    EXPECT_EQ(normal.SerializeAsString(), stored("FwRuleCfg").SerializeAsString());
-    const std::string counts = qvtest::runPython(
-        m_dir,
-        "d = plistlib.load(open(sys.argv[1], 'rb'))\n"
-        "print(len(d['FwRuleCfg']['rules']), len(d['FwExceptionRuleCfg']['rules']),\n"
-        "      d['FwOptions']['enable_fw'])\n",
-        path());
-    EXPECT_EQ("100 100 True\n", counts);  // every toggling thread ends on true
-}
-
 TEST_F(FwConfigTest, PlistlibReadsEveryKeyTheStoreWrites) {
     const FwOptions options = qvtest::fullOptions();
     seed(ruleList({}), ruleList({}), &options);

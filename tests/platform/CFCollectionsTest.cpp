@@ -160,18 +160,5 @@ TEST(CFArray, EmptyAndInvalidCreation) {
     EXPECT_EQ(CFArrayCreate(kCFAllocatorDefault, nullptr, 2, &kCFTypeArrayCallBacks), nullptr);
 }
 
-TEST(CFCollectionsDeathTest, MisuseAbortsAsCoreFoundationDoes) {
-    CFHolder array(CFArrayCreate(kCFAllocatorDefault, nullptr, 0, &kCFTypeArrayCallBacks));
-    EXPECT_DEATH(CFArrayGetValueAtIndex(static_cast<CFArrayRef>(array.get()), 0), "bounds");
-
-    // A dictionary read without mutable containers is immutable.
-    CFHolder frozen = parse(xmlDocument("<dict/>\n"), kCFPropertyListImmutable);
-    ASSERT_NE(frozen, nullptr);
-    CFHolder key(str("k"));
-    EXPECT_DEATH(
-        CFDictionarySetValue((CFMutableDictionaryRef)frozen.get(), key.get(), kCFBooleanTrue),
-        "immutable");
-}
-
 }  // namespace
 }  // namespace qvtest

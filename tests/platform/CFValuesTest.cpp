@@ -177,12 +177,5 @@ TEST(CFData, RefusesNegativeLengthAndMissingBytes) {
               nullptr);
 }
 
-TEST(CFRuntimeDeathTest, NullReferencesAbortWithAMessage) {
-    EXPECT_DEATH(CFRelease(nullptr), "CFRelease.*NULL");
-    EXPECT_DEATH(CFGetTypeID(nullptr), "CFGetTypeID.*NULL");
-    CFHolder number(int32Number(1));
-    EXPECT_DEATH(CFStringGetLength(static_cast<CFStringRef>(number.get())), "wrong type");
-}
-
 }  // namespace
 }  // namespace qvtest

@@ -161,21 +161,6 @@ TEST_F(FollowedFile, RenameAndDeleteOfTheFileItself) {
     EXPECT_EQ(event.fflags, static_cast<unsigned>(NOTE_DELETE));
 }
 
-TEST_F(FollowedFile, ZeroTimeoutPollsAndATimedWaitExpiresQuietly) {
-    struct kevent event {};
-    const timespec zero{0, 0};
-    auto start = Clock::now();
-    EXPECT_EQ(kevent(queue_, nullptr, 0, &event, 1, &zero), 0);
-    EXPECT_LT(Clock::now() - start, std::chrono::milliseconds(100));
-
-    const timespec wait = milliseconds(200);
-    start = Clock::now();
-    EXPECT_EQ(kevent(queue_, nullptr, 0, &event, 1, &wait), 0);
-    const auto waited = Clock::now() - start;
-    EXPECT_GE(waited, std::chrono::milliseconds(190));
-    EXPECT_LT(waited, std::chrono::milliseconds(1500));
-}
-
 TEST_F(FollowedFile, NullTimeoutWaitsForTheNextEvent) {
     // Unlinking the file wakes an indefinite wait.
     ASSERT_EQ(unlink(path_.c_str()), 0);
@@ -278,112 +263,6 @@ TEST_F(FollowedFile, ClosedQueueIsGoneAndOthersAreUnaffected) {
     ASSERT_EQ(kevent(other, nullptr, 0, &event, 1, &timeout), 1);
     EXPECT_EQ(event.data, 12);
     close(other);
-}
-
-TEST(Kqueue, BadChangesAreReportedPerEntryOrFailTheCall) {
-    Descriptor queue(kqueue());
-    ASSERT_GE(queue.get(), 0);
-    int sockets[2];
-    ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM, 0, sockets), 0);
-    Descriptor left(sockets[0]);
-    Descriptor right(sockets[1]);
-
-    struct kevent changes[2];
-    EV_SET(&changes[0], 987654, EVFILT_READ, EV_ADD, 0, 0, nullptr);      // not open
-    EV_SET(&changes[1], sockets[0], EVFILT_READ, EV_ADD, 0, 0, nullptr);  // not a file
-    struct kevent results[2];
-    const timespec zero{0, 0};
-    ASSERT_EQ(kevent(queue.get(), changes, 2, results, 2, &zero), 2);
-    EXPECT_EQ(results[0].flags, EV_ERROR);
-    EXPECT_EQ(results[0].data, EBADF);
-    EXPECT_EQ(results[1].flags, EV_ERROR);
-    EXPECT_EQ(results[1].data, EINVAL);
-
-    // Without room for the error, the call itself fails.
-    EXPECT_EQ(kevent(queue.get(), changes, 1, nullptr, 0, &zero), -1);
-    EXPECT_EQ(errno, EBADF);
-    EXPECT_EQ(kevent(-1, nullptr, 0, nullptr, 0, &zero), -1);
-    EXPECT_EQ(errno, EBADF);
-}
-
-TEST(KqueueUser, ChangesUpdateTriggerOrFailAsOnBsd) {
-    constexpr uintptr_t kIdent = 7;
-    constexpr unsigned short kDisable = 0x0008;  // EV_DISABLE, not supported
-    struct Case {
-        const char* name;
-        uintptr_t ident;
-        unsigned short flags;
-        unsigned int fflags;
-        int error;               // 0, or the errno of the change
-        int reported;            // events of the next wait
-        unsigned int userFlags;  // their fflags
-    };
-    // The registration starts with user flags 0xf0.
-    const Case cases[] = {
-        {"trigger", kIdent, 0, NOTE_TRIGGER, 0, 1, 0xf0},
-        {"trigger with EV_ENABLE", kIdent, EV_ENABLE, NOTE_TRIGGER, 0, 1, 0xf0},
-        {"or", kIdent, 0, NOTE_TRIGGER | NOTE_FFOR | 0x0f, 0, 1, 0xff},
-        {"and", kIdent, 0, NOTE_TRIGGER | NOTE_FFAND | 0x30, 0, 1, 0x30},
-        {"copy", kIdent, 0, NOTE_TRIGGER | NOTE_FFCOPY | 0x05, 0, 1, 0x05},
-        {"no-op ignores the given flags", kIdent, 0, NOTE_TRIGGER | 0x05, 0, 1, 0xf0},
-        {"flags without trigger", kIdent, 0, NOTE_FFCOPY | 0x05, 0, 0, 0},
-        {"added again with trigger", kIdent, EV_ADD | EV_CLEAR, NOTE_TRIGGER, 0, 1, 0xf0},
-        {"unknown ident", kIdent + 1, 0, NOTE_TRIGGER, ENOENT, 0, 0},
-        {"deleting an unknown ident", kIdent + 1, EV_DELETE, 0, ENOENT, 0, 0},
-        {"EV_CLEAR without EV_ADD", kIdent, EV_CLEAR, NOTE_TRIGGER, EINVAL, 0, 0},
-        {"EV_DELETE with another flag", kIdent, EV_DELETE | EV_ENABLE, 0, EINVAL, 0, 0},
-        {"unsupported flag", kIdent, kDisable, NOTE_TRIGGER, EINVAL, 0, 0},
-    };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.name);
-        Descriptor queue(kqueue());
-        ASSERT_GE(queue.get(), 0);
-        int registered = 0;
-        int changed = 0;
-        ASSERT_EQ(changeUser(queue.get(), kIdent, EV_ADD | EV_CLEAR, 0xf0, 0, &registered), 0);
-        // As on BSD, every change replaces data and udata.
-        ASSERT_EQ(changeUser(queue.get(), c.ident, c.flags, c.fflags, 99, &changed),
-                  c.error == 0 ? 0 : -1);
-        if (c.error != 0) {
-            EXPECT_EQ(errno, c.error);
-        }
-        struct kevent event {};
-        ASSERT_EQ(pollOne(queue.get(), event), c.reported);
-        if (c.reported == 1) {
-            EXPECT_EQ(event.ident, kIdent);
-            EXPECT_EQ(event.filter, EVFILT_USER);
-            EXPECT_EQ(event.fflags, c.userFlags);
-            EXPECT_EQ(event.data, 99);
-            EXPECT_EQ(event.udata, &changed);
-            EXPECT_EQ(pollOne(queue.get(), event), 0);
-        }
-    }
-}
-
-TEST(KqueueUser, LevelTriggeredEventIsReportedUntilDeleted) {
-    Descriptor queue(kqueue());
-    ASSERT_GE(queue.get(), 0);
-    ASSERT_EQ(changeUser(queue.get(), 1, EV_ADD, 0), 0);
-    ASSERT_EQ(changeUser(queue.get(), 1, 0, NOTE_TRIGGER), 0);
-
-    // The trigger came before the wait; each wait reports it again.
-    struct kevent event {};
-    const timespec timeout = milliseconds(2000);
-    for (int wait = 0; wait < 2; ++wait) {
-        ASSERT_EQ(kevent(queue.get(), nullptr, 0, &event, 1, &timeout), 1);
-        EXPECT_EQ(event.filter, EVFILT_USER);
-    }
-    ASSERT_EQ(changeUser(queue.get(), 1, EV_DELETE, 0), 0);
-    EXPECT_EQ(pollOne(queue.get(), event), 0);
-
-    // A trigger of a deleted ident fails the call, or is an EV_ERROR entry when there is room.
-    EXPECT_EQ(changeUser(queue.get(), 1, 0, NOTE_TRIGGER), -1);
-    EXPECT_EQ(errno, ENOENT);
-    struct kevent trigger {};
-    EV_SET(&trigger, 1, EVFILT_USER, 0, NOTE_TRIGGER, 0, nullptr);
-    ASSERT_EQ(kevent(queue.get(), &trigger, 1, &event, 1, &timeout), 1);
-    EXPECT_EQ(event.flags, EV_ERROR);
-    EXPECT_EQ(event.data, ENOENT);
 }
 
 }  // namespace
