@@ -72,6 +72,32 @@ TEST(AddCommand, SameNumberGoesAfterTheExistingRuleAndDeleteRemovesBoth) {
               "01000 deny ip from any to any proto icmp\n65535 allow ip from any to any\n");
 }
 
+// A delete by number marks its lines in place, so it costs the same however many rules
+// there are; the marked lines count nowhere and go with the next rewrite.
+TEST(DeleteCommand, MarksLinesInPlaceUntilTheNextRewrite) {
+    Session s;
+    for (const char* number : {"100", "200", "300"}) {
+        s.run(std::string("-q add ") + number + " allow proto tcp");
+    }
+    const size_t size = s.store.bytes.size();
+    EXPECT_EQ(s.run("-q delete 300 150-250"), "");
+    EXPECT_EQ(s.console.errors, "");
+    EXPECT_EQ(s.store.replaces, 0);
+    EXPECT_EQ(s.store.bytes.size(), size);
+    EXPECT_EQ(s.run("list"), "00100 allow ip from any to any proto tcp\n65535 allow ip from any to any\n");
+    EXPECT_EQ(s.run("-q delete 200"), "");
+    EXPECT_EQ(s.console.errors, "ipfw: rule 200 not found\n");
+    EXPECT_EQ(s.exitCode, kExitUnavailable);
+    // Numbering follows the last rule that is left.
+    EXPECT_EQ(s.run("add allow proto udp"), "00200 allow ip from any to any proto udp\n");
+    s.run("-q set disable 5");
+    EXPECT_EQ(s.store.replaces, 1);
+    EXPECT_EQ(s.store.bytes.find(" -"), std::string::npos);
+    EXPECT_EQ(s.run("list"),
+              "00100 allow ip from any to any proto tcp\n00200 allow ip from any to any proto udp\n"
+              "65535 allow ip from any to any\n");
+}
+
 TEST(AddCommand, AppendsInOrderAndOverflowsOutOfOrder) {
     Session s;
     s.run("-q add 100 allow proto tcp");

@@ -15,6 +15,15 @@ int DeleteCommand::runDelete(std::vector<std::string> words) {
     if (bySet) {
         words.erase(words.begin());
     }
+    // Like the real command, it stops quietly at the first word that is not a number.
+    const auto firstWord = std::find_if(words.begin(), words.end(), [](const std::string& word) {
+        return word.empty() || std::isdigit(static_cast<unsigned char>(word[0])) == 0;
+    });
+    words.erase(firstWord, words.end());
+    int inPlaceCode = kExitOk;
+    if (!bySet && deleteInPlace(words, inPlaceCode)) {
+        return inPlaceCode;
+    }
     FirewallState state;
     Status status = context_.loadState(state);
     if (!status.ok()) {
@@ -22,11 +31,7 @@ int DeleteCommand::runDelete(std::vector<std::string> words) {
     }
     int exitCode = kExitOk;
     size_t erased = 0;
-    // Like the real command, it stops quietly at the first word that is not a number.
     for (const std::string& word : words) {
-        if (word.empty() || std::isdigit(static_cast<unsigned char>(word[0])) == 0) {
-            break;
-        }
         size_t gone = bySet ? deleteSet(word, state) : deleteNumbers(word, state);
         exitCode = gone == 0 ? kExitUnavailable : exitCode;
         erased += gone;
@@ -38,6 +43,86 @@ int DeleteCommand::runDelete(std::vector<std::string> words) {
         }
     }
     return exitCode;
+}
+
+namespace {
+
+// "N" or "N-M" as the bounds of the user rules it covers; false when it covers none.
+bool userRange(const std::string& word, uint32_t& low, uint32_t& high) {
+    char* end = nullptr;
+    const unsigned long first = std::strtoul(word.c_str(), &end, 10);
+    const unsigned long last = *end == '-' ? std::strtoul(end + 1, nullptr, 10) : first;
+    low = static_cast<uint32_t>(std::min<unsigned long>(first, kHighestUserRule + 1UL));
+    high = static_cast<uint32_t>(std::min<unsigned long>(last, kHighestUserRule));
+    return first <= kHighestUserRule;
+}
+
+std::string notFoundText(const std::string& word) {
+    char* end = nullptr;
+    const unsigned long low = std::strtoul(word.c_str(), &end, 10);
+    const unsigned long high = *end == '-' ? std::strtoul(end + 1, nullptr, 10) : low;
+    return low == high ? "rule " + std::to_string(low) + " not found"
+                       : "no rules rules in " + std::to_string(low) + "-" + std::to_string(high) +
+                             " range";
+}
+
+}  // namespace
+
+bool DeleteCommand::deleteInPlace(const std::vector<std::string>& words, int& exitCode) {
+    std::string_view content;
+    StateHeader header;
+    if (!context_.store.read(content).ok()) {
+        return false;
+    }
+    StateFile file(content);
+    if (!file.open().ok() || !file.readHeader(header, true).ok()) {
+        return false;
+    }
+    for (const DynamicState& state : header.dynamic) {
+        for (const std::string& word : words) {
+            uint32_t low = 0;
+            uint32_t high = 0;
+            if (userRange(word, low, high) && state.ruleNumber >= low && state.ruleNumber <= high) {
+                return false;
+            }
+        }
+    }
+    exitCode = kExitOk;
+    for (const std::string& word : words) {
+        // Read again for every word: a range may cover what an earlier word deleted.
+        Status status = context_.store.read(content);
+        StateFile current(content);
+        if (status.ok()) {
+            status = current.open();
+        }
+        if (!status.ok()) {
+            exitCode = context_.fail(status);
+            return true;
+        }
+        uint32_t low = 0;
+        uint32_t high = 0;
+        std::vector<std::string_view> doomed;
+        if (userRange(word, low, high) && low <= high) {
+            doomed = current.linesInRange(low, high);
+        }
+        if (doomed.empty()) {
+            context_.warn(notFoundText(word));
+            exitCode = kExitUnavailable;
+            continue;
+        }
+        std::vector<std::pair<size_t, std::string>> writes;
+        for (std::string_view line : doomed) {
+            writes.emplace_back(current.offsetOf(line), StateFile::tombstone(line));
+        }
+        for (const auto& [offset, text] : writes) {
+            status = context_.store.overwrite(offset, text);
+            if (!status.ok()) {
+                exitCode = context_.fail(status);
+                return true;
+            }
+        }
+    }
+    return true;
 }
 
 size_t DeleteCommand::deleteSet(const std::string& word, FirewallState& state) const {
@@ -55,19 +140,11 @@ size_t DeleteCommand::deleteSet(const std::string& word, FirewallState& state) c
 
 // "N" or "N-M"; the default rule is never deleted.
 size_t DeleteCommand::deleteNumbers(const std::string& word, FirewallState& state) const {
-    char* end = nullptr;
-    unsigned long low = std::strtoul(word.c_str(), &end, 10);
-    unsigned long high = *end == '-' ? std::strtoul(end + 1, nullptr, 10) : low;
-    size_t gone = 0;
-    if (low <= kHighestUserRule) {
-        gone = state.eraseNumbers(
-            static_cast<uint32_t>(low),
-            static_cast<uint32_t>(std::min<unsigned long>(high, kHighestUserRule)));
-    }
+    uint32_t low = 0;
+    uint32_t high = 0;
+    const size_t gone = userRange(word, low, high) ? state.eraseNumbers(low, high) : 0;
     if (gone == 0) {
-        context_.warn(low == high ? "rule " + std::to_string(low) + " not found"
-                                  : "no rules rules in " + std::to_string(low) + "-" +
-                                        std::to_string(high) + " range");
+        context_.warn(notFoundText(word));
     }
     return gone;
 }

@@ -9,7 +9,9 @@
 namespace ipfwsim {
 namespace {
 
-constexpr std::string_view kMagic = "ipfw-sim-state 1 rules-at=";
+constexpr std::string_view kMagicV1 = "ipfw-sim-state 1 rules-at=";
+constexpr std::string_view kMagic = "ipfw-sim-state 2 rules-at=";
+constexpr size_t kLayoutV1Size = 59;  // "ipfw-sim-state 1 rules-at=N sorted-end=N\n"
 
 template <typename T>
 bool parseNumber(std::string_view text, T& value, int base = 10) {
@@ -98,11 +100,23 @@ long ruleLineNumber(std::string_view line) {
     return number;
 }
 
-std::string StateFile::layoutLine(size_t rulesAt, size_t sortedEnd) {
-    char text[80];
-    std::snprintf(text, sizeof(text), "ipfw-sim-state 1 rules-at=%010zu sorted-end=%010zu\n",
-                  rulesAt, sortedEnd);
+std::string StateFile::layoutLine(size_t rulesAt, size_t sortedEnd, uint32_t kernelGeneration) {
+    char text[96];
+    std::snprintf(text, sizeof(text),
+                  "ipfw-sim-state 2 rules-at=%010zu sorted-end=%010zu kernel=%010u\n", rulesAt,
+                  sortedEnd, kernelGeneration);
     return text;
+}
+
+std::string StateFile::tombstone(std::string_view line) {
+    std::string text(line.substr(0, 6));
+    text += '-';
+    text.resize(line.size(), ' ');
+    return text;
+}
+
+bool StateFile::isTombstone(std::string_view line) {
+    return line.size() > 6 && line[6] == '-';
 }
 
 Status StateFile::corrupt(const std::string& what) const {
@@ -110,14 +124,24 @@ Status StateFile::corrupt(const std::string& what) const {
 }
 
 Status StateFile::open() {
-    const size_t layoutSize = layoutLine(0, 0).size();
-    if (content_.size() < layoutSize || content_.substr(0, kMagic.size()) != kMagic ||
-        content_.substr(kSortedEndField - 12, 12) != " sorted-end=" ||
-        content_[layoutSize - 1] != '\n') {
+    size_t layoutSize = layoutLine(0, 0).size();
+    if (content_.substr(0, kMagic.size()) == kMagic) {
+        version_ = 2;
+    } else if (content_.substr(0, kMagicV1.size()) == kMagicV1) {
+        version_ = 1;
+        layoutSize = kLayoutV1Size;
+    } else {
+        return corrupt("bad first line");
+    }
+    if (content_.size() < layoutSize || content_.substr(kSortedEndField - 12, 12) != " sorted-end=" ||
+        content_[layoutSize - 1] != '\n' ||
+        (version_ == 2 && content_.substr(kKernelField - 8, 8) != " kernel=")) {
         return corrupt("bad first line");
     }
     if (!parseNumber(content_.substr(kMagic.size(), kOffsetDigits), rulesAt_) ||
-        !parseNumber(content_.substr(kSortedEndField, kOffsetDigits), sortedEnd_)) {
+        !parseNumber(content_.substr(kSortedEndField, kOffsetDigits), sortedEnd_) ||
+        (version_ == 2 &&
+         !parseNumber(content_.substr(kKernelField, kOffsetDigits), kernelGeneration_))) {
         return corrupt("bad offsets");
     }
     size_t lastNewline = content_.rfind('\n');
@@ -131,7 +155,8 @@ Status StateFile::open() {
 }
 
 Status StateFile::readHeader(StateHeader& header, bool withDynamic) const {
-    size_t pos = layoutLine(0, 0).size();
+    header.kernelGeneration = kernelGeneration_;
+    size_t pos = content_.find('\n') + 1;
     while (pos < rulesAt_) {
         size_t end = content_.find('\n', pos);
         std::string_view line = content_.substr(pos, end - pos);
@@ -182,14 +207,17 @@ std::vector<std::string_view> StateFile::linesInRange(uint32_t low, uint32_t hig
         if (number > static_cast<long>(high)) {
             break;
         }
-        found.emplace_back(number, line);
+        if (!isTombstone(line)) {
+            found.emplace_back(number, line);
+        }
         pos = next;
     }
     for (size_t pos = sortedEnd_; pos < end_;) {
         size_t next = lineEnd(pos);
         std::string_view line = content_.substr(pos, next - pos - 1);
         long number = ruleLineNumber(line);
-        if (number >= static_cast<long>(low) && number <= static_cast<long>(high)) {
+        if (number >= static_cast<long>(low) && number <= static_cast<long>(high) &&
+            !isTombstone(line)) {
             found.emplace_back(number, line);
         }
         pos = next;
@@ -205,12 +233,21 @@ std::vector<std::string_view> StateFile::linesInRange(uint32_t low, uint32_t hig
 
 uint32_t StateFile::lastNumber() const {
     long last = 0;
-    if (sortedEnd_ > rulesAt_) {
-        size_t start = lineStart(sortedEnd_ - 1);
-        last = ruleLineNumber(content_.substr(start, sortedEnd_ - start));
+    // The last live line of the sorted part, past any tombstones at its end.
+    for (size_t end = sortedEnd_; end > rulesAt_;) {
+        size_t start = lineStart(end - 1);
+        std::string_view line = content_.substr(start, end - start);
+        if (!isTombstone(line)) {
+            last = ruleLineNumber(line);
+            break;
+        }
+        end = start;
     }
     for (size_t pos = sortedEnd_; pos < end_; pos = lineEnd(pos)) {
-        last = std::max(last, ruleLineNumber(content_.substr(pos, lineEnd(pos) - pos)));
+        std::string_view line = content_.substr(pos, lineEnd(pos) - pos);
+        if (!isTombstone(line)) {
+            last = std::max(last, ruleLineNumber(line));
+        }
     }
     return last < 0 ? 0 : static_cast<uint32_t>(last);
 }
@@ -234,6 +271,10 @@ Status StateFile::readAll(StateHeader& header, std::vector<StoredRule>& rules) c
         size_t next = lineEnd(pos);
         StoredRule stored;
         std::string_view line = content_.substr(pos, next - pos - 1);
+        if (isTombstone(line)) {
+            pos = next;
+            continue;
+        }
         if (!parseRuleLine(line, stored)) {
             return corrupt("bad rule line '" + std::string(line) + "'");
         }
@@ -299,7 +340,7 @@ std::string StateFile::assemble(const StateHeader& header, const Counters& wides
         head += dynamicLine(state);
     }
     const size_t rulesAt = layoutLine(0, 0).size() + head.size();
-    return layoutLine(rulesAt, rulesAt + ruleText.size()) + head + ruleText;
+    return layoutLine(rulesAt, rulesAt + ruleText.size(), header.kernelGeneration) + head + ruleText;
 }
 
 }  // namespace ipfwsim

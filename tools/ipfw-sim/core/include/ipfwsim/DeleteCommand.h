@@ -16,6 +16,11 @@ public:
     int runFlush();
 
 private:
+    // Deletes by number without rewriting the state: each deleted line becomes a
+    // tombstone in place, so that a delete costs the same however many rules there are.
+    // False, with nothing done, when a kept flow belongs to a rule in the ranges: its
+    // entry has to leave the header too.
+    bool deleteInPlace(const std::vector<std::string>& words, int& exitCode);
     size_t deleteSet(const std::string& word, FirewallState& state) const;
     size_t deleteNumbers(const std::string& word, FirewallState& state) const;
     bool confirmFlush() const;

@@ -27,6 +27,10 @@ struct DynamicState {
 };
 
 struct StateHeader {
+    // Which generation of the kernel's table an enforcing back end last wrote for this
+    // state (0: none known). The simulator only keeps it; it lives in the first line so
+    // that it can be written in place.
+    uint32_t kernelGeneration = 0;
     uint32_t disabledSets = 0;
     bool verbose = true;
     uint64_t packetSerial = 0;
@@ -44,12 +48,15 @@ struct StoredRule {
 };
 
 // The state file, read through a view of its bytes. Layout:
-//   line 1      fixed-width: where the rules begin and where their sorted part ends
+//   line 1      fixed-width: where the rules begin, where their sorted part ends, and the
+//               kernel generation (a first line of format 1, without it, reads as 0)
 //   header      sets, switches, default-rule counters, dynamic states
 //   sorted part rule lines in number order, found by binary search
 //   overflow    rule lines appended since the last rewrite, in arrival order (bounded)
 // A rule line starts with its zero-padded number, so lines compare by their first bytes.
-// A last line without its newline is an interrupted append and does not count.
+// A deleted rule's line may stay as a tombstone of the same length, its number kept and
+// a "-" after it, until the next rewrite; nothing reads it as a rule. A last line
+// without its newline is an interrupted append and does not count.
 class StateFile {
 public:
     static constexpr size_t kOverflowLimit = 256;
@@ -60,6 +67,10 @@ public:
     Status readHeader(StateHeader& header, bool withDynamic) const;
     // Rule lines numbered within [low, high] in listing order.
     std::vector<std::string_view> linesInRange(uint32_t low, uint32_t high) const;
+    // Where `line`, a view into this file, starts.
+    size_t offsetOf(std::string_view line) const {
+        return static_cast<size_t>(line.data() - content_.data());
+    }
     uint32_t lastNumber() const;
     size_t overflowLines() const;
     // True when a rule with this number appended now would still be in order.
@@ -67,6 +78,9 @@ public:
     size_t rulesAt() const { return rulesAt_; }
     size_t end() const { return end_; }
     size_t sortedEnd() const { return sortedEnd_; }
+    uint32_t kernelGeneration() const { return kernelGeneration_; }
+    // Whether the first line has room for the kernel generation (format 2).
+    bool holdsKernelGeneration() const { return version_ >= 2; }
     Status readAll(StateHeader& header, std::vector<StoredRule>& rules) const;
 
     static std::string format(const StateHeader& header, const std::vector<StoredRule>& rules);
@@ -75,8 +89,12 @@ public:
                                 const std::string& ruleText);
     static std::string formatRuleLine(const StoredRule& stored);
     static bool parseRuleLine(std::string_view line, StoredRule& stored);
-    static std::string layoutLine(size_t rulesAt, size_t sortedEnd);
-    static constexpr size_t kSortedEndField = 48;  // offset of the sorted-end digits
+    static std::string layoutLine(size_t rulesAt, size_t sortedEnd, uint32_t kernelGeneration = 0);
+    // The same number of bytes as `line`, marking its rule deleted.
+    static std::string tombstone(std::string_view line);
+    static bool isTombstone(std::string_view line);
+    static constexpr size_t kSortedEndField = 48;   // offset of the sorted-end digits
+    static constexpr size_t kKernelField = 66;      // offset of the kernel generation digits
     static constexpr size_t kOffsetDigits = 10;
 
 private:
@@ -86,6 +104,8 @@ private:
     Status corrupt(const std::string& what) const;
 
     std::string_view content_;
+    int version_ = 0;
+    uint32_t kernelGeneration_ = 0;
     size_t rulesAt_ = 0;
     size_t sortedEnd_ = 0;
     size_t end_ = 0;  // end of the last complete line
