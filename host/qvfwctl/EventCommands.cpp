@@ -10,18 +10,22 @@ namespace {
 
 constexpr uint32_t kAllKept = 1000;
 
-void PrintEvent(CtlContext& context, const Frame& frame) {
+// False when the frame does not hold an event.
+bool PrintEvent(CtlContext& context, const Frame& frame) {
     int32_t origin = static_cast<int32_t>(frame.head);
     if (origin == kFromCallback && !context.arguments.all) {
-        return;  // every event also comes through the host service; show it once
+        return true;  // every event also comes through the host service; show it once
     }
     qor::vela::EventLogItemFw event;
-    event.ParseFromString(frame.payload);
+    if (!event.ParseFromString(frame.payload)) {
+        return false;
+    }
     std::string line = context.arguments.json
                            ? EventJson(event, origin)
                            : FormatEventLine(event, origin, context.arguments.all);
     fprintf(context.out, "%s\n", line.c_str());
     fflush(context.out);
+    return true;
 }
 
 int Stream(CtlContext& context, uint32_t backlog, bool follow) {
@@ -39,7 +43,9 @@ int Stream(CtlContext& context, uint32_t backlog, bool follow) {
     FrameStatus status;
     while ((status = context.client.NextFrame(&frame)) == FrameStatus::kOk &&
            frame.head != static_cast<uint32_t>(kEndOfStream)) {
-        PrintEvent(context, frame);
+        if (!PrintEvent(context, frame)) {
+            return Fail(context, kExitFailed, "cannot read an event that qvfwd sent");
+        }
     }
     if (status != FrameStatus::kOk) {
         return Fail(context, kExitUnreachable, "qvfwd closed the event stream");

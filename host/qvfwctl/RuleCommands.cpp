@@ -82,7 +82,12 @@ int AddRuleTo(CtlContext& context, uint32_t command, RuleSet set) {
         return status;
     }
     qor::vela::UIntType number;
-    number.ParseFromString(reply);
+    if (!ReadReply(context, reply, "add", &number, &status)) {
+        return status;
+    }
+    if (!number.has_value()) {
+        return Fail(context, kExitFailed, "qvfwd's reply to add names no rule number");
+    }
     if (context.arguments.json) {
         fprintf(context.out, "%s\n",
                 JsonObject()
@@ -111,7 +116,10 @@ int DeleteRuleFrom(CtlContext& context, uint32_t command) {
 
 int PrintPairs(CtlContext& context, const std::string& reply) {
     qor::vela::UIntPairArray pairs;
-    pairs.ParseFromString(reply);
+    int status = kExitOk;
+    if (!ReadReply(context, reply, "the rule list", &pairs, &status)) {
+        return status;
+    }
     JsonArray array;
     for (const qor::vela::UIntPair& pair : pairs.values()) {
         if (context.arguments.json) {
@@ -146,8 +154,11 @@ int SendRuleList(CtlContext& context, uint32_t command) {
         return kExitUnreachable;
     }
     // The numbers of the rules that went in are worth showing even when one failed.
-    PrintPairs(context, reply);
-    return code == 0 ? kExitOk : Fail(context, kExitFailed, DescribeCode(code));
+    status = PrintPairs(context, reply);
+    if (code != 0) {
+        return Fail(context, kExitFailed, DescribeCode(code));
+    }
+    return status;
 }
 
 int SetNumberOf(CtlContext& context, RuleSet set) {
@@ -180,7 +191,9 @@ int ListSet(CtlContext& context, uint32_t command, RuleSet set) {
         return status;
     }
     FwRuleList rules;
-    rules.ParseFromString(reply);
+    if (!ReadReply(context, reply, "the list", &rules, &status)) {
+        return status;
+    }
     std::vector<ListedRule> listed;
     for (const FwRule& rule : rules.rules()) {
         listed.push_back(ListedRule{rule, IpfwTextOf(context, rule)});

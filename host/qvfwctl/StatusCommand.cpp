@@ -23,7 +23,7 @@ template <typename Message>
 bool Ask(CtlContext& context, uint32_t command, Message* answer, int* status) {
     std::string reply;
     *status = CallForStatus(context, command, "", &reply);
-    return *status == kExitOk && answer->ParseFromString(reply);
+    return *status == kExitOk && ReadReply(context, reply, "status", answer, status);
 }
 
 bool Gather(CtlContext& context, FirewallState* state, int* status) {
@@ -47,6 +47,10 @@ bool Gather(CtlContext& context, FirewallState* state, int* status) {
     state->normalRules = normal.rules_size();
     state->exceptionRules = exceptions.rules_size();
     state->daemon = ParseStatus(daemon);
+    if (state->daemon.pid <= 0) {
+        *status = Fail(context, kExitFailed, "cannot read qvfwd's status record");
+        return false;
+    }
     return true;
 }
 

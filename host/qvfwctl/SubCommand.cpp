@@ -1,5 +1,7 @@
 #include "SubCommand.h"
 
+#include <google/protobuf/message_lite.h>
+
 #include "JsonWriter.h"
 #include "QvControlErrors.h"
 
@@ -33,6 +35,15 @@ int CallForStatus(CtlContext& context, uint32_t command, const std::string& requ
                 JsonObject().Number("code", code).Text("error", CodeMeaningOf(code)).str().c_str());
     }
     return Fail(context, kExitFailed, DescribeCode(code));
+}
+
+bool ReadReply(CtlContext& context, const std::string& reply, const char* what,
+               google::protobuf::MessageLite* message, int* status) {
+    if (message->ParseFromString(reply)) {
+        return true;
+    }
+    *status = Fail(context, kExitFailed, std::string("cannot read qvfwd's reply to ") + what);
+    return false;
 }
 
 int PrintDone(CtlContext& context) {

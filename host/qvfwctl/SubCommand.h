@@ -45,6 +45,11 @@ int CallForStatus(CtlContext& context, uint32_t command, const std::string& requ
 // Prints `message` after "qvfwctl: " and returns `status`.
 int Fail(CtlContext& context, int status, const std::string& message);
 
+// Reads the daemon's `reply` to `what` into `message`. A reply that does not parse is an
+// error printed with exit status 1 in `*status`: never an empty success.
+bool ReadReply(CtlContext& context, const std::string& reply, const char* what,
+               google::protobuf::MessageLite* message, int* status);
+
 // "ok", or {"code":0} with --json.
 int PrintDone(CtlContext& context);
 
