@@ -222,6 +222,13 @@ TEST_F(EnforcingIpfwTest, AFailedTableReplacementUndoesTheChange) {
     EXPECT_EQ(ipfw("-q add 3110 set 19 deny proto udp"), 69);
     EXPECT_EQ(console.errors, "ipfw: nftables: Operation not permitted\n");
     EXPECT_EQ(store.bytes, before);
+    // An undo that cannot be written is said, not passed over.
+    store.refuseReplace = true;
+    EXPECT_EQ(ipfw("-q add 3120 set 19 deny proto udp"), 69);
+    EXPECT_EQ(console.errors,
+              "ipfw: nftables: Operation not permitted\n"
+              "ipfw: the rule state could not be put back (No space left on device); it holds "
+              "the change that the kernel refused\n");
 }
 
 }  // namespace

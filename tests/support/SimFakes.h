@@ -70,6 +70,7 @@ class MemoryStore : public StateStore {
 public:
     std::string bytes = StateFile::format(StateHeader{}, {});
     int replaces = 0;
+    bool refuseReplace = false;  // a disk that takes appends but no new file
 
     Status read(std::string_view& content) override {
         content = bytes;
@@ -84,6 +85,9 @@ public:
         return Status::success();
     }
     Status replace(std::string_view content) override {
+        if (refuseReplace) {
+            return Status::failure(kExitIoErr, "No space left on device");
+        }
         ++replaces;
         bytes = std::string(content);
         return Status::success();

@@ -56,8 +56,13 @@ int EnforcingIpfw::run(const std::vector<std::string>& arguments) {
     }
     status = reprogram();
     if (!status.ok()) {
-        store_.replace(before);
         console_.err("ipfw: " + status.message + "\n");
+        // The kernel kept its table; the state goes back to what that table says.
+        const Status restored = store_.replace(before);
+        if (!restored.ok()) {
+            console_.err("ipfw: the rule state could not be put back (" + restored.message +
+                         "); it holds the change that the kernel refused\n");
+        }
         return status.code;
     }
     return result;
