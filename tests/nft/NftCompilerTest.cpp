@@ -1,30 +1,22 @@
-// The ipfw command with the nftables back end, on strings: what "ipfw add" turns into
-// nftables rules, what it refuses, and the table script after each change.
+// The ipfw command with the nftables back end, on strings against a model of the kernel's
+// table: what "ipfw add" turns into nftables rules, what it refuses, that each change
+// leaves the table as a whole rebuild would while touching only its own chains, and how
+// a table that is not the one the state last left is found and rebuilt.
 
 #include <gtest/gtest.h>
 
+#include <random>
 #include <sstream>
 
-#include "ipfwnft/EnforcingIpfw.h"
+#include "ModelKernel.h"
 #include "SimFakes.h"
+#include "ipfwnft/EnforcingIpfw.h"
+#include "ipfwnft/TableCompiler.h"
+#include "ipfwsim/FirewallState.h"
 
 namespace {
 
 using namespace simtest;
-
-class RecordingApplier : public ipfwnft::TableApplier {
-public:
-    std::vector<std::string> scripts;
-    bool fail = false;
-
-    Status apply(const std::string& script) override {
-        if (fail) {
-            return Status::failure(kExitUnavailable, "nftables: Operation not permitted");
-        }
-        scripts.push_back(script);
-        return Status::success();
-    }
-};
 
 std::vector<std::string> words(const std::string& line) {
     std::istringstream in(line);
@@ -35,36 +27,43 @@ std::vector<std::string> words(const std::string& line) {
     return result;
 }
 
+const std::string kGate19 = "numgen random mod 1 offset 19 @enabled_sets ";
+
 class EnforcingIpfwTest : public ::testing::Test {
 protected:
     int ipfw(const std::string& line) {
         console.errors.clear();
-        return ipfwnft::EnforcingIpfw(env, store, console, applier).run(words(line));
+        return ipfwnft::EnforcingIpfw(env, store, console, kernel).run(words(line));
     }
-    // The rule lines of one chain of the last script applied.
-    std::vector<std::string> chain(const std::string& name) const {
-        std::vector<std::string> lines;
-        if (applier.scripts.empty()) {
-            return lines;
+
+    // The kernel as a whole table compiled from the state now would leave it.
+    nfttest::ModelKernel rebuilt() const {
+        ipfwsim::FirewallState state;
+        EXPECT_TRUE(ipfwsim::FirewallState::load(store.bytes, state).ok());
+        std::string script;
+        EXPECT_TRUE(ipfwnft::compileTable(state, 1, script).ok());
+        nfttest::ModelKernel fresh;
+        EXPECT_TRUE(fresh.apply(script).ok());
+        return fresh;
+    }
+
+    void expectKernelAsRebuilt(const std::string& after) const {
+        const nfttest::ModelKernel whole = rebuilt();
+        for (const char* pass : {"rules_in", "rules_out"}) {
+            ASSERT_EQ(kernel.walk(pass), whole.walk(pass)) << pass << " after " << after;
         }
-        std::istringstream in(applier.scripts.back());
-        bool inside = false;
-        for (std::string line; std::getline(in, line);) {
-            if (line == "\tchain " + name + " {") {
-                inside = true;
-            } else if (line == "\t}") {
-                inside = false;
-            } else if (inside && line.rfind("\t\t", 0) == 0) {
-                lines.push_back(line.substr(2));
-            }
-        }
-        return lines;
+        ASSERT_EQ(kernel.elements("enabled_sets"), whole.elements("enabled_sets")) << after;
+        ASSERT_EQ(kernel.chainCount(), whole.chainCount()) << after;
+    }
+
+    std::string lastScript() const {
+        return kernel.scripts.empty() ? std::string() : kernel.scripts.back();
     }
 
     FakeEnvironment env;
     MemoryStore store;
     FakeConsole console;
-    RecordingApplier applier;
+    nfttest::ModelKernel kernel;
 };
 
 struct Translation {
@@ -113,8 +112,10 @@ const Translation kTranslations[] = {
      "comment \"3100\"",
      "meta l4proto { 6, 17 } th dport { 20-26 } ip saddr { 10.0.0.0-10.255.255.255 } drop "
      "comment \"3100\""},
+    // A packet made here has an empty receiving interface in its out pass.
     {"count established recv en* not xmit eth0",
-     "tcp flags & 0x14 != 0x00 iifname \"en*\" counter comment \"3100\"", ""},
+     "tcp flags & 0x14 != 0x00 iifname \"en*\" counter comment \"3100\"",
+     "tcp flags & 0x14 != 0x00 iifname \"en*\" oifname != \"eth0\" counter comment \"3100\""},
     {"unreach 1 proto udp not via lo",
      "meta l4proto 17 iifname != \"lo\" reject with icmp 1 comment \"3100\"",
      "meta l4proto 17 oifname != \"lo\" reject with icmp 1 comment \"3100\""},
@@ -125,13 +126,16 @@ const Translation kTranslations[] = {
 TEST_F(EnforcingIpfwTest, AddCompilesEachMatchForEachPass) {
     for (const Translation& row : kTranslations) {
         store = MemoryStore();
+        kernel = nfttest::ModelKernel();
         ASSERT_EQ(ipfw(std::string("-q add 3100 set 19 ") + row.body), 0)
             << row.body << ": " << console.errors;
+        // The rule's own line, without its set's gate.
         const auto lineOf = [](const std::vector<std::string>& lines) {
-            return lines.empty() ? std::string() : lines.back();
+            const std::string last = lines.empty() ? std::string() : lines.back();
+            return last.rfind(kGate19, 0) == 0 ? last.substr(kGate19.size()) : last;
         };
-        EXPECT_EQ(lineOf(chain("rules_in")), row.inbound) << row.body;
-        EXPECT_EQ(lineOf(chain("rules_out")), row.outbound) << row.body;
+        EXPECT_EQ(lineOf(kernel.walk("rules_in")), row.inbound) << row.body;
+        EXPECT_EQ(lineOf(kernel.walk("rules_out")), row.outbound) << row.body;
     }
 }
 
@@ -163,42 +167,117 @@ TEST_F(EnforcingIpfwTest, RefusesWhatNftablesCannotTestBeforeStoringIt) {
                   std::string("ipfw: rule cannot be enforced: ") + row.message + "\n");
         EXPECT_EQ(store.bytes, before) << row.body;
     }
-    EXPECT_TRUE(applier.scripts.empty());
+    EXPECT_TRUE(kernel.scripts.empty());
 }
 
 TEST_F(EnforcingIpfwTest, SimulatorRefusalsKeepTheirWords) {
     EXPECT_EQ(ipfw("-q add 3100 set 19 allow src-ip fileserver"), 68);
     EXPECT_EQ(console.errors, "ipfw: hostname ``fileserver'' unknown\n");
-    EXPECT_TRUE(applier.scripts.empty());
+    EXPECT_TRUE(kernel.scripts.empty());
 }
 
-TEST_F(EnforcingIpfwTest, ReplacesTheWholeTableAtomicallyAfterEveryChange) {
+// A change reaches the kernel as statements on its own chains: an add after the last rule
+// of its chain is appended, a set switch is one element, and only a flush rebuilds.
+TEST_F(EnforcingIpfwTest, EachChangeTouchesOnlyItsOwnChains) {
     ASSERT_EQ(ipfw("-q add 2100 set 18 allow proto tcp dst-port 22"), 0);
+    EXPECT_EQ(lastScript().rfind("table inet ipfw\ndelete table inet ipfw\n", 0), 0u)
+        << "the first command builds the table";
     ASSERT_EQ(ipfw("-q add 3100 set 19 deny proto tcp"), 0);
-    ASSERT_EQ(applier.scripts.size(), 2u);
-    EXPECT_EQ(applier.scripts.back().rfind(
-                  "table inet ipfw\ndelete table inet ipfw\ntable inet ipfw {\n", 0),
-              0u);
-    EXPECT_EQ(chain("input"),
-              (std::vector<std::string>{"type filter hook input priority filter; policy accept;",
-                                        "meta nfproto ipv4 jump rules_in"}));
-    EXPECT_EQ(chain("forward").back(), "meta nfproto ipv4 jump rules_forward_out");
-    ASSERT_EQ(chain("rules_in").size(), 2u);
-    EXPECT_EQ(chain("rules_forward_in")[0],
-              "meta l4proto 6 tcp dport { 22 } return comment \"2100\"");
-
+    ASSERT_EQ(ipfw("-q add 3110 set 19 deny proto udp"), 0);
+    EXPECT_EQ(lastScript(),
+              "delete element inet ipfw generation { 2 }\n"
+              "add element inet ipfw generation { 3 }\n"
+              "add rule inet ipfw rules_in_b12 " + kGate19 + "meta l4proto 17 drop comment \"3110\"\n"
+              "add rule inet ipfw rules_out_b12 " + kGate19 + "meta l4proto 17 drop comment \"3110\"\n");
     ASSERT_EQ(ipfw("-q set disable 19"), 0);
-    EXPECT_EQ(chain("rules_in").size(), 1u);
+    EXPECT_EQ(lastScript(),
+              "delete element inet ipfw generation { 3 }\n"
+              "add element inet ipfw generation { 4 }\n"
+              "delete element inet ipfw enabled_sets { 19 }\n");
     ASSERT_EQ(ipfw("-q set enable 19"), 0);
-    ASSERT_EQ(ipfw("-q delete 2100"), 0);
-    EXPECT_EQ(chain("rules_in"),
-              (std::vector<std::string>{"meta l4proto 6 drop comment \"3100\""}));
+    ASSERT_EQ(ipfw("-q delete 3100"), 0);
+    EXPECT_EQ(lastScript().find("rules_in_b8"), std::string::npos) << "2100 stays untouched";
+    expectKernelAsRebuilt("delete 3100");
+    EXPECT_EQ(kernel.walk("input"), (std::vector<std::string>{"meta nfproto ipv4 jump rules_in"}));
+    EXPECT_EQ(kernel.walk("forward_out"),
+              (std::vector<std::string>{"meta nfproto ipv4 jump rules_out"}));
     ASSERT_EQ(ipfw("-q flush"), 0);
-    EXPECT_TRUE(chain("rules_in").empty());
-    EXPECT_EQ(applier.scripts.size(), 6u);
+    EXPECT_EQ(lastScript().rfind("table inet ipfw\ndelete table inet ipfw\n", 0), 0u);
+    EXPECT_TRUE(kernel.walk("rules_in").empty());
+    const size_t scripts = kernel.scripts.size();
     ipfw("show");
     ipfw("-q zero");
-    EXPECT_EQ(applier.scripts.size(), 6u) << "listings and counters leave the table alone";
+    ipfw("-q delete 4000");
+    EXPECT_EQ(kernel.scripts.size(), scripts) << "what changes no rule leaves the table alone";
+}
+
+// Whatever the order of adds, deletes, set switches and kept flows, the table after each
+// change is the one a rebuild from the state would give.
+TEST_F(EnforcingIpfwTest, RandomChangesLeaveTheTableAsARebuildWould) {
+    std::mt19937 random(20261125);
+    auto below = [&random](uint32_t n) { return static_cast<uint32_t>(random() % n); };
+    const char* bodies[] = {"deny proto tcp dst-port 22", "allow proto udp",
+                            "deny log logamount 0 proto icmp", "count recv lo",
+                            "allow proto tcp dst-port 80 keep-state", "check-state"};
+    uint32_t last = 3000;
+    for (int step = 0; step < 400; ++step) {
+        const uint32_t pick = below(100);
+        const std::string set = std::to_string(18 + below(2));
+        std::string command;
+        if (pick < 45) {
+            last += 1 + below(300);
+            command = "-q add " + std::to_string(last) + " set " + set + " " + bodies[below(4)];
+        } else if (pick < 60) {
+            command = "-q add " + std::to_string(3000 + below(last - 2999)) + " set " + set + " " +
+                      bodies[below(4)];
+        } else if (pick < 62) {
+            command = "-q add " + std::to_string(3000 + below(9000)) + " set " + set + " " +
+                      bodies[4 + below(2)];
+        } else if (pick < 80) {
+            command = "-q delete " + std::to_string(3000 + below(last - 2999));
+        } else if (pick < 84) {
+            const uint32_t low = 3000 + below(last - 2999);
+            const uint32_t span = below(2) == 0 ? below(600) : below(9000);
+            command = "-q delete " + std::to_string(low) + "-" + std::to_string(low + span);
+        } else if (pick < 96) {
+            command = std::string("-q set ") + (below(2) == 0 ? "enable " : "disable ") + set;
+        } else if (pick < 98) {
+            command = "-q delete set " + set;
+        } else {
+            command = "-q flush";
+            last = 3000;
+        }
+        const int code = ipfw(command);
+        // A delete of numbers without rules says so; the kernel must take every change.
+        ASSERT_EQ(console.errors.find("nftables"), std::string::npos) << command << ": " << console.errors;
+        ASSERT_TRUE(code == 0 || code == ipfwsim::kExitUnavailable) << command;
+        expectKernelAsRebuilt(command);
+    }
+}
+
+// The generation in the state's first line and in the table tell whether the table is
+// the one this state last left; when it is not, the next command rebuilds it and says so.
+TEST_F(EnforcingIpfwTest, ATableThatDriftedIsRebuiltOnceAndSaidSo) {
+    const std::string note =
+        "ipfw: table inet ipfw was not as this rule state last left it; rebuilt it from the rule "
+        "state\n";
+    ASSERT_EQ(ipfw("-q add 3100 set 19 deny proto tcp"), 0);
+    ASSERT_EQ(ipfw("-q add 3200 set 19 deny proto udp"), 0);
+    EXPECT_EQ(console.errors, "");
+    kernel.flushRuleset();
+    ASSERT_EQ(ipfw("-q add 3300 set 19 deny proto icmp"), 0);
+    EXPECT_EQ(console.errors, note);
+    expectKernelAsRebuilt("a flushed ruleset");
+    ASSERT_EQ(ipfw("-q add 3400 set 19 deny proto icmp"), 0);
+    EXPECT_EQ(console.errors, "") << "once";
+
+    // Cut off after its state was written and before the kernel took the change: the
+    // state still carries the mark of a change under way.
+    const std::string pending = "kernel=4294967295";
+    store.bytes.replace(ipfwsim::StateFile::kKernelField - 7, pending.size(), pending);
+    ASSERT_EQ(ipfw("-q delete 3300"), 0);
+    EXPECT_EQ(console.errors, note);
+    expectKernelAsRebuilt("a command cut off");
 }
 
 TEST_F(EnforcingIpfwTest, KeptFlowsTakeTheirRuleActionAtTheFirstLookup) {
@@ -206,19 +285,20 @@ TEST_F(EnforcingIpfwTest, KeptFlowsTakeTheirRuleActionAtTheFirstLookup) {
     ASSERT_EQ(ipfw("-q add 3100 set 19 allow proto tcp dst-port 80 keep-state"), 0);
     ASSERT_EQ(ipfw("-q add 3200 set 19 deny log proto tcp"), 0);
     EXPECT_EQ(
-        chain("rules_in"),
+        kernel.walk("rules_in"),
         (std::vector<std::string>{
             "ct mark 0x1f0c1c00 numgen random mod 2147483647 < 1073741823 accept comment \"3100\"",
             "ct mark 0x1f0c1c00 accept comment \"3100\"",
-            "meta l4proto 6 tcp dport { 80 } ct mark set 0x1f0c1c00 accept "
-            "comment \"3100\"",
-            "meta l4proto 6 log group 65 prefix \"3200 0 in Deny\" drop comment \"3200\""}));
+            kGate19 + "meta l4proto 6 tcp dport { 80 } ct mark set 0x1f0c1c00 accept "
+                      "comment \"3100\"",
+            kGate19 +
+                "meta l4proto 6 log group 65 prefix \"3200 0 in Deny\" drop comment \"3200\""}));
 }
 
-TEST_F(EnforcingIpfwTest, AFailedTableReplacementUndoesTheChange) {
+TEST_F(EnforcingIpfwTest, AChangeTheKernelRefusesIsUndone) {
     ASSERT_EQ(ipfw("-q add 3100 set 19 deny proto tcp"), 0);
     const std::string before = store.bytes;
-    applier.fail = true;
+    kernel.refuse = true;
     EXPECT_EQ(ipfw("-q add 3110 set 19 deny proto udp"), 69);
     EXPECT_EQ(console.errors, "ipfw: nftables: Operation not permitted\n");
     EXPECT_EQ(store.bytes, before);

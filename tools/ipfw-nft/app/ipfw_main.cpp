@@ -2,15 +2,15 @@
 // EnforcingIpfw.h). Run as sysctl or killall (links beside it) it answers as the
 // simulator does, on the same state file.
 #include "FreeBsdTools.h"
-#include "LibNftApplier.h"
+#include "LibNftTable.h"
 #include "ipfwnft/EnforcingIpfw.h"
 
 namespace {
 
 int enforce(ipfwsim::Environment& environment, ipfwsim::StateStore& store,
             ipfwsim::Console& console, const std::vector<std::string>& arguments) {
-    ipfwnft::LibNftApplier applier;
-    return ipfwnft::EnforcingIpfw(environment, store, console, applier).run(arguments);
+    ipfwnft::LibNftTable table;
+    return ipfwnft::EnforcingIpfw(environment, store, console, table).run(arguments);
 }
 
 }  // namespace

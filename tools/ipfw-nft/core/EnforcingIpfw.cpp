@@ -1,7 +1,12 @@
 #include "ipfwnft/EnforcingIpfw.h"
 
+#include <cctype>
+#include <cstdio>
+#include <cstdlib>
+
 #include "ipfwnft/RuleCompiler.h"
 #include "ipfwnft/TableCompiler.h"
+#include "ipfwnft/TableLayout.h"
 #include "ipfwsim/CommandLine.h"
 #include "ipfwsim/FirewallState.h"
 #include "ipfwsim/KeywordMatch.h"
@@ -13,16 +18,40 @@ namespace {
 
 using ipfwsim::Status;
 
-bool verbIs(const std::vector<std::string>& words, const char* keyword) {
+bool verbIs(const std::vector<std::string>& words, size_t at, const char* keyword) {
     ipfwsim::Diagnostics ignored;
-    return !words.empty() && ipfwsim::matchesAbbreviated(words[0], keyword, ignored);
+    return words.size() > at && ipfwsim::matchesAbbreviated(words[at], keyword, ignored);
+}
+
+uint32_t nextGeneration(uint32_t generation) {
+    const uint32_t next = generation + 1;
+    return next == 0 || next == EnforcingIpfw::kPendingGeneration ? 1 : next;
+}
+
+std::string generationDigits(uint32_t generation) {
+    char text[16];
+    std::snprintf(text, sizeof(text), "%010u", generation);
+    return text;
+}
+
+// "N" or "N-M" as delete reads them; false at the first word that is not a number.
+bool numberRange(const std::string& word, std::pair<uint32_t, uint32_t>& range) {
+    if (word.empty() || std::isdigit(static_cast<unsigned char>(word[0])) == 0) {
+        return false;
+    }
+    char* end = nullptr;
+    const unsigned long low = std::strtoul(word.c_str(), &end, 10);
+    const unsigned long high = *end == '-' ? std::strtoul(end + 1, nullptr, 10) : low;
+    const unsigned long top = ipfwsim::kHighestUserRule;
+    range = {static_cast<uint32_t>(std::min(low, top)), static_cast<uint32_t>(std::min(high, top))};
+    return true;
 }
 
 }  // namespace
 
 EnforcingIpfw::EnforcingIpfw(ipfwsim::Environment& env, ipfwsim::StateStore& store,
-                             ipfwsim::Console& console, TableApplier& applier)
-    : env_(env), store_(store), console_(console), applier_(applier) {}
+                             ipfwsim::Console& console, KernelTable& table)
+    : env_(env), store_(store), console_(console), table_(table) {}
 
 bool EnforcingIpfw::reprograms(const std::vector<std::string>& arguments) {
     ipfwsim::CommandLine line;
@@ -31,11 +60,15 @@ bool EnforcingIpfw::reprograms(const std::vector<std::string>& arguments) {
         return false;
     }
     for (const char* verb : {"add", "delete", "flush", "set"}) {
-        if (verbIs(line.words, verb)) {
+        if (verbIs(line.words, 0, verb)) {
             return true;
         }
     }
     return false;
+}
+
+int EnforcingIpfw::simulate(const std::vector<std::string>& arguments) {
+    return ipfwsim::Simulator(env_, store_, console_).run(arguments);
 }
 
 int EnforcingIpfw::run(const std::vector<std::string>& arguments) {
@@ -44,20 +77,38 @@ int EnforcingIpfw::run(const std::vector<std::string>& arguments) {
         console_.err("ipfw: " + status.message + "\n");
         return status.code;
     }
-    if (!reprograms(arguments)) {
-        return ipfwsim::Simulator(env_, store_, console_).run(arguments);
+    uint32_t generation = 0;
+    if (!reprograms(arguments) || !readGeneration(generation).ok()) {
+        return simulate(arguments);  // the simulator reports a damaged state itself
+    }
+    const bool marked = generation != 0 && generation != kPendingGeneration;
+    if (marked) {
+        status = writeGeneration(kPendingGeneration);
     }
     std::string_view current;
-    status = store_.read(current);
-    const std::string before(current);
-    int result = ipfwsim::Simulator(env_, store_, console_).run(arguments);
-    if (result != ipfwsim::kExitOk || !status.ok()) {
+    if (status.ok()) {
+        status = store_.read(current);
+    }
+    if (!status.ok()) {
+        return simulate(arguments);
+    }
+    std::string before(current);
+    const int result = simulate(arguments);
+    std::string_view after;
+    if (store_.read(after).ok() && after == before) {
+        if (marked) {
+            (void)writeGeneration(generation);
+        }
         return result;
     }
-    status = reprogram();
+    status = keepKernelInStep(arguments, before, generation);
     if (!status.ok()) {
         console_.err("ipfw: " + status.message + "\n");
         // The kernel kept its table; the state goes back to what that table says.
+        if (marked) {
+            before.replace(ipfwsim::StateFile::kKernelField, ipfwsim::StateFile::kOffsetDigits,
+                           generationDigits(generation));
+        }
         const Status restored = store_.replace(before);
         if (!restored.ok()) {
             console_.err("ipfw: the rule state could not be put back (" + restored.message +
@@ -71,7 +122,7 @@ int EnforcingIpfw::run(const std::vector<std::string>& arguments) {
 // Only what the simulator would accept is checked here; its own refusals keep their words.
 Status EnforcingIpfw::refuseUnenforceable(const std::vector<std::string>& arguments) const {
     ipfwsim::CommandLine line;
-    if (!ipfwsim::CommandLine::parse(arguments, line).ok() || !verbIs(line.words, "add")) {
+    if (!ipfwsim::CommandLine::parse(arguments, line).ok() || !verbIs(line.words, 0, "add")) {
         return Status::success();
     }
     ipfwsim::Diagnostics ignored;
@@ -84,7 +135,70 @@ Status EnforcingIpfw::refuseUnenforceable(const std::vector<std::string>& argume
     return checkEnforceable(rule);
 }
 
-Status EnforcingIpfw::reprogram() {
+RuleChange EnforcingIpfw::describeChange(const std::vector<std::string>& arguments,
+                                         const ipfwsim::StateFile& after) const {
+    RuleChange change;
+    ipfwsim::CommandLine line;
+    (void)ipfwsim::CommandLine::parse(arguments, line);
+    const std::vector<std::string>& words = line.words;
+    if (verbIs(words, 0, "add")) {
+        ipfwsim::Diagnostics ignored;
+        ipfwsim::Rule rule;
+        uint64_t number = 0;
+        const std::vector<std::string> body(words.begin() + 1, words.end());
+        (void)ipfwsim::RuleParser(env_.names(), ignored).parse(body, rule, number);
+        // An unnumbered rule went in after the last one.
+        const uint32_t added = number != 0 ? static_cast<uint32_t>(number) : after.lastNumber();
+        change.numbers.emplace_back(added, added);
+    } else if (verbIs(words, 0, "delete") && !verbIs(words, 1, "set")) {
+        std::pair<uint32_t, uint32_t> range;
+        for (size_t i = 1; i < words.size() && numberRange(words[i], range); ++i) {
+            change.numbers.push_back(range);
+        }
+    } else if (verbIs(words, 0, "set") &&
+               (verbIs(words, 1, "enable") || verbIs(words, 1, "disable"))) {
+        change.switchesSets = true;
+    } else {
+        change.whole = true;
+    }
+    return change;
+}
+
+Status EnforcingIpfw::keepKernelInStep(const std::vector<std::string>& arguments,
+                                       const std::string& before, uint32_t generation) {
+    const uint32_t next = nextGeneration(generation);
+    Status status = Status::success();
+    if (generation == 0 || generation == kPendingGeneration) {
+        status = rebuild(next, generation == kPendingGeneration);
+    } else {
+        std::string_view current;
+        status = store_.read(current);
+        ipfwsim::StateFile was(before);
+        ipfwsim::StateFile is(current);
+        if (status.ok()) {
+            status = was.open();
+        }
+        if (status.ok()) {
+            status = is.open();
+        }
+        std::string script;
+        bool whole = false;
+        if (status.ok()) {
+            status = compileChange(was, is, describeChange(arguments, is), script, whole);
+        }
+        if (status.ok()) {
+            status = whole ? rebuild(next, false)
+                           : table_.apply(generationStepScript(generation, next) + script);
+        }
+        uint32_t held = 0;
+        if (!status.ok() && !whole && (!table_.generation(held).ok() || held != generation)) {
+            status = rebuild(next, true);
+        }
+    }
+    return status.ok() ? writeGeneration(next) : status;
+}
+
+Status EnforcingIpfw::rebuild(uint32_t generation, bool drifted) {
     std::string_view content;
     ipfwsim::FirewallState state;
     Status status = store_.read(content);
@@ -93,9 +207,42 @@ Status EnforcingIpfw::reprogram() {
     }
     std::string script;
     if (status.ok()) {
-        status = compileTable(state, script);
+        status = compileTable(state, generation, script);
     }
-    return status.ok() ? applier_.apply(script) : status;
+    if (status.ok()) {
+        status = table_.apply(script);
+    }
+    if (status.ok() && drifted) {
+        console_.err(std::string("ipfw: table ") + kTableName +
+                     " was not as this rule state last left it; rebuilt it from the rule "
+                     "state\n");
+    }
+    return status;
+}
+
+// 0 when the state has no room for it.
+Status EnforcingIpfw::readGeneration(uint32_t& generation) {
+    std::string_view content;
+    Status status = store_.read(content);
+    ipfwsim::StateFile file(content);
+    if (status.ok()) {
+        status = file.open();
+    }
+    generation = status.ok() && file.holdsKernelGeneration() ? file.kernelGeneration() : 0;
+    return status;
+}
+
+Status EnforcingIpfw::writeGeneration(uint32_t generation) {
+    std::string_view content;
+    Status status = store_.read(content);
+    ipfwsim::StateFile file(content);
+    if (status.ok()) {
+        status = file.open();
+    }
+    if (!status.ok() || !file.holdsKernelGeneration()) {
+        return status;  // a state of the first format has no room: the next command rebuilds
+    }
+    return store_.overwrite(ipfwsim::StateFile::kKernelField, generationDigits(generation));
 }
 
 }  // namespace ipfwnft

@@ -207,7 +207,8 @@ Status interfaceName(const ipfwsim::InterfaceRef& iface, const char* keyword, st
 }
 
 // via: the receiving interface on the way in, the sending one on the way out. recv and
-// xmit name one side only; a packet made on this machine has no receiving interface.
+// xmit name one side only; a packet made on this machine has no receiving interface, and
+// its empty name matches no recv (and every "not recv").
 Status compileInterface(const Match& match, Pass pass, Condition& condition) {
     std::string name;
     Status status = interfaceName(match.iface, optionName(match.kind), name);
@@ -217,10 +218,6 @@ Status compileInterface(const Match& match, Pass pass, Condition& condition) {
     bool received = isInbound(pass);
     if (match.kind == MatchKind::Recv) {
         received = true;
-        if (pass == Pass::Out) {
-            condition = match.negated ? Condition::always() : Condition::never();
-            return Status::success();
-        }
     } else if (match.kind == MatchKind::Xmit) {
         if (isInbound(pass)) {
             condition = match.negated ? Condition::always() : Condition::never();

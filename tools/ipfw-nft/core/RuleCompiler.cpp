@@ -43,11 +43,11 @@ std::string logStatement(const PlacedRule& placed, Pass pass) {
     return "log group " + std::to_string(kNflogGroup) + " prefix \"" + tag.format() + "\" ";
 }
 
-Status verdict(const Rule& rule, Pass pass, std::string& text) {
+Status verdict(const Rule& rule, std::string& text) {
     const uint32_t argument = rule.action.argument;
     switch (rule.action.kind) {
         case ActionKind::Allow:
-            text = allowVerdict(pass);
+            text = "accept";
             return Status::success();
         case ActionKind::Deny:
             text = "drop";
@@ -129,7 +129,7 @@ uint32_t flowMark(const PlacedRule& placed) {
 Status compileRule(const PlacedRule& placed, Pass pass, std::vector<std::string>& lines) {
     const Rule& rule = *placed.rule;
     std::string action;
-    Status status = verdict(rule, pass, action);
+    Status status = verdict(rule, action);
     std::string tests;
     bool possible = true;
     if (status.ok()) {
@@ -148,7 +148,7 @@ Status stateLookupLines(const std::vector<PlacedRule>& keepers, const Rule& look
                         std::vector<std::string>& lines) {
     for (const PlacedRule& keeper : keepers) {
         std::string action;
-        Status status = verdict(*keeper.rule, pass, action);
+        Status status = verdict(*keeper.rule, action);
         if (!status.ok()) {
             return status;
         }
@@ -159,7 +159,7 @@ Status stateLookupLines(const std::vector<PlacedRule>& keepers, const Rule& look
 }
 
 Status checkEnforceable(const Rule& rule) {
-    for (Pass pass : {Pass::In, Pass::Out, Pass::ForwardIn, Pass::ForwardOut}) {
+    for (Pass pass : {Pass::In, Pass::Out}) {
         std::vector<std::string> lines;
         Status status = compileRule(PlacedRule{&rule, 0}, pass, lines);
         if (!status.ok()) {

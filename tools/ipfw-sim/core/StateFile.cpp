@@ -231,6 +231,29 @@ std::vector<std::string_view> StateFile::linesInRange(uint32_t low, uint32_t hig
     return lines;
 }
 
+bool StateFile::holdsRulesIn(uint32_t low, uint32_t high) const {
+    for (size_t pos = lowerBound(low); pos < sortedEnd_;) {
+        size_t next = lineEnd(pos);
+        std::string_view line = content_.substr(pos, next - pos - 1);
+        if (ruleLineNumber(line) > static_cast<long>(high)) {
+            break;
+        }
+        if (!isTombstone(line)) {
+            return true;
+        }
+        pos = next;
+    }
+    for (size_t pos = sortedEnd_; pos < end_; pos = lineEnd(pos)) {
+        std::string_view line = content_.substr(pos, lineEnd(pos) - pos - 1);
+        long number = ruleLineNumber(line);
+        if (number >= static_cast<long>(low) && number <= static_cast<long>(high) &&
+            !isTombstone(line)) {
+            return true;
+        }
+    }
+    return false;
+}
+
 uint32_t StateFile::lastNumber() const {
     long last = 0;
     // The last live line of the sorted part, past any tombstones at its end.

@@ -3,7 +3,8 @@
 #include <string>
 #include <vector>
 
-#include "ipfwnft/TableApplier.h"
+#include "ipfwnft/ChangeCompiler.h"
+#include "ipfwnft/KernelTable.h"
 #include "ipfwsim/Console.h"
 #include "ipfwsim/Environment.h"
 #include "ipfwsim/StateStore.h"
@@ -12,12 +13,19 @@ namespace ipfwnft {
 
 // The simulator's ipfw command, unchanged in what it parses, stores, lists and prints,
 // with the kernel's table kept in step: a rule nftables cannot enforce is refused before
-// it is stored, and after every change of the rules or sets the table is replaced. When
-// the table cannot be replaced, the change is undone, so state and kernel never differ.
+// it is stored, and every change of the rules or sets reaches the table as one
+// transaction that rewrites only the chains of the numbers it touched.
+//
+// The state's first line holds the generation of the table it last left. It is marked
+// pending before the state changes and set to the next generation once the kernel took
+// the change, and each transaction first swaps the table's generation from the one the
+// state names: so a command that finds the mark (its predecessor was cut off) or a table
+// of another generation (someone flushed the ruleset) rebuilds the table whole from the
+// state, once, and says so. When the kernel refuses a change, the state goes back.
 class EnforcingIpfw {
 public:
     EnforcingIpfw(ipfwsim::Environment& env, ipfwsim::StateStore& store, ipfwsim::Console& console,
-                  TableApplier& applier);
+                  KernelTable& table);
 
     // `arguments` excludes the program name. Returns the exit code.
     int run(const std::vector<std::string>& arguments);
@@ -25,14 +33,24 @@ public:
     // Whether the command can change which rules are enforced.
     static bool reprograms(const std::vector<std::string>& arguments);
 
+    // The generation a state holds while its change is on the way to the kernel.
+    static constexpr uint32_t kPendingGeneration = 0xffffffff;
+
 private:
+    int simulate(const std::vector<std::string>& arguments);
     ipfwsim::Status refuseUnenforceable(const std::vector<std::string>& arguments) const;
-    ipfwsim::Status reprogram();
+    RuleChange describeChange(const std::vector<std::string>& arguments,
+                              const ipfwsim::StateFile& after) const;
+    ipfwsim::Status keepKernelInStep(const std::vector<std::string>& arguments,
+                                     const std::string& before, uint32_t generation);
+    ipfwsim::Status rebuild(uint32_t generation, bool drifted);
+    ipfwsim::Status readGeneration(uint32_t& generation);
+    ipfwsim::Status writeGeneration(uint32_t generation);
 
     ipfwsim::Environment& env_;
     ipfwsim::StateStore& store_;
     ipfwsim::Console& console_;
-    TableApplier& applier_;
+    KernelTable& table_;
 };
 
 }  // namespace ipfwnft

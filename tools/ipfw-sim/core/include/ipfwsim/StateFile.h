@@ -67,6 +67,8 @@ public:
     Status readHeader(StateHeader& header, bool withDynamic) const;
     // Rule lines numbered within [low, high] in listing order.
     std::vector<std::string_view> linesInRange(uint32_t low, uint32_t high) const;
+    // Whether any rule is numbered within [low, high]; stops at the first.
+    bool holdsRulesIn(uint32_t low, uint32_t high) const;
     // Where `line`, a view into this file, starts.
     size_t offsetOf(std::string_view line) const {
         return static_cast<size_t>(line.data() - content_.data());
@@ -76,6 +78,8 @@ public:
     // True when a rule with this number appended now would still be in order.
     bool appendKeepsOrder(uint32_t number) const;
     size_t rulesAt() const { return rulesAt_; }
+    // The rule lines, tombstones included, as stored.
+    std::string_view rulesText() const { return content_.substr(rulesAt_, end_ - rulesAt_); }
     size_t end() const { return end_; }
     size_t sortedEnd() const { return sortedEnd_; }
     uint32_t kernelGeneration() const { return kernelGeneration_; }

@@ -1,0 +1,123 @@
+#include "LibNftTable.h"
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <nftables/libnftables.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <memory>
+#include <string>
+
+#include "ipfwnft/TableLayout.h"
+
+namespace ipfwnft {
+namespace {
+
+struct ContextDeleter {
+    void operator()(nft_ctx* context) const { nft_ctx_free(context); }
+};
+
+using Context = std::unique_ptr<nft_ctx, ContextDeleter>;
+
+// nft's message without the echo of the script lines it points into.
+std::string firstLine(const char* text) {
+    const std::string message = text != nullptr ? text : "";
+    return message.substr(0, message.find('\n'));
+}
+
+bool isNetlinkSocket(int fd) {
+    sockaddr_storage address{};
+    socklen_t size = sizeof(address);
+    return getsockname(fd, reinterpret_cast<sockaddr*>(&address), &size) == 0 &&
+           address.ss_family == AF_NETLINK;
+}
+
+// In the child: everything but the netlink sockets and `keep` goes, so that nobody
+// waiting for this process's output or its descriptors waits for the child.
+void closeAllBut(int keep) {
+    DIR* fds = opendir("/proc/self/fd");
+    if (fds == nullptr) {
+        return;
+    }
+    const int own = dirfd(fds);
+    while (const dirent* entry = readdir(fds)) {
+        const int fd = std::atoi(entry->d_name);
+        if (entry->d_name[0] != '.' && fd != own && fd != keep && !isNetlinkSocket(fd)) {
+            close(fd);
+        }
+    }
+    closedir(fds);
+}
+
+// A transaction that replaced or removed anything leaves the kernel objects to release
+// once its netlink socket closes, and that close waits a grace period (10 to 20 ms here),
+// however small the change. The change is in force already; a child keeps the socket
+// until this process ends and takes the wait, so that a command costs what its change
+// costs. Without a child the close simply waits here.
+void lingerSocketClose() {
+    int ended[2];
+    if (pipe2(ended, O_CLOEXEC) != 0) {
+        return;
+    }
+    const pid_t child = fork();
+    if (child == 0) {
+        closeAllBut(ended[0]);
+        char byte;
+        while (read(ended[0], &byte, 1) > 0) {
+        }
+        _exit(0);
+    }
+    close(ended[0]);
+    if (child < 0) {
+        close(ended[1]);
+    }
+    // ended[1] stays open until this process ends; then the child wakes and closes.
+}
+
+ipfwsim::Status run(const std::string& script, std::string* output, bool linger) {
+    Context context(nft_ctx_new(NFT_CTX_DEFAULT));
+    if (!context) {
+        return ipfwsim::Status::failure(ipfwsim::kExitSoftware, "nftables: no context");
+    }
+    nft_ctx_buffer_error(context.get());
+    nft_ctx_buffer_output(context.get());
+    if (nft_run_cmd_from_buffer(context.get(), script.c_str()) != 0) {
+        return ipfwsim::Status::failure(
+            ipfwsim::kExitUnavailable,
+            "nftables: " + firstLine(nft_ctx_get_error_buffer(context.get())));
+    }
+    if (output != nullptr) {
+        const char* text = nft_ctx_get_output_buffer(context.get());
+        *output = text != nullptr ? text : "";
+    }
+    if (linger) {
+        lingerSocketClose();
+    }
+    return ipfwsim::Status::success();
+}
+
+}  // namespace
+
+ipfwsim::Status LibNftTable::apply(const std::string& script) {
+    return run(script, nullptr, true);
+}
+
+// Listing the one small set reads neither the chains nor the rules.
+ipfwsim::Status LibNftTable::generation(uint32_t& value) {
+    std::string listing;
+    ipfwsim::Status status =
+        run(std::string("list set ") + kTableName + " " + kGeneration + "\n", &listing, false);
+    if (!status.ok()) {
+        return status;
+    }
+    const size_t at = listing.find("elements = { ");
+    if (at == std::string::npos) {
+        return ipfwsim::Status::failure(ipfwsim::kExitUnavailable, "nftables: no generation");
+    }
+    value = static_cast<uint32_t>(std::strtoul(listing.c_str() + at + 13, nullptr, 0));
+    return ipfwsim::Status::success();
+}
+
+}  // namespace ipfwnft

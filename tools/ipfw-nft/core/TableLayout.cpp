@@ -1,0 +1,100 @@
+#include "ipfwnft/TableLayout.h"
+
+#include <algorithm>
+
+#include "ipfwsim/RuleCodec.h"
+
+namespace ipfwnft {
+
+using ipfwsim::Status;
+
+std::string setGate(uint32_t set) {
+    if (set == ipfwsim::kReservedSet) {
+        return {};
+    }
+    return "numgen random mod 1 offset " + std::to_string(set) + " @" + kEnabledSets + " ";
+}
+
+bool looksUpState(const ipfwsim::Rule& rule) {
+    return rule.action.kind == ipfwsim::ActionKind::CheckState || rule.keepsState();
+}
+
+Status RuleStretch::read(const ipfwsim::StateFile& file, uint32_t low, uint32_t high,
+                         RuleStretch& stretch) {
+    stretch = RuleStretch();
+    for (std::string_view line : file.linesInRange(low, high)) {
+        ipfwsim::StoredRule stored;
+        if (!ipfwsim::StateFile::parseRuleLine(line, stored)) {
+            return Status::failure(ipfwsim::kExitDataErr,
+                                   "state file is corrupt: bad rule line '" + std::string(line) +
+                                       "'");
+        }
+        stretch.stored_.push_back(std::move(stored));
+    }
+    uint32_t ordinal = 0;
+    for (size_t i = 0; i < stretch.stored_.size(); ++i) {
+        const ipfwsim::Rule& rule = stretch.stored_[i].rule;
+        ordinal = i > 0 && stretch.stored_[i - 1].rule.number == rule.number ? ordinal + 1 : 0;
+        stretch.placed_.push_back(PlacedRule{&rule, ordinal});
+    }
+    return Status::success();
+}
+
+bool RuleStretch::looksUpState() const {
+    for (const ipfwsim::StoredRule& stored : stored_) {
+        if (ipfwnft::looksUpState(stored.rule)) {
+            return true;
+        }
+    }
+    return false;
+}
+
+bool RuleStretch::extends(const RuleStretch& earlier) const {
+    if (earlier.stored_.size() >= stored_.size()) {
+        return false;
+    }
+    for (size_t i = 0; i < earlier.stored_.size(); ++i) {
+        const ipfwsim::Rule& was = earlier.stored_[i].rule;
+        const ipfwsim::Rule& is = stored_[i].rule;
+        if (was.number != is.number || was.set != is.set ||
+            ipfwsim::encodeRule(was) != ipfwsim::encodeRule(is)) {
+            return false;
+        }
+    }
+    return true;
+}
+
+Status compileLines(const std::vector<PlacedRule>& rules, Pass pass,
+                    std::vector<std::string>& lines) {
+    for (const PlacedRule& placed : rules) {
+        const size_t first = lines.size();
+        Status status = compileRule(placed, pass, lines);
+        if (!status.ok()) {
+            return Status::failure(
+                status.code, "rule " + std::to_string(placed.rule->number) + ": " + status.message);
+        }
+        for (size_t i = first; i < lines.size(); ++i) {
+            lines[i] = setGate(placed.rule->set) + lines[i];
+        }
+    }
+    return Status::success();
+}
+
+std::vector<uint32_t> bucketsWithRules(const ipfwsim::StateFile& file, uint32_t low,
+                                       uint32_t high) {
+    std::vector<uint32_t> buckets;
+    for (std::string_view line : file.linesInRange(low, high)) {
+        const long number = ipfwsim::ruleLineNumber(line);
+        const uint32_t bucket = bucketOf(static_cast<uint32_t>(number < 0 ? 0 : number));
+        if (buckets.empty() || buckets.back() < bucket) {
+            buckets.push_back(bucket);
+        } else if (buckets.back() > bucket) {
+            // The overflow part is in arrival order.
+            buckets.insert(std::lower_bound(buckets.begin(), buckets.end(), bucket), bucket);
+            buckets.erase(std::unique(buckets.begin(), buckets.end()), buckets.end());
+        }
+    }
+    return buckets;
+}
+
+}  // namespace ipfwnft

@@ -1,0 +1,32 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "ipfwsim/StateFile.h"
+#include "ipfwsim/Status.h"
+
+namespace ipfwnft {
+
+// What one ipfw command changed: the numbers whose rules it added or deleted, and
+// whether it switched sets. Anything else (a flush, a set deleted or moved) is `whole`.
+struct RuleChange {
+    std::vector<std::pair<uint32_t, uint32_t>> numbers;  // inclusive ranges
+    bool switchesSets = false;
+    bool whole = false;
+};
+
+// The script that takes the kernel's table from the state `before` to the state `after`
+// by rewriting only the chains of the changed numbers, appending where the rules were
+// only added at the end of their chains. Empty with `rebuild` set when only a whole
+// table will do: a change that touches a rule looking up kept flows (their lookup lines
+// depend on every rule), or a set switch while such rules exist.
+ipfwsim::Status compileChange(const ipfwsim::StateFile& before, const ipfwsim::StateFile& after,
+                              const RuleChange& change, std::string& script, bool& rebuild);
+
+// Whether any rule in `file` looks up kept flows; read off the stored words.
+bool holdsStateLookups(const ipfwsim::StateFile& file);
+
+}  // namespace ipfwnft

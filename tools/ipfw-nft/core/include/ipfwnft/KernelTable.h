@@ -1,0 +1,20 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+#include "ipfwsim/Status.h"
+
+namespace ipfwnft {
+
+// The seam to the kernel's packet filter and the one table this back end owns.
+class KernelTable {
+public:
+    virtual ~KernelTable() = default;
+    // Runs one nftables script as one transaction.
+    virtual ipfwsim::Status apply(const std::string& script) = 0;
+    // The generation the table holds; a failure when there is no such table.
+    virtual ipfwsim::Status generation(uint32_t& value) = 0;
+};
+
+}  // namespace ipfwnft
