@@ -120,4 +120,31 @@ TEST_F(NftPacketTest, RefusedRuleLeavesTableAndStateAsTheyWere) {
     EXPECT_EQ(listener.Connect(), Outcome::TimesOut);
 }
 
+// The table flushed behind ipfw's back, then an ipfw killed after it wrote the state and
+// before the kernel took the change: each time the next command rebuilds the table from
+// the state, says so, and connections are treated as the rules say.
+TEST_F(NftPacketTest, ATableThatDriftedIsRebuiltByTheNextCommand) {
+    const std::string ipfw = std::string(QV_BUILD_DIR) + "/nft/ipfw -q ";
+    const std::string note =
+        "ipfw: table inet ipfw was not as this rule state last left it; rebuilt it from the rule "
+        "state\n";
+    Listener listener(20400);
+    Ipfw("add 3100 set 19 deny proto tcp dst-port 20400");
+    ASSERT_EQ(Shell("nft flush ruleset").exitCode, 0);
+    EXPECT_EQ(listener.Connect(), Outcome::Connects);
+    EXPECT_EQ(Shell(ipfw + "add 3200 set 19 deny proto udp").output, note);
+    EXPECT_EQ(listener.Connect(), Outcome::TimesOut);
+
+    if (Shell("command -v strace").exitCode != 0) {
+        GTEST_SKIP() << "strace is missing: the cut-off command is not tried";
+    }
+    // The kernel change is the first netlink batch the command sends.
+    Shell("strace -f -o /dev/null -e inject=sendmsg:signal=KILL " + ipfw +
+          "add 3050 set 19 allow proto tcp dst-port 20400");
+    EXPECT_NE(Shell(ipfw + "list 3050").output.find("03050 allow"), std::string::npos);
+    EXPECT_EQ(listener.Connect(), Outcome::TimesOut) << "the kernel never took 3050";
+    EXPECT_EQ(Shell(ipfw + "add 3300 set 19 deny proto udp").output, note);
+    EXPECT_EQ(listener.Connect(), Outcome::Connects);
+}
+
 }  // namespace
