@@ -90,7 +90,7 @@ TEST(DeleteCommand, MarksLinesInPlaceUntilTheNextRewrite) {
     EXPECT_EQ(s.exitCode, kExitUnavailable);
     // Numbering follows the last rule that is left.
     EXPECT_EQ(s.run("add allow proto udp"), "00200 allow ip from any to any proto udp\n");
-    s.run("-q set disable 5");
+    s.run("-q zero");
     EXPECT_EQ(s.store.replaces, 1);
     EXPECT_EQ(s.store.bytes.find(" -"), std::string::npos);
     EXPECT_EQ(s.run("list"),
@@ -142,6 +142,7 @@ TEST(SetCommand, EnablesDisablesAndShowsSets) {
               "25 26 27 28 29 30\n");
     s.run("-q set enable 19");
     EXPECT_EQ(s.run("set show"), allEnabled);
+    EXPECT_EQ(s.store.replaces, 0) << "a switch is written in place";
 }
 
 // Only a person at a terminal is asked, and only without -f or -q; a flush keeps the

@@ -1,6 +1,7 @@
 #include "ipfwsim/SetCommand.h"
 
 #include <cctype>
+#include <cstdio>
 #include <cstdlib>
 
 #include "ipfwsim/FirewallSwitches.h"
@@ -90,14 +91,35 @@ int SetCommand::changeSets(const std::vector<std::string>& words, bool enableFir
         return context_.fail(
             Status::failure(kExitDataErr, "cannot enable and disable the same set\n"));
     }
-    FirewallState state;
-    Status status = context_.loadState(state);
-    if (status.ok()) {
-        uint32_t& disabled = state.header().disabledSets;
-        disabled = (disabled | masks[0]) & ~masks[1] & ~(1u << kReservedSet);
-        status = context_.saveState(state);
-    }
+    const Status status = switchSets(masks[0], masks[1]);
     return status.ok() ? kExitOk : context_.fail(status);
+}
+
+// The switches are one fixed-width header line, written in place: a switch costs the same
+// however many rules there are.
+Status SetCommand::switchSets(uint32_t disable, uint32_t enable) {
+    std::string_view content;
+    StateHeader header;
+    Status status = context_.store.read(content);
+    StateFile file(content);
+    if (status.ok()) {
+        status = file.open();
+    }
+    if (status.ok()) {
+        status = file.readHeader(header, false);
+    }
+    if (!status.ok()) {
+        return status;
+    }
+    const size_t at = file.headerValueAt("disabled-sets");
+    if (at == std::string_view::npos) {
+        return Status::failure(kExitDataErr, "state file is corrupt: no set switches");
+    }
+    const uint32_t disabled =
+        (header.disabledSets | disable) & ~enable & ~(1u << kReservedSet);
+    char digits[16];
+    std::snprintf(digits, sizeof(digits), "%08x", disabled);
+    return context_.store.overwrite(at, digits);
 }
 
 int SetCommand::runSwitch(const std::vector<std::string>& words, bool enable) {

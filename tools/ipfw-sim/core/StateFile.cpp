@@ -231,6 +231,12 @@ std::vector<std::string_view> StateFile::linesInRange(uint32_t low, uint32_t hig
     return lines;
 }
 
+size_t StateFile::headerValueAt(std::string_view key) const {
+    const std::string needle = "\n" + std::string(key) + " ";
+    const size_t at = content_.substr(0, rulesAt_).find(needle);
+    return at == std::string_view::npos ? std::string_view::npos : at + needle.size();
+}
+
 bool StateFile::holdsRulesIn(uint32_t low, uint32_t high) const {
     for (size_t pos = lowerBound(low); pos < sortedEnd_;) {
         size_t next = lineEnd(pos);

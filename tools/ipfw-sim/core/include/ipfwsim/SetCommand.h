@@ -18,6 +18,7 @@ public:
 private:
     int show();
     int changeSets(const std::vector<std::string>& words, bool enableFirst);
+    Status switchSets(uint32_t disable, uint32_t enable);
 
     const CommandContext& context_;
 };

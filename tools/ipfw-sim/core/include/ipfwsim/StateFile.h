@@ -83,6 +83,9 @@ public:
     size_t end() const { return end_; }
     size_t sortedEnd() const { return sortedEnd_; }
     uint32_t kernelGeneration() const { return kernelGeneration_; }
+    // Where the value of header line `key` starts ("disabled-sets" gives the offset of its
+    // eight hex digits), or npos.
+    size_t headerValueAt(std::string_view key) const;
     // Whether the first line has room for the kernel generation (format 2).
     bool holdsKernelGeneration() const { return version_ >= 2; }
     Status readAll(StateHeader& header, std::vector<StoredRule>& rules) const;
