@@ -15,7 +15,8 @@
 namespace qvbench {
 
 inline void writeBenchConfiguration(const std::string& path, int count, const std::string& fwLog,
-                                    const std::string& syslogConf) {
+                                    const std::string& syslogConf,
+                                    unsigned int spacing = kRuleSpacing) {
     writeWhole(path, "<plist version=\"1.0\"><dict/></plist>");
     qor::vela::QvConfig<qor::vela::Mutex> store(path.c_str());
     qor::vela::FwOptions options;
@@ -25,7 +26,7 @@ inline void writeBenchConfiguration(const std::string& path, int count, const st
     options.set_exception_set_num(18);
     options.set_fw_log_path(fwLog);
     options.set_syslog_conf(syslogConf);
-    if (!store.set(options, "FwOptions").ok() || !store.set(benchRules(count), "FwRuleCfg").ok() ||
+    if (!store.set(options, "FwOptions").ok() || !store.set(benchRules(count, spacing), "FwRuleCfg").ok() ||
         !store.save().ok()) {
         std::abort();
     }

@@ -33,11 +33,12 @@ inline qor::vela::FwRule benchRule(unsigned int index) {
     return rule;
 }
 
-// `count` rules numbered from the normal set's first number, spaced by ten.
-inline qor::vela::FwRuleList benchRules(int count) {
+// `count` rules numbered from the normal set's first number, spaced by ten (or by
+// `spacing`: 10,000 rules spaced by ten would run past ipfw's last number).
+inline qor::vela::FwRuleList benchRules(int count, unsigned int spacing = kRuleSpacing) {
     qor::vela::FwRuleList list;
     for (int i = 0; i < count; ++i) {
-        list.add_rules()->CopyFrom(benchRule(kFirstNormalRule + kRuleSpacing * i));
+        list.add_rules()->CopyFrom(benchRule(kFirstNormalRule + spacing * i));
     }
     return list;
 }

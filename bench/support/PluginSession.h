@@ -1,7 +1,8 @@
 // The plug-in loaded as a host loads it (dlopen, exported symbols only), started in a
 // whole world of its own: configuration with `count` stored normal rules, debug log,
 // firewall log and logger configuration in a scratch directory, a keep-alive host
-// service, and the simulated ipfw first in PATH with its own state.
+// service, and the simulated ipfw (or the one in `ipfwDir`) first in PATH with its own
+// state.
 #pragma once
 
 #include <dlfcn.h>
@@ -26,16 +27,17 @@ using PluginApi = qvtest::LoadedPlugin;
 
 class PluginWorld {
 public:
-    explicit PluginWorld(int count)
+    explicit PluginWorld(int count, const std::string& ipfwDir = QV_SIM_DIR,
+                         unsigned int spacing = kRuleSpacing)
         : m_conf(makeDir("conf")),
           m_confEnv("QV_CONF_DIR", m_conf),
           m_logEnv("QV_LOG_DIR", makeDir("logs")),
           m_socketEnv("QV_IPC_SOCKET", m_dir.file("host.sock")),
           m_stateEnv("IPFW_SIM_STATE", m_dir.file("ipfw-state")),
           m_syslogEnv("IPFW_SIM_SYSLOG_CONF", m_dir.file("syslog.conf")),
-          m_pathEnv("PATH", std::string(QV_SIM_DIR) + ":" + currentPath()),
+          m_pathEnv("PATH", ipfwDir + ":" + currentPath()),
           m_service(m_dir.file("host.sock")) {
-        writeBenchConfiguration(configPath(), count, fwLog(), m_dir.file("syslog.conf"));
+        writeBenchConfiguration(configPath(), count, fwLog(), m_dir.file("syslog.conf"), spacing);
     }
 
     std::string configPath() const { return m_conf + "/QvFw.conf.plist"; }

@@ -35,15 +35,6 @@ public:
         return ipfwsim::Status::success();
     }
 
-    ipfwsim::Status generation(uint32_t& value) override {
-        const auto found = table_.sets.find("generation");
-        if (!table_.exists || found == table_.sets.end() || found->second.size() != 1) {
-            return ipfwsim::Status::failure(ipfwsim::kExitUnavailable, "nftables: no table");
-        }
-        value = static_cast<uint32_t>(std::stoul(*found->second.begin()));
-        return ipfwsim::Status::success();
-    }
-
     // As "nft flush ruleset" behind the back of ipfw.
     void flushRuleset() { table_ = Table(); }
 

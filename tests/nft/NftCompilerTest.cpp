@@ -41,7 +41,7 @@ protected:
         ipfwsim::FirewallState state;
         EXPECT_TRUE(ipfwsim::FirewallState::load(store.bytes, state).ok());
         std::string script;
-        EXPECT_TRUE(ipfwnft::compileTable(state, 1, script).ok());
+        EXPECT_TRUE(ipfwnft::compileTable(state, script).ok());
         nfttest::ModelKernel fresh;
         EXPECT_TRUE(fresh.apply(script).ok());
         return fresh;
@@ -185,14 +185,10 @@ TEST_F(EnforcingIpfwTest, EachChangeTouchesOnlyItsOwnChains) {
     ASSERT_EQ(ipfw("-q add 3100 set 19 deny proto tcp"), 0);
     ASSERT_EQ(ipfw("-q add 3110 set 19 deny proto udp"), 0);
     EXPECT_EQ(lastScript(),
-              "delete element inet ipfw generation { 2 }\n"
-              "add element inet ipfw generation { 3 }\n"
               "add rule inet ipfw rules_in_b12 " + kGate19 + "meta l4proto 17 drop comment \"3110\"\n"
               "add rule inet ipfw rules_out_b12 " + kGate19 + "meta l4proto 17 drop comment \"3110\"\n");
     ASSERT_EQ(ipfw("-q set disable 19"), 0);
     EXPECT_EQ(lastScript(),
-              "delete element inet ipfw generation { 3 }\n"
-              "add element inet ipfw generation { 4 }\n"
               "delete element inet ipfw enabled_sets { 19 }\n");
     ASSERT_EQ(ipfw("-q set enable 19"), 0);
     ASSERT_EQ(ipfw("-q delete 3100"), 0);
@@ -255,8 +251,9 @@ TEST_F(EnforcingIpfwTest, RandomChangesLeaveTheTableAsARebuildWould) {
     }
 }
 
-// The generation in the state's first line and in the table tell whether the table is
-// the one this state last left; when it is not, the next command rebuilds it and says so.
+// A table that is not the one this state last left, because the ruleset was flushed or a
+// command was cut off between state and kernel, is rebuilt by the next command, which
+// says so.
 TEST_F(EnforcingIpfwTest, ATableThatDriftedIsRebuiltOnceAndSaidSo) {
     const std::string note =
         "ipfw: table inet ipfw was not as this rule state last left it; rebuilt it from the rule "

@@ -10,7 +10,6 @@
 #include <memory>
 #include <string>
 
-#include "ipfwnft/TableLayout.h"
 
 namespace ipfwnft {
 namespace {
@@ -55,7 +54,7 @@ void closeAllBut(int keep) {
 // once its netlink socket closes, and that close waits a grace period (10 to 20 ms here),
 // however small the change. The change is in force already; a child keeps the socket
 // until this process ends and takes the wait, so that a command costs what its change
-// costs. Without a child the close simply waits here.
+// costs. Without a child the close simply waits here. Adding alone needs none.
 void lingerSocketClose() {
     int ended[2];
     if (pipe2(ended, O_CLOEXEC) != 0) {
@@ -76,7 +75,7 @@ void lingerSocketClose() {
     // ended[1] stays open until this process ends; then the child wakes and closes.
 }
 
-ipfwsim::Status run(const std::string& script, std::string* output, bool linger) {
+ipfwsim::Status run(const std::string& script) {
     Context context(nft_ctx_new(NFT_CTX_DEFAULT));
     if (!context) {
         return ipfwsim::Status::failure(ipfwsim::kExitSoftware, "nftables: no context");
@@ -88,11 +87,8 @@ ipfwsim::Status run(const std::string& script, std::string* output, bool linger)
             ipfwsim::kExitUnavailable,
             "nftables: " + firstLine(nft_ctx_get_error_buffer(context.get())));
     }
-    if (output != nullptr) {
-        const char* text = nft_ctx_get_output_buffer(context.get());
-        *output = text != nullptr ? text : "";
-    }
-    if (linger) {
+    if (script.find("delete ") != std::string::npos ||
+        script.find("flush ") != std::string::npos) {
         lingerSocketClose();
     }
     return ipfwsim::Status::success();
@@ -101,23 +97,7 @@ ipfwsim::Status run(const std::string& script, std::string* output, bool linger)
 }  // namespace
 
 ipfwsim::Status LibNftTable::apply(const std::string& script) {
-    return run(script, nullptr, true);
-}
-
-// Listing the one small set reads neither the chains nor the rules.
-ipfwsim::Status LibNftTable::generation(uint32_t& value) {
-    std::string listing;
-    ipfwsim::Status status =
-        run(std::string("list set ") + kTableName + " " + kGeneration + "\n", &listing, false);
-    if (!status.ok()) {
-        return status;
-    }
-    const size_t at = listing.find("elements = { ");
-    if (at == std::string::npos) {
-        return ipfwsim::Status::failure(ipfwsim::kExitUnavailable, "nftables: no generation");
-    }
-    value = static_cast<uint32_t>(std::strtoul(listing.c_str() + at + 13, nullptr, 0));
-    return ipfwsim::Status::success();
+    return run(script);
 }
 
 }  // namespace ipfwnft

@@ -8,7 +8,6 @@ namespace ipfwnft {
 class LibNftTable : public KernelTable {
 public:
     ipfwsim::Status apply(const std::string& script) override;
-    ipfwsim::Status generation(uint32_t& value) override;
 };
 
 }  // namespace ipfwnft

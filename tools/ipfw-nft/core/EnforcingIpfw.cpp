@@ -166,39 +166,36 @@ RuleChange EnforcingIpfw::describeChange(const std::vector<std::string>& argumen
 
 Status EnforcingIpfw::keepKernelInStep(const std::vector<std::string>& arguments,
                                        const std::string& before, uint32_t generation) {
-    const uint32_t next = nextGeneration(generation);
-    Status status = Status::success();
     if (generation == 0 || generation == kPendingGeneration) {
-        status = rebuild(next, generation == kPendingGeneration);
-    } else {
-        std::string_view current;
-        status = store_.read(current);
-        ipfwsim::StateFile was(before);
-        ipfwsim::StateFile is(current);
-        if (status.ok()) {
-            status = was.open();
-        }
-        if (status.ok()) {
-            status = is.open();
-        }
-        std::string script;
-        bool whole = false;
-        if (status.ok()) {
-            status = compileChange(was, is, describeChange(arguments, is), script, whole);
-        }
-        if (status.ok()) {
-            status = whole ? rebuild(next, false)
-                           : table_.apply(generationStepScript(generation, next) + script);
-        }
-        uint32_t held = 0;
-        if (!status.ok() && !whole && (!table_.generation(held).ok() || held != generation)) {
-            status = rebuild(next, true);
+        const Status status = rebuild(generation == kPendingGeneration);
+        return status.ok() ? writeGeneration(nextGeneration(generation)) : status;
+    }
+    std::string_view current;
+    Status status = store_.read(current);
+    ipfwsim::StateFile was(before);
+    ipfwsim::StateFile is(current);
+    if (status.ok()) {
+        status = was.open();
+    }
+    if (status.ok()) {
+        status = is.open();
+    }
+    std::string script;
+    bool whole = false;
+    if (status.ok()) {
+        status = compileChange(was, is, describeChange(arguments, is), script, whole);
+    }
+    if (status.ok()) {
+        status = whole ? rebuild(false) : table_.apply(script);
+        if (!status.ok() && !whole) {
+            // The chains the change names are not there as this state left them.
+            status = rebuild(true);
         }
     }
-    return status.ok() ? writeGeneration(next) : status;
+    return status.ok() ? writeGeneration(nextGeneration(generation)) : status;
 }
 
-Status EnforcingIpfw::rebuild(uint32_t generation, bool drifted) {
+Status EnforcingIpfw::rebuild(bool drifted) {
     std::string_view content;
     ipfwsim::FirewallState state;
     Status status = store_.read(content);
@@ -207,7 +204,7 @@ Status EnforcingIpfw::rebuild(uint32_t generation, bool drifted) {
     }
     std::string script;
     if (status.ok()) {
-        status = compileTable(state, generation, script);
+        status = compileTable(state, script);
     }
     if (status.ok()) {
         status = table_.apply(script);

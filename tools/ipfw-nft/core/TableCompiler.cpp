@@ -114,13 +114,10 @@ std::string passText(Pass pass, const std::map<uint32_t, std::vector<std::string
 
 }  // namespace
 
-Status compileTable(const ipfwsim::FirewallState& state, uint32_t generation,
-                    std::string& script) {
+Status compileTable(const ipfwsim::FirewallState& state, std::string& script) {
     const std::vector<PlacedRule> rules = placedRules(state);
     const uint32_t disabledSets = state.header().disabledSets;
-    std::string body = enabledSetsText(disabledSets) + "\tset " + kGeneration +
-                       " {\n\t\ttype mark\n\t\telements = { " + std::to_string(generation) +
-                       " }\n\t}\n" +
+    std::string body = enabledSetsText(disabledSets) +
                        chainText("reset_action", "", {"meta l4proto 6 reject with tcp reset", "drop"});
     for (Pass pass : kPasses) {
         std::map<uint32_t, std::vector<std::string>> buckets;
@@ -157,12 +154,6 @@ std::string setSwitchScript(uint32_t disabledBefore, uint32_t disabledAfter) {
         }
     }
     return script;
-}
-
-std::string generationStepScript(uint32_t from, uint32_t to) {
-    const std::string set = std::string(kTableName) + " " + kGeneration;
-    return "delete element " + set + " { " + std::to_string(from) + " }\nadd element " + set +
-           " { " + std::to_string(to) + " }\n";
 }
 
 }  // namespace ipfwnft

@@ -16,12 +16,12 @@ namespace ipfwnft {
 // it is stored, and every change of the rules or sets reaches the table as one
 // transaction that rewrites only the chains of the numbers it touched.
 //
-// The state's first line holds the generation of the table it last left. It is marked
-// pending before the state changes and set to the next generation once the kernel took
-// the change, and each transaction first swaps the table's generation from the one the
-// state names: so a command that finds the mark (its predecessor was cut off) or a table
-// of another generation (someone flushed the ruleset) rebuilds the table whole from the
-// state, once, and says so. When the kernel refuses a change, the state goes back.
+// The state's first line counts the changes the kernel took (0: the table was never
+// built from it). It is marked pending before the state changes and counted on once the
+// kernel took the change. A command that finds the mark (its predecessor was cut off
+// between state and kernel) or whose change the table cannot take (someone flushed the
+// ruleset) rebuilds the table whole from the state, once, and says so. When the kernel
+// refuses the rebuild too, the state goes back to what the table holds.
 class EnforcingIpfw {
 public:
     EnforcingIpfw(ipfwsim::Environment& env, ipfwsim::StateStore& store, ipfwsim::Console& console,
@@ -33,7 +33,7 @@ public:
     // Whether the command can change which rules are enforced.
     static bool reprograms(const std::vector<std::string>& arguments);
 
-    // The generation a state holds while its change is on the way to the kernel.
+    // What the count holds while a change is on the way to the kernel.
     static constexpr uint32_t kPendingGeneration = 0xffffffff;
 
 private:
@@ -43,7 +43,7 @@ private:
                               const ipfwsim::StateFile& after) const;
     ipfwsim::Status keepKernelInStep(const std::vector<std::string>& arguments,
                                      const std::string& before, uint32_t generation);
-    ipfwsim::Status rebuild(uint32_t generation, bool drifted);
+    ipfwsim::Status rebuild(bool drifted);
     ipfwsim::Status readGeneration(uint32_t& generation);
     ipfwsim::Status writeGeneration(uint32_t generation);
 

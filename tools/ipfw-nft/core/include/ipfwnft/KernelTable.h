@@ -1,6 +1,5 @@
 #pragma once
 
-#include <cstdint>
 #include <string>
 
 #include "ipfwsim/Status.h"
@@ -13,8 +12,6 @@ public:
     virtual ~KernelTable() = default;
     // Runs one nftables script as one transaction.
     virtual ipfwsim::Status apply(const std::string& script) = 0;
-    // The generation the table holds; a failure when there is no such table.
-    virtual ipfwsim::Status generation(uint32_t& value) = 0;
 };
 
 }  // namespace ipfwnft

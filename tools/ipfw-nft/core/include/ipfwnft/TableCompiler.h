@@ -11,19 +11,14 @@ namespace ipfwnft {
 // A script that replaces table "inet ipfw" in one transaction with all rules of the
 // state, laid out as TableLayout.h says: base chains hooked at input, output and forward
 // (a forwarded packet takes the in pass, then the out pass at a later priority), policy
-// accept like ipfw's default rule 65535, the enabled sets listed and `generation` kept.
-// Creating the table first makes the delete valid when none exists.
-ipfwsim::Status compileTable(const ipfwsim::FirewallState& state, uint32_t generation,
-                             std::string& script);
+// accept like ipfw's default rule 65535, and the enabled sets listed. Creating the table
+// first makes the delete valid when none exists.
+ipfwsim::Status compileTable(const ipfwsim::FirewallState& state, std::string& script);
 
 // A script that removes the table, whether or not it exists.
 std::string dropTableScript();
 
 // "add element" or "delete element" lines for the sets whose switch differs.
 std::string setSwitchScript(uint32_t disabledBefore, uint32_t disabledAfter);
-
-// The first statement of every change: it fails, and the whole transaction with it,
-// unless the table is the one generation `from` left.
-std::string generationStepScript(uint32_t from, uint32_t to);
 
 }  // namespace ipfwnft

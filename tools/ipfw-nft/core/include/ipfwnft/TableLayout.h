@@ -42,8 +42,6 @@ inline std::string superChain(Pass pass, uint32_t super) {
 // with a test of its set against it, so that switching a set is one element, however
 // many rules the set holds and however their numbers interleave with other sets'.
 constexpr const char* kEnabledSets = "enabled_sets";
-// The set whose one element says which change of this state the table reflects.
-constexpr const char* kGeneration = "generation";
 
 std::string setGate(uint32_t set);
 
