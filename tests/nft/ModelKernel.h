@@ -1,7 +1,8 @@
-// The table "inet ipfw" as the kernel keeps it, for tests on strings: it runs the
-// statements the enforcing ipfw writes, each script as one transaction that either
-// applies whole or changes nothing, refusing what nftables refuses (a rule in a missing
-// chain, a jump to one, deleting a chain that is used or not empty, a missing element).
+// The nftables tables of the enforcing ipfw as the kernel keeps them, for tests on
+// strings: it runs the statements ipfw writes, each script as one transaction that either
+// applies whole or changes nothing, refusing what nftables refuses (anything in a missing
+// table or chain, a jump to a missing chain, deleting a chain that is used or not empty,
+// deleting a missing element or table).
 #pragma once
 
 #include <map>
@@ -20,7 +21,7 @@ public:
     bool refuse = false;               // refuse every script, as without privileges
 
     ipfwsim::Status apply(const std::string& script) override {
-        Table next = table_;
+        Tables next = tables_;
         std::string error;
         if (refuse) {
             error = "Operation not permitted";
@@ -30,24 +31,33 @@ public:
         if (!error.empty()) {
             return ipfwsim::Status::failure(ipfwsim::kExitUnavailable, "nftables: " + error);
         }
-        table_ = next;
+        tables_ = next;
         scripts.push_back(script);
         return ipfwsim::Status::success();
     }
 
     // As "nft flush ruleset" behind the back of ipfw.
-    void flushRuleset() { table_ = Table(); }
+    void flushRuleset() { tables_.clear(); }
 
-    // The lines a packet meets from `chain` on, jumps followed.
-    std::vector<std::string> walk(const std::string& chain) const {
+    std::vector<std::string> tableNames() const {
+        std::vector<std::string> names;
+        for (const auto& entry : tables_) {
+            names.push_back(entry.first);
+        }
+        return names;
+    }
+
+    // The lines a packet meets in `table` from `chain` on, jumps followed.
+    std::vector<std::string> walk(const std::string& table, const std::string& chain) const {
         std::vector<std::string> lines;
-        const auto found = table_.chains.find(chain);
-        if (found == table_.chains.end()) {
+        const auto found = tables_.find(table);
+        if (found == tables_.end() || found->second.chains.count(chain) == 0) {
             return lines;
         }
-        for (const std::string& line : found->second) {
-            if (line.rfind("jump ", 0) == 0 && table_.chains.count(line.substr(5)) != 0) {
-                const std::vector<std::string> inner = walk(line.substr(5));
+        for (const std::string& line : found->second.chains.at(chain)) {
+            const std::string target = jumpTarget(line);
+            if (line.rfind("jump ", 0) == 0 && found->second.chains.count(target) != 0) {
+                const std::vector<std::string> inner = walk(table, target);
                 lines.insert(lines.end(), inner.begin(), inner.end());
             } else {
                 lines.push_back(line);
@@ -55,18 +65,39 @@ public:
         }
         return lines;
     }
-    std::set<std::string> elements(const std::string& set) const {
-        const auto found = table_.sets.find(set);
-        return found == table_.sets.end() ? std::set<std::string>() : found->second;
+    // Both passes' lines of every table that holds rules, in hook order.
+    std::vector<std::string> walkAll(const std::string& chain) const {
+        std::vector<std::string> lines;
+        for (const std::string& table : tableNames()) {
+            const std::vector<std::string> part = walk(table, chain);
+            lines.insert(lines.end(), part.begin(), part.end());
+        }
+        return lines;
     }
-    size_t chainCount() const { return table_.chains.size(); }
+    std::set<std::string> elements(const std::string& table, const std::string& set) const {
+        const auto found = tables_.find(table);
+        if (found == tables_.end() || found->second.sets.count(set) == 0) {
+            return {};
+        }
+        return found->second.sets.at(set);
+    }
+    size_t chainCount(const std::string& table) const {
+        const auto found = tables_.find(table);
+        return found == tables_.end() ? 0 : found->second.chains.size();
+    }
 
 private:
     struct Table {
-        bool exists = false;
         std::map<std::string, std::vector<std::string>> chains;
         std::map<std::string, std::set<std::string>> sets;
     };
+    // By name, "ipfw_s3"; in number order of their shards for names of equal length.
+    struct ByShard {
+        bool operator()(const std::string& a, const std::string& b) const {
+            return a.size() != b.size() ? a.size() < b.size() : a < b;
+        }
+    };
+    using Tables = std::map<std::string, Table, ByShard>;
 
     // The chain a line jumps to, or "".
     static std::string jumpTarget(const std::string& line) {
@@ -103,96 +134,107 @@ private:
         return values;
     }
 
-    static bool run(const std::string& script, Table& table, std::string& error) {
+    static bool run(const std::string& script, Tables& tables, std::string& error) {
         std::istringstream in(script);
+        Table* block = nullptr;
         std::string chain;
         std::string set;
-        bool inBlock = false;
         for (std::string line; std::getline(in, line);) {
-            if (!inBlock && !statement(line, table, inBlock, error)) {
-                return false;
-            }
-            if (!inBlock || line == "table inet ipfw {") {
-                continue;
-            }
-            if (line == "}") {
-                inBlock = false;
+            if (block == nullptr) {
+                if (!statement(line, tables, block, error)) {
+                    return false;
+                }
+            } else if (line == "}") {
+                block = nullptr;
             } else if (line.rfind("\tchain ", 0) == 0) {
                 chain = line.substr(7, line.size() - 9);
-                table.chains[chain];
+                block->chains[chain];
             } else if (line.rfind("\tset ", 0) == 0) {
                 set = line.substr(5, line.size() - 7);
-                table.sets[set];
+                block->sets[set];
             } else if (line == "\t}") {
                 chain.clear();
                 set.clear();
             } else if (!set.empty() && line.find("elements = {") != std::string::npos) {
-                table.sets[set] = braced(line);
+                block->sets[set] = braced(line);
             } else if (!chain.empty() && line.rfind("\t\ttype ", 0) != 0) {
-                table.chains[chain].push_back(line.substr(2));
+                block->chains[chain].push_back(line.substr(2));
             }
         }
         // Jumps are checked once all chains of the script exist, as the kernel does.
-        for (const auto& [name, lines] : table.chains) {
-            for (const std::string& line : lines) {
-                const std::string target = jumpTarget(line);
-                if (!target.empty() && table.chains.count(target) == 0) {
-                    error = "jump to missing chain " + target;
-                    return false;
+        for (const auto& [name, table] : tables) {
+            for (const auto& [chainName, lines] : table.chains) {
+                for (const std::string& line : lines) {
+                    const std::string target = jumpTarget(line);
+                    if (!target.empty() && table.chains.count(target) == 0) {
+                        error = "jump to missing chain " + target;
+                        return false;
+                    }
                 }
             }
         }
         return true;
     }
 
-    static bool statement(const std::string& line, Table& table, bool& block,
+    // One statement outside a table block; `block` is set when one begins.
+    static bool statement(const std::string& line, Tables& tables, Table*& block,
                           std::string& error) {
-        const std::string prefix = " inet ipfw ";
-        auto rest = [&](const std::string& verb) -> std::string {
-            return line.rfind(verb + prefix, 0) == 0 ? line.substr(verb.size() + prefix.size())
-                                                     : std::string(1, '\0');
-        };
-        auto name = [](const std::string& text) { return text.substr(0, text.find(' ')); };
-        std::string args;
-        if (line == "table inet ipfw") {
-            table.exists = true;
-        } else if (line == "delete table inet ipfw") {
-            table = Table();
-        } else if (line == "table inet ipfw {") {
-            table.exists = true;
-            block = true;
-        } else if (!table.exists) {
+        std::istringstream words(line);
+        std::string verb;
+        std::string what;
+        std::string family;
+        std::string name;
+        words >> verb;
+        if (verb == "table") {
+            words >> family >> name;
+            Table& table = tables[name];
+            std::string brace;
+            block = (words >> brace) && brace == "{" ? &table : nullptr;
+            return true;
+        }
+        words >> what >> family >> name;
+        const auto found = tables.find(name);
+        if (line.empty()) {
+            return true;
+        }
+        if (found == tables.end()) {
             error = "No such file or directory";
             return false;
-        } else if ((args = rest("add chain"))[0] != '\0') {
-            table.chains[args];
-        } else if ((args = rest("flush chain"))[0] != '\0' && table.chains.count(args) != 0) {
-            table.chains[args].clear();
-        } else if ((args = rest("delete chain"))[0] != '\0' && table.chains.count(args) != 0 &&
-                   table.chains[args].empty() && !referenced(table, args)) {
-            table.chains.erase(args);
-        } else if ((args = rest("add rule"))[0] != '\0' && table.chains.count(name(args)) != 0) {
-            table.chains[name(args)].push_back(args.substr(name(args).size() + 1));
-        } else if ((args = rest("add element"))[0] != '\0' && table.sets.count(name(args)) != 0) {
-            for (const std::string& value : braced(args)) {
-                table.sets[name(args)].insert(value);
-            }
-        } else if ((args = rest("delete element"))[0] != '\0' &&
-                   table.sets.count(name(args)) != 0) {
-            for (const std::string& value : braced(args)) {
-                if (table.sets[name(args)].erase(value) == 0) {
+        }
+        Table& table = found->second;
+        std::string object;
+        words >> object;
+        std::string rest;
+        std::getline(words, rest);
+        rest = rest.empty() ? rest : rest.substr(1);
+        if (verb == "delete" && what == "table") {
+            tables.erase(found);
+        } else if (verb == "add" && what == "chain") {
+            table.chains[object];
+        } else if (verb == "flush" && what == "chain" && table.chains.count(object) != 0) {
+            table.chains[object].clear();
+        } else if (verb == "delete" && what == "chain" && table.chains.count(object) != 0 &&
+                   table.chains[object].empty() && !referenced(table, object)) {
+            table.chains.erase(object);
+        } else if (verb == "add" && what == "rule" && table.chains.count(object) != 0) {
+            table.chains[object].push_back(rest);
+        } else if (what == "element" && table.sets.count(object) != 0) {
+            for (const std::string& value : braced(rest)) {
+                if (verb == "add") {
+                    table.sets[object].insert(value);
+                } else if (table.sets[object].erase(value) == 0) {
                     error = "No such file or directory";
                     return false;
                 }
             }
-        } else if (!line.empty()) {
+        } else {
             error = line;
             return false;
         }
         return true;
     }
 
-    Table table_;
+    Tables tables_;
 };
 
 }  // namespace nfttest

@@ -29,6 +29,14 @@ std::vector<std::string> words(const std::string& line) {
 
 const std::string kGate19 = "numgen random mod 1 offset 19 @enabled_sets ";
 
+// What allow does in each pass: the mark tells the later tables the packet is through.
+std::string withAllow(std::string line, const char* bit) {
+    const size_t at = line.find("ALLOW");
+    return at == std::string::npos
+               ? line
+               : line.replace(at, 5, std::string("meta mark set meta mark | ") + bit + " accept");
+}
+
 class EnforcingIpfwTest : public ::testing::Test {
 protected:
     int ipfw(const std::string& line) {
@@ -49,11 +57,16 @@ protected:
 
     void expectKernelAsRebuilt(const std::string& after) const {
         const nfttest::ModelKernel whole = rebuilt();
-        for (const char* pass : {"rules_in", "rules_out"}) {
-            ASSERT_EQ(kernel.walk(pass), whole.walk(pass)) << pass << " after " << after;
+        ASSERT_EQ(kernel.tableNames(), whole.tableNames()) << after;
+        for (const std::string& table : whole.tableNames()) {
+            for (const char* chain : {"rules_in", "rules_out", "input", "forward_out"}) {
+                ASSERT_EQ(kernel.walk(table, chain), whole.walk(table, chain))
+                    << table << " " << chain << " after " << after;
+            }
+            ASSERT_EQ(kernel.elements(table, "enabled_sets"), whole.elements(table, "enabled_sets"))
+                << table << " after " << after;
+            ASSERT_EQ(kernel.chainCount(table), whole.chainCount(table)) << table << " after " << after;
         }
-        ASSERT_EQ(kernel.elements("enabled_sets"), whole.elements("enabled_sets")) << after;
-        ASSERT_EQ(kernel.chainCount(), whole.chainCount()) << after;
     }
 
     std::string lastScript() const {
@@ -77,9 +90,9 @@ struct Translation {
 const Translation kTranslations[] = {
     {"allow proto tcp src-ip me dst-ip 3232235777/24,localhost dst-port 80,8000-8080 out "
      "keep-state",
-     "ct mark 0x1f0c1c00 accept comment \"3100\"",
+     "ct mark 0x1f0c1c00 ALLOW comment \"3100\"",
      "meta l4proto 6 fib saddr type local ip daddr { 127.0.0.1, 192.168.1.0-192.168.1.255 } "
-     "tcp dport { 80, 8000-8080 } ct mark set 0x1f0c1c00 accept comment "
+     "tcp dport { 80, 8000-8080 } ct mark set 0x1f0c1c00 ALLOW comment "
      "\"3100\""},
     {"prob 0.5 deny log logamount 0 proto tcp src-port any tcpflags syn,!ack",
      "numgen random mod 2147483647 < 1073741823 meta l4proto 6 tcp flags & 0x12 == 0x02 log group "
@@ -95,13 +108,13 @@ const Translation kTranslations[] = {
     {"reset log logamount 0 not proto ip src-ip any",
      "log group 65 prefix \"3100 0 in Reset\" jump reset_action comment \"3100\"",
      "log group 65 prefix \"3100 0 out Reset\" jump reset_action comment \"3100\""},
-    {"allow proto icmp icmptypes 8,0", "meta l4proto 1 icmp type { 0, 8 } accept comment \"3100\"",
-     "meta l4proto 1 icmp type { 0, 8 } accept comment \"3100\""},
+    {"allow proto icmp icmptypes 8,0", "meta l4proto 1 icmp type { 0, 8 } ALLOW comment \"3100\"",
+     "meta l4proto 1 icmp type { 0, 8 } ALLOW comment \"3100\""},
     {"allow tcpoptions mss,!sack ipoptions rr iptos lowdelay,!mincost",
      "tcp option maxseg exists tcp option sack-perm missing ip option rr exists @nh,8,8 & 0x12 "
-     "== 0x10 accept comment \"3100\"",
+     "== 0x10 ALLOW comment \"3100\"",
      "tcp option maxseg exists tcp option sack-perm missing ip option rr exists @nh,8,8 & 0x12 "
-     "== 0x10 accept comment \"3100\""},
+     "== 0x10 ALLOW comment \"3100\""},
     {"deny not proto udp dst-ip 10.1.2.3:255.0.255.0 not src-ip me",
      "meta l4proto != 17 ip daddr & 255.0.255.0 == 10.0.2.0 fib saddr type != local drop "
      "comment \"3100\"",
@@ -134,8 +147,10 @@ TEST_F(EnforcingIpfwTest, AddCompilesEachMatchForEachPass) {
             const std::string last = lines.empty() ? std::string() : lines.back();
             return last.rfind(kGate19, 0) == 0 ? last.substr(kGate19.size()) : last;
         };
-        EXPECT_EQ(lineOf(kernel.walk("rules_in")), row.inbound) << row.body;
-        EXPECT_EQ(lineOf(kernel.walk("rules_out")), row.outbound) << row.body;
+        EXPECT_EQ(lineOf(kernel.walkAll("rules_in")), withAllow(row.inbound, "0x00100000"))
+            << row.body;
+        EXPECT_EQ(lineOf(kernel.walkAll("rules_out")), withAllow(row.outbound, "0x00200000"))
+            << row.body;
     }
 }
 
@@ -185,21 +200,29 @@ TEST_F(EnforcingIpfwTest, EachChangeTouchesOnlyItsOwnChains) {
     ASSERT_EQ(ipfw("-q add 3100 set 19 deny proto tcp"), 0);
     ASSERT_EQ(ipfw("-q add 3110 set 19 deny proto udp"), 0);
     EXPECT_EQ(lastScript(),
-              "add rule inet ipfw rules_in_b12 " + kGate19 + "meta l4proto 17 drop comment \"3110\"\n"
-              "add rule inet ipfw rules_out_b12 " + kGate19 + "meta l4proto 17 drop comment \"3110\"\n");
+              "add rule inet ipfw_s0 rules_in_b12 " + kGate19 + "meta l4proto 17 drop comment \"3110\"\n"
+              "add rule inet ipfw_s0 rules_out_b12 " + kGate19 + "meta l4proto 17 drop comment \"3110\"\n");
     ASSERT_EQ(ipfw("-q set disable 19"), 0);
     EXPECT_EQ(lastScript(),
-              "delete element inet ipfw enabled_sets { 19 }\n");
+              "delete element inet ipfw_s0 enabled_sets { 19 }\n");
     ASSERT_EQ(ipfw("-q set enable 19"), 0);
     ASSERT_EQ(ipfw("-q delete 3100"), 0);
     EXPECT_EQ(lastScript().find("rules_in_b8"), std::string::npos) << "2100 stays untouched";
     expectKernelAsRebuilt("delete 3100");
-    EXPECT_EQ(kernel.walk("input"), (std::vector<std::string>{"meta nfproto ipv4 jump rules_in"}));
-    EXPECT_EQ(kernel.walk("forward_out"),
-              (std::vector<std::string>{"meta nfproto ipv4 jump rules_out"}));
+    // A rule past 4,095 goes into a table of its own, hooked after the first.
+    ASSERT_EQ(ipfw("-q add 5000 set 19 allow proto tcp"), 0);
+    EXPECT_EQ(kernel.tableNames(), (std::vector<std::string>{"ipfw", "ipfw_s0", "ipfw_s1"}));
+    expectKernelAsRebuilt("add 5000");
+    EXPECT_EQ(kernel.walk("ipfw", "forward"),
+              (std::vector<std::string>{"meta mark set meta mark & 0xffcfffff"}));
+    EXPECT_EQ(kernel.walk("ipfw_s1", "forward_out"),
+              (std::vector<std::string>{"meta mark & 0x00200000 == 0x00200000 accept",
+                                        "meta nfproto ipv4 jump rules_out"}));
+    ASSERT_EQ(ipfw("-q delete 5000"), 0);
+    EXPECT_EQ(lastScript(), "delete table inet ipfw_s1\n");
     ASSERT_EQ(ipfw("-q flush"), 0);
     EXPECT_EQ(lastScript().rfind("table inet ipfw\ndelete table inet ipfw\n", 0), 0u);
-    EXPECT_TRUE(kernel.walk("rules_in").empty());
+    EXPECT_EQ(kernel.tableNames(), (std::vector<std::string>{"ipfw"}));
     const size_t scripts = kernel.scripts.size();
     ipfw("show");
     ipfw("-q zero");
@@ -256,8 +279,8 @@ TEST_F(EnforcingIpfwTest, RandomChangesLeaveTheTableAsARebuildWould) {
 // says so.
 TEST_F(EnforcingIpfwTest, ATableThatDriftedIsRebuiltOnceAndSaidSo) {
     const std::string note =
-        "ipfw: table inet ipfw was not as this rule state last left it; rebuilt it from the rule "
-        "state\n";
+        "ipfw: the nftables tables were not as this rule state last left them; rebuilt them from "
+        "the rule state\n";
     ASSERT_EQ(ipfw("-q add 3100 set 19 deny proto tcp"), 0);
     ASSERT_EQ(ipfw("-q add 3200 set 19 deny proto udp"), 0);
     EXPECT_EQ(console.errors, "");
@@ -282,12 +305,13 @@ TEST_F(EnforcingIpfwTest, KeptFlowsTakeTheirRuleActionAtTheFirstLookup) {
     ASSERT_EQ(ipfw("-q add 3100 set 19 allow proto tcp dst-port 80 keep-state"), 0);
     ASSERT_EQ(ipfw("-q add 3200 set 19 deny log proto tcp"), 0);
     EXPECT_EQ(
-        kernel.walk("rules_in"),
+        kernel.walkAll("rules_in"),
         (std::vector<std::string>{
-            "ct mark 0x1f0c1c00 numgen random mod 2147483647 < 1073741823 accept comment \"3100\"",
-            "ct mark 0x1f0c1c00 accept comment \"3100\"",
-            kGate19 + "meta l4proto 6 tcp dport { 80 } ct mark set 0x1f0c1c00 accept "
-                      "comment \"3100\"",
+            "ct mark 0x1f0c1c00 numgen random mod 2147483647 < 1073741823 meta mark set meta mark "
+            "| 0x00100000 accept comment \"3100\"",
+            "ct mark 0x1f0c1c00 meta mark set meta mark | 0x00100000 accept comment \"3100\"",
+            kGate19 + "meta l4proto 6 tcp dport { 80 } ct mark set 0x1f0c1c00 meta mark set meta "
+                      "mark | 0x00100000 accept comment \"3100\"",
             kGate19 +
                 "meta l4proto 6 log group 65 prefix \"3200 0 in Deny\" drop comment \"3200\""}));
 }

@@ -58,6 +58,11 @@ TEST_F(NftPacketTest, EachActionDecidesARealConnection) {
         // An exception rule (2100 range) comes before the normal ones (3100 range).
         {{"2100 set 18 allow proto tcp dst-port PORT", "3100 set 19 deny proto tcp dst-port PORT"},
          Outcome::Connects},
+        // Rules 4,096 apart live in tables of their own: an allow still ends the pass.
+        {{"3100 set 19 allow proto tcp dst-port PORT", "9000 set 19 deny proto tcp dst-port PORT"},
+         Outcome::Connects},
+        {{"3100 set 19 count proto tcp dst-port PORT", "9000 set 19 deny proto tcp dst-port PORT"},
+         Outcome::TimesOut},
         // Replies of a kept flow pass a rule that denies everything else.
         {{"3000 set 19 check-state", "3100 set 19 allow proto tcp dst-port PORT keep-state",
           "3200 set 19 deny proto tcp"},
@@ -126,8 +131,8 @@ TEST_F(NftPacketTest, RefusedRuleLeavesTableAndStateAsTheyWere) {
 TEST_F(NftPacketTest, ATableThatDriftedIsRebuiltByTheNextCommand) {
     const std::string ipfw = std::string(QV_BUILD_DIR) + "/nft/ipfw -q ";
     const std::string note =
-        "ipfw: table inet ipfw was not as this rule state last left it; rebuilt it from the rule "
-        "state\n";
+        "ipfw: the nftables tables were not as this rule state last left them; rebuilt them from "
+        "the rule state\n";
     Listener listener(20400);
     Ipfw("add 3100 set 19 deny proto tcp dst-port 20400");
     ASSERT_EQ(Shell("nft flush ruleset").exitCode, 0);

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <functional>
-#include <iterator>
 #include <set>
 
 #include "ipfwnft/TableCompiler.h"
@@ -13,14 +12,15 @@ namespace {
 
 using ipfwsim::Status;
 
-std::string statement(const std::string& verb, const std::string& chain,
+std::string statement(const std::string& verb, uint32_t shard, const std::string& chain,
                       const std::string& rest = "") {
-    return verb + " " + kTableName + " " + chain + (rest.empty() ? "" : " " + rest) + "\n";
+    return verb + " " + shardTable(shard) + " " + chain + (rest.empty() ? "" : " " + rest) +
+           "\n";
 }
 
-// The chains of one pass that a change creates, rewrites and deletes. Creations come
+// What a change does to one table that holds rules before and after it. Creations come
 // first and deletions last, so that no jump ever names a chain that is not there.
-struct PassScript {
+struct ShardScript {
     std::string created;
     std::string rewritten;
     std::string deleted;
@@ -28,30 +28,30 @@ struct PassScript {
 
 // A chain whose lines are jumps, one per member, in order: appended to when the new
 // members all come after the old ones, else written anew.
-void updateJumps(const std::string& chain, const std::vector<uint32_t>& before,
+void updateJumps(uint32_t shard, const std::string& chain, const std::vector<uint32_t>& before,
                  const std::vector<uint32_t>& after,
-                 const std::function<std::string(uint32_t)>& target, PassScript& out) {
+                 const std::function<std::string(uint32_t)>& target, ShardScript& out) {
     if (before == after) {
         return;
     }
     const bool onlyAppended =
         std::includes(after.begin(), after.end(), before.begin(), before.end()) &&
         (before.empty() || after[before.size() - 1] == before.back());
-    std::string& text = before.empty() ? out.created : out.rewritten;
     if (!onlyAppended) {
-        text += statement("flush chain", chain);
+        out.rewritten += statement("flush chain", shard, chain);
     }
     for (size_t i = onlyAppended ? before.size() : 0; i < after.size(); ++i) {
-        text += statement("add rule", chain, "jump " + target(after[i]));
+        out.rewritten += statement("add rule", shard, chain, "jump " + target(after[i]));
     }
 }
 
 class ChangeScript {
 public:
-    ChangeScript(const ipfwsim::StateFile& before, const ipfwsim::StateFile& after)
-        : before_(before), after_(after) {}
+    ChangeScript(const ipfwsim::StateFile& before, const ipfwsim::StateFile& after,
+                 uint32_t disabledSets)
+        : before_(before), after_(after), disabledSets_(disabledSets) {}
 
-    // False when a bucket holds a rule that looks up kept flows.
+    // `possible` false when the bucket holds a rule that looks up kept flows.
     Status addBucket(uint32_t bucket, bool& possible) {
         const uint32_t low = bucket * kBucketSpan;
         const uint32_t high = low + kBucketSpan - 1;
@@ -62,50 +62,60 @@ public:
             status = RuleStretch::read(after_, low, high, is);
         }
         possible = status.ok() && !was.looksUpState() && !is.looksUpState();
-        for (Pass pass : kPasses) {
-            if (!possible || !status.ok()) {
-                break;
-            }
-            status = bucketScript(pass, bucket, was, is, passes_[static_cast<size_t>(pass)]);
+        if (!possible) {
+            return status;
         }
-        if (was.empty() != is.empty()) {
-            supersToCheck_.insert(superOf(bucket));
+        ShardScript& out = shards_[shardOf(bucket)];
+        for (Pass pass : kPasses) {
+            status = bucketScript(pass, bucket, was, is, out);
+            if (!status.ok()) {
+                return status;
+            }
         }
         return status;
     }
 
-    std::string finish() {
-        for (Pass pass : kPasses) {
-            PassScript& out = passes_[static_cast<size_t>(pass)];
-            for (uint32_t super : supersToCheck_) {
-                superScript(pass, super, out);
+    Status finish(std::string& script) {
+        std::string created;
+        std::string rewritten;
+        std::string deleted;
+        for (auto& [shard, out] : shards_) {
+            const uint32_t low = shard * kShardSpan;
+            const uint32_t high = low + kShardSpan - 1;
+            const std::vector<uint32_t> was = bucketsWithRules(before_, low, high);
+            const std::vector<uint32_t> is = bucketsWithRules(after_, low, high);
+            if (is.empty()) {
+                deleted += was.empty() ? "" : "delete table " + shardTable(shard) + "\n";
+            } else if (was.empty()) {
+                std::string table;
+                Status status = wholeShard(shard, table);
+                if (!status.ok()) {
+                    return status;
+                }
+                created += table;
+            } else {
+                for (Pass pass : kPasses) {
+                    updateJumps(shard, passChain(pass), was, is,
+                                [pass](uint32_t b) { return bucketChain(pass, b); }, out);
+                }
+                created += out.created;
+                rewritten += out.rewritten;
+                deleted += out.deleted;
             }
-            if (!supersToCheck_.empty()) {
-                updateJumps(passChain(pass), supers(before_), supers(after_),
-                            [pass](uint32_t s) { return superChain(pass, s); }, out);
-            }
         }
-        std::string script;
-        for (const PassScript& out : passes_) {
-            script += out.created;
-        }
-        for (const PassScript& out : passes_) {
-            script += out.rewritten;
-        }
-        for (const PassScript& out : passes_) {
-            script += out.deleted;
-        }
-        return script;
+        script += created + rewritten + deleted;
+        return Status::success();
     }
 
 private:
     static Status bucketScript(Pass pass, uint32_t bucket, const RuleStretch& was,
-                               const RuleStretch& is, PassScript& out) {
+                               const RuleStretch& is, ShardScript& out) {
+        const uint32_t shard = shardOf(bucket);
         const std::string chain = bucketChain(pass, bucket);
         if (is.empty()) {
             if (!was.empty()) {
-                out.rewritten += statement("flush chain", chain);
-                out.deleted += statement("delete chain", chain);
+                out.rewritten += statement("flush chain", shard, chain);
+                out.deleted += statement("delete chain", shard, chain);
             }
             return Status::success();
         }
@@ -118,47 +128,40 @@ private:
         Status status = compileLines(rules, pass, lines);
         std::string& text = was.empty() ? out.created : out.rewritten;
         if (was.empty()) {
-            text += statement("add chain", chain);
+            text += statement("add chain", shard, chain);
         } else if (!appended) {
-            text += statement("flush chain", chain);
+            text += statement("flush chain", shard, chain);
         }
         for (const std::string& line : lines) {
-            text += statement("add rule", chain, line);
+            text += statement("add rule", shard, chain, line);
         }
         return status;
     }
 
-    void superScript(Pass pass, uint32_t super, PassScript& out) const {
-        const uint32_t low = super * kSuperSpan;
-        const uint32_t high = low + kSuperSpan - 1;
-        const std::vector<uint32_t> was = bucketsWithRules(before_, low, high);
-        const std::vector<uint32_t> is = bucketsWithRules(after_, low, high);
-        const std::string chain = superChain(pass, super);
-        if (is.empty()) {
-            out.rewritten += statement("flush chain", chain);
-            out.deleted += statement("delete chain", chain);
-            return;
-        }
-        if (was.empty()) {
-            out.created += statement("add chain", chain);
-        }
-        updateJumps(chain, was, is, [pass](uint32_t b) { return bucketChain(pass, b); }, out);
-    }
-
-    static std::vector<uint32_t> supers(const ipfwsim::StateFile& file) {
-        std::vector<uint32_t> found;
-        for (uint32_t super = 0; super * kSuperSpan <= ipfwsim::kHighestUserRule; ++super) {
-            if (file.holdsRulesIn(super * kSuperSpan, super * kSuperSpan + kSuperSpan - 1)) {
-                found.push_back(super);
+    // A table that comes with this change holds only rules this change added, none of
+    // which looks up kept flows.
+    Status wholeShard(uint32_t shard, std::string& text) const {
+        RuleStretch rules;
+        Status status =
+            RuleStretch::read(after_, shard * kShardSpan, shard * kShardSpan + kShardSpan - 1, rules);
+        PassLines passes;
+        for (Pass pass : kPasses) {
+            BucketLines& buckets = passes[static_cast<size_t>(pass)];
+            for (const PlacedRule& placed : rules.placed()) {
+                buckets[bucketOf(placed.rule->number)];
+            }
+            if (status.ok()) {
+                status = bucketLines(rules.placed(), disabledSets_, pass, buckets);
             }
         }
-        return found;
+        text = shardTableText(shard, disabledSets_, passes);
+        return status;
     }
 
     const ipfwsim::StateFile& before_;
     const ipfwsim::StateFile& after_;
-    PassScript passes_[std::size(kPasses)];
-    std::set<uint32_t> supersToCheck_;
+    const uint32_t disabledSets_;
+    std::map<uint32_t, ShardScript> shards_;
 };
 
 }  // namespace
@@ -187,7 +190,7 @@ Status compileChange(const ipfwsim::StateFile& before, const ipfwsim::StateFile&
             rebuild = true;
             return Status::success();
         }
-        script += setSwitchScript(was.disabledSets, is.disabledSets);
+        script += setSwitchScript(was.disabledSets, is.disabledSets, shardsWithRules(after));
     }
     std::set<uint32_t> buckets;
     for (const auto& [low, high] : change.numbers) {
@@ -195,7 +198,7 @@ Status compileChange(const ipfwsim::StateFile& before, const ipfwsim::StateFile&
             buckets.insert(bucket);
         }
     }
-    ChangeScript changes(before, after);
+    ChangeScript changes(before, after, is.disabledSets);
     for (uint32_t bucket : buckets) {
         bool possible = true;
         status = changes.addBucket(bucket, possible);
@@ -205,8 +208,7 @@ Status compileChange(const ipfwsim::StateFile& before, const ipfwsim::StateFile&
             return status;
         }
     }
-    script += changes.finish();
-    return Status::success();
+    return changes.finish(script);
 }
 
 }  // namespace ipfwnft

@@ -210,9 +210,9 @@ Status EnforcingIpfw::rebuild(bool drifted) {
         status = table_.apply(script);
     }
     if (status.ok() && drifted) {
-        console_.err(std::string("ipfw: table ") + kTableName +
-                     " was not as this rule state last left it; rebuilt it from the rule "
-                     "state\n");
+        console_.err(
+            "ipfw: the nftables tables were not as this rule state last left them; rebuilt "
+            "them from the rule state\n");
     }
     return status;
 }

@@ -7,6 +7,7 @@
 #include "ipfwnft/LogTag.h"
 #include "ipfwnft/MatchCompiler.h"
 #include "ipfwnft/Refusal.h"
+#include "ipfwnft/TableLayout.h"
 #include "ipfwsim/KernelLog.h"
 
 namespace ipfwnft {
@@ -43,11 +44,11 @@ std::string logStatement(const PlacedRule& placed, Pass pass) {
     return "log group " + std::to_string(kNflogGroup) + " prefix \"" + tag.format() + "\" ";
 }
 
-Status verdict(const Rule& rule, std::string& text) {
+Status verdict(const Rule& rule, Pass pass, std::string& text) {
     const uint32_t argument = rule.action.argument;
     switch (rule.action.kind) {
         case ActionKind::Allow:
-            text = "accept";
+            text = "meta mark set meta mark | " + hex(allowedBit(pass)) + " accept";
             return Status::success();
         case ActionKind::Deny:
             text = "drop";
@@ -129,7 +130,7 @@ uint32_t flowMark(const PlacedRule& placed) {
 Status compileRule(const PlacedRule& placed, Pass pass, std::vector<std::string>& lines) {
     const Rule& rule = *placed.rule;
     std::string action;
-    Status status = verdict(rule, action);
+    Status status = verdict(rule, pass, action);
     std::string tests;
     bool possible = true;
     if (status.ok()) {
@@ -148,7 +149,7 @@ Status stateLookupLines(const std::vector<PlacedRule>& keepers, const Rule& look
                         std::vector<std::string>& lines) {
     for (const PlacedRule& keeper : keepers) {
         std::string action;
-        Status status = verdict(*keeper.rule, action);
+        Status status = verdict(*keeper.rule, pass, action);
         if (!status.ok()) {
             return status;
         }

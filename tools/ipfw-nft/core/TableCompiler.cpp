@@ -1,5 +1,6 @@
 #include "ipfwnft/TableCompiler.h"
 
+#include <cstdio>
 #include <map>
 #include <vector>
 
@@ -15,18 +16,16 @@ using ipfwsim::Status;
 struct Hook {
     const char* chain;
     const char* hook;
-    const char* priority;
+    uint32_t priority;  // added to the table's own number
     Pass pass;
 };
 
-// A forwarded packet takes both passes: accepting in the first forward chain hands it on
-// to the second, as ipfw's in pass hands it on to the out pass.
+// A forwarded packet takes both passes: all tables' in chains, then all their out chains.
 const std::vector<Hook>& hooks() {
-    static const std::vector<Hook> table = {
-        {"input", "input", "filter", Pass::In},
-        {"output", "output", "filter", Pass::Out},
-        {"forward_in", "forward", "filter", Pass::In},
-        {"forward_out", "forward", "filter + 1", Pass::Out}};
+    static const std::vector<Hook> table = {{"input", "input", 0, Pass::In},
+                                            {"output", "output", 0, Pass::Out},
+                                            {"forward_in", "forward", 0, Pass::In},
+                                            {"forward_out", "forward", kShards, Pass::Out}};
     return table;
 }
 
@@ -44,34 +43,10 @@ bool enabled(const Rule& rule, uint32_t disabledSets) {
     return (disabledSets & (1u << rule.set)) == 0;
 }
 
-// The lines of every bucket in one pass. ipfw looks a packet up among the kept flows of
-// the enabled sets at the first enabled lookup rule it reaches (and again at the next
-// while a probability may have skipped one); those lines go just before that rule's.
-Status bucketLines(const std::vector<PlacedRule>& rules, uint32_t disabledSets, Pass pass,
-                   std::map<uint32_t, std::vector<std::string>>& buckets) {
-    std::vector<PlacedRule> keepers;
-    for (const PlacedRule& placed : rules) {
-        if (placed.rule->keepsState() && enabled(*placed.rule, disabledSets)) {
-            keepers.push_back(placed);
-        }
-    }
-    bool lookupPending = !keepers.empty();
-    for (const PlacedRule& placed : rules) {
-        std::vector<std::string>& lines = buckets[bucketOf(placed.rule->number)];
-        const Rule& rule = *placed.rule;
-        if (lookupPending && looksUpState(rule) && enabled(rule, disabledSets)) {
-            Status status = stateLookupLines(keepers, rule, pass, lines);
-            if (!status.ok()) {
-                return status;
-            }
-            lookupPending = rule.hasProbability;
-        }
-        Status status = compileLines({placed}, pass, lines);
-        if (!status.ok()) {
-            return status;
-        }
-    }
-    return Status::success();
+std::string hex(uint32_t value) {
+    char text[16];
+    std::snprintf(text, sizeof(text), "0x%08x", value);
+    return text;
 }
 
 std::string chainText(const std::string& name, const std::string& head,
@@ -97,60 +72,122 @@ std::string enabledSetsText(uint32_t disabledSets) {
     return text + "\t}\n";
 }
 
-std::string passText(Pass pass, const std::map<uint32_t, std::vector<std::string>>& buckets) {
-    std::string text;
-    std::map<uint32_t, std::vector<std::string>> supers;
-    for (const auto& [bucket, lines] : buckets) {
-        text += chainText(bucketChain(pass, bucket), "", lines);
-        supers[superOf(bucket)].push_back("jump " + bucketChain(pass, bucket));
+std::string headTableText() {
+    const std::string clear =
+        "meta mark set meta mark & " + hex(~(kAllowedIn | kAllowedOut));
+    std::string body;
+    for (const char* hook : {"input", "output", "forward"}) {
+        body += chainText(hook,
+                          std::string("\t\ttype filter hook ") + hook +
+                              " priority filter - 1; policy accept;\n",
+                          {clear});
     }
-    std::vector<std::string> jumps;
-    for (const auto& [super, lines] : supers) {
-        text += chainText(superChain(pass, super), "", lines);
-        jumps.push_back("jump " + superChain(pass, super));
-    }
-    return text + chainText(passChain(pass), "", jumps);
+    return std::string("table ") + kHeadTable + " {\n" + body + "}\n";
 }
 
 }  // namespace
 
-Status compileTable(const ipfwsim::FirewallState& state, std::string& script) {
-    const std::vector<PlacedRule> rules = placedRules(state);
-    const uint32_t disabledSets = state.header().disabledSets;
+Status bucketLines(const std::vector<PlacedRule>& rules, uint32_t disabledSets, Pass pass,
+                   BucketLines& buckets) {
+    std::vector<PlacedRule> keepers;
+    for (const PlacedRule& placed : rules) {
+        if (placed.rule->keepsState() && enabled(*placed.rule, disabledSets)) {
+            keepers.push_back(placed);
+        }
+    }
+    // ipfw looks a packet up among the kept flows of the enabled sets at the first enabled
+    // lookup rule it reaches (and at the next while a probability may have skipped one).
+    bool lookupPending = !keepers.empty();
+    for (const PlacedRule& placed : rules) {
+        std::vector<std::string>& lines = buckets[bucketOf(placed.rule->number)];
+        const Rule& rule = *placed.rule;
+        if (lookupPending && looksUpState(rule) && enabled(rule, disabledSets)) {
+            Status status = stateLookupLines(keepers, rule, pass, lines);
+            if (!status.ok()) {
+                return status;
+            }
+            lookupPending = rule.hasProbability;
+        }
+        Status status = compileLines({placed}, pass, lines);
+        if (!status.ok()) {
+            return status;
+        }
+    }
+    return Status::success();
+}
+
+std::string shardTableText(uint32_t shard, uint32_t disabledSets, const PassLines& passes) {
     std::string body = enabledSetsText(disabledSets) +
                        chainText("reset_action", "", {"meta l4proto 6 reject with tcp reset", "drop"});
     for (Pass pass : kPasses) {
-        std::map<uint32_t, std::vector<std::string>> buckets;
+        std::vector<std::string> jumps;
+        for (const auto& [bucket, lines] : passes[static_cast<size_t>(pass)]) {
+            body += chainText(bucketChain(pass, bucket), "", lines);
+            jumps.push_back("jump " + bucketChain(pass, bucket));
+        }
+        body += chainText(passChain(pass), "", jumps);
+    }
+    for (const Hook& hook : hooks()) {
+        const std::string bit = hex(allowedBit(hook.pass));
+        body += chainText(hook.chain,
+                          std::string("\t\ttype filter hook ") + hook.hook + " priority filter + " +
+                              std::to_string(hook.priority + shard) + "; policy accept;\n",
+                          {"meta mark & " + bit + " == " + bit + " accept",
+                           std::string("meta nfproto ipv4 jump ") + passChain(hook.pass)});
+    }
+    return "table " + shardTable(shard) + " {\n" + body + "}\n";
+}
+
+Status compileTable(const ipfwsim::FirewallState& state, std::string& script) {
+    const std::vector<PlacedRule> rules = placedRules(state);
+    const uint32_t disabledSets = state.header().disabledSets;
+    // Per table, per pass: the lines of each bucket, buckets of rules that cannot match
+    // in a pass included.
+    std::map<uint32_t, PassLines> shards;
+    for (Pass pass : kPasses) {
+        BucketLines buckets;
         for (const PlacedRule& placed : rules) {
-            buckets[bucketOf(placed.rule->number)];  // a bucket of rules that cannot match stays
+            buckets[bucketOf(placed.rule->number)];
         }
         Status status = bucketLines(rules, disabledSets, pass, buckets);
         if (!status.ok()) {
             return status;
         }
-        body += passText(pass, buckets);
+        for (auto& [bucket, lines] : buckets) {
+            shards[shardOf(bucket)][static_cast<size_t>(pass)][bucket] = std::move(lines);
+        }
     }
-    for (const Hook& hook : hooks()) {
-        body += chainText(hook.chain,
-                          std::string("\t\ttype filter hook ") + hook.hook + " priority " +
-                              hook.priority + "; policy accept;\n",
-                          {std::string("meta nfproto ipv4 jump ") + passChain(hook.pass)});
+    script = dropTablesScript() + headTableText();
+    for (const auto& [shard, passes] : shards) {
+        script += shardTableText(shard, disabledSets, passes);
     }
-    script = dropTableScript() + "table " + kTableName + " {\n" + body + "}\n";
     return Status::success();
 }
 
-std::string dropTableScript() {
-    return std::string("table ") + kTableName + "\ndelete table " + kTableName + "\n";
+std::string dropTablesScript() {
+    std::string script;
+    auto drop = [&script](const std::string& table) {
+        script += "table " + table + "\ndelete table " + table + "\n";
+    };
+    drop(kHeadTable);
+    for (uint32_t shard = 0; shard < kShards; ++shard) {
+        drop(shardTable(shard));
+    }
+    return script;
 }
 
-std::string setSwitchScript(uint32_t disabledBefore, uint32_t disabledAfter) {
+std::string setSwitchScript(uint32_t disabledBefore, uint32_t disabledAfter,
+                            const std::vector<uint32_t>& shards) {
     std::string script;
     for (uint32_t set = 0; set < ipfwsim::kReservedSet; ++set) {
         const uint32_t bit = 1u << set;
-        if ((disabledBefore & bit) != (disabledAfter & bit)) {
+        if ((disabledBefore & bit) == (disabledAfter & bit)) {
+            continue;
+        }
+        for (uint32_t shard : shards) {
             script += std::string((disabledAfter & bit) != 0 ? "delete" : "add") + " element " +
-                      kTableName + " " + kEnabledSets + " { " + std::to_string(set) + " }\n";
+                      shardTable(shard) + " " + kEnabledSets + " { " + std::to_string(set) +
+                      " }\n";
         }
     }
     return script;

@@ -97,4 +97,14 @@ std::vector<uint32_t> bucketsWithRules(const ipfwsim::StateFile& file, uint32_t 
     return buckets;
 }
 
+std::vector<uint32_t> shardsWithRules(const ipfwsim::StateFile& file) {
+    std::vector<uint32_t> found;
+    for (uint32_t shard = 0; shard < kShards; ++shard) {
+        if (file.holdsRulesIn(shard * kShardSpan, shard * kShardSpan + kShardSpan - 1)) {
+            found.push_back(shard);
+        }
+    }
+    return found;
+}
+
 }  // namespace ipfwnft

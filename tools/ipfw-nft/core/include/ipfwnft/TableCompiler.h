@@ -1,24 +1,45 @@
 #pragma once
 
+#include <array>
 #include <cstdint>
+#include <iterator>
+#include <map>
 #include <string>
+#include <vector>
 
+#include "ipfwnft/Pass.h"
+#include "ipfwnft/RuleCompiler.h"
+#include "ipfwnft/TableLayout.h"
 #include "ipfwsim/FirewallState.h"
 #include "ipfwsim/Status.h"
 
 namespace ipfwnft {
 
-// A script that replaces table "inet ipfw" in one transaction with all rules of the
-// state, laid out as TableLayout.h says: base chains hooked at input, output and forward
-// (a forwarded packet takes the in pass, then the out pass at a later priority), policy
-// accept like ipfw's default rule 65535, and the enabled sets listed. Creating the table
-// first makes the delete valid when none exists.
+// The lines of each bucket of rule numbers in one pass.
+using BucketLines = std::map<uint32_t, std::vector<std::string>>;
+// The same for each pass.
+using PassLines = std::array<BucketLines, std::size(kPasses)>;
+
+// A script that replaces this back end's tables in one transaction with all rules of
+// the state, laid out as TableLayout.h says: base chains hooked at input, output and
+// forward, policy accept like ipfw's default rule 65535, the enabled sets listed.
+// Creating each table first makes its delete valid when none exists.
 ipfwsim::Status compileTable(const ipfwsim::FirewallState& state, std::string& script);
 
-// A script that removes the table, whether or not it exists.
-std::string dropTableScript();
+// A script that removes every table of this back end, whether or not it exists.
+std::string dropTablesScript();
 
-// "add element" or "delete element" lines for the sets whose switch differs.
-std::string setSwitchScript(uint32_t disabledBefore, uint32_t disabledAfter);
+// The lines of `rules` (all rules, in order) per bucket in `pass`, with the lookups of
+// kept flows where ipfw makes them.
+ipfwsim::Status bucketLines(const std::vector<PlacedRule>& rules, uint32_t disabledSets,
+                            Pass pass, BucketLines& buckets);
+
+// Table `shard` whole, with `passes[pass]` the lines of its buckets.
+std::string shardTableText(uint32_t shard, uint32_t disabledSets, const PassLines& passes);
+
+// "add element" or "delete element" lines, in each of `shards`, for the sets whose switch
+// differs.
+std::string setSwitchScript(uint32_t disabledBefore, uint32_t disabledAfter,
+                            const std::vector<uint32_t>& shards);
 
 }  // namespace ipfwnft

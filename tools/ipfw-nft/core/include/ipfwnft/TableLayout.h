@@ -11,36 +11,48 @@
 
 namespace ipfwnft {
 
-// The nftables family and name of the one table this back end owns.
-constexpr const char* kTableName = "inet ipfw";
-
-// Where the lines of a rule live. Each pass has one chain ("rules_in") that jumps, in
-// number order, to a chain per 4096 rule numbers that hold rules ("rules_in_s1"), which
-// jumps to a chain per 256 numbers ("rules_in_b20") holding the rules' lines. A change
-// of some numbers rewrites only their chains, so its cost does not grow with the rules
-// elsewhere; and the kernel copies only the chains a transaction touches. nft reads every
-// chain of the table before each command (about a microsecond each), which keeps the
-// buckets this wide.
+// Where the lines of a rule live. The rules of each 4,096 numbers are a table of their
+// own, "inet ipfw_s0" to "inet ipfw_s15", created with its first rule and deleted with its
+// last; in it each pass has a chain ("rules_in", "rules_out") that jumps, in number order,
+// to a chain per 256 numbers ("rules_in_b12") holding the rules' lines. A change rewrites
+// only the chains of its numbers, and the kernel, which checks every chain of a table
+// reachable from its base chains whenever a rule with a verdict goes in, checks only the
+// table of those numbers. nft reads every chain's name before each command (about a
+// microsecond each), which keeps the chains this wide.
 constexpr uint32_t kBucketSpan = 256;
-constexpr uint32_t kSuperSpan = 4096;
+constexpr uint32_t kShardSpan = 4096;
+constexpr uint32_t kShards = 16;
 constexpr Pass kPasses[] = {Pass::In, Pass::Out};
 
 inline uint32_t bucketOf(uint32_t number) {
     return number / kBucketSpan;
 }
-inline uint32_t superOf(uint32_t bucket) {
-    return bucket * kBucketSpan / kSuperSpan;
+inline uint32_t shardOf(uint32_t bucket) {
+    return bucket * kBucketSpan / kShardSpan;
+}
+inline std::string shardTable(uint32_t shard) {
+    return "inet ipfw_s" + std::to_string(shard);
 }
 inline std::string bucketChain(Pass pass, uint32_t bucket) {
     return std::string(passChain(pass)) + "_b" + std::to_string(bucket);
 }
-inline std::string superChain(Pass pass, uint32_t super) {
-    return std::string(passChain(pass)) + "_s" + std::to_string(super);
+
+// The tables are separate base chains, hooked in number order (the in pass of a forwarded
+// packet before its out pass); a packet that a rule allowed carries a bit of its mark to
+// the later ones, which let it through at once, as ipfw stops at an allow. The table
+// "inet ipfw" clears both bits ahead of them all.
+constexpr const char* kHeadTable = "inet ipfw";
+constexpr uint32_t kAllowedIn = 0x00100000;
+constexpr uint32_t kAllowedOut = 0x00200000;
+
+inline uint32_t allowedBit(Pass pass) {
+    return pass == Pass::In ? kAllowedIn : kAllowedOut;
 }
 
-// The set that lists the enabled rule sets. Every line of a rule outside set 31 starts
-// with a test of its set against it, so that switching a set is one element, however
-// many rules the set holds and however their numbers interleave with other sets'.
+// The set, in each table, that lists the enabled rule sets. Every line of a rule outside
+// set 31 starts with a test of its set against it, so that switching a set is one element
+// per table, however many rules the set holds and however their numbers interleave with
+// other sets'.
 constexpr const char* kEnabledSets = "enabled_sets";
 
 std::string setGate(uint32_t set);
@@ -74,5 +86,8 @@ ipfwsim::Status compileLines(const std::vector<PlacedRule>& rules, Pass pass,
 // The buckets of [low, high] that hold rules.
 std::vector<uint32_t> bucketsWithRules(const ipfwsim::StateFile& file, uint32_t low,
                                        uint32_t high);
+
+// The tables that hold rules.
+std::vector<uint32_t> shardsWithRules(const ipfwsim::StateFile& file);
 
 }  // namespace ipfwnft
