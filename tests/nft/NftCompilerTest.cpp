@@ -59,7 +59,7 @@ protected:
         const nfttest::ModelKernel whole = rebuilt();
         ASSERT_EQ(kernel.tableNames(), whole.tableNames()) << after;
         for (const std::string& table : whole.tableNames()) {
-            for (const char* chain : {"rules_in", "rules_out", "input", "forward_out"}) {
+            for (const char* chain : {"rules_in", "rules_out", "prerouting", "forward"}) {
                 ASSERT_EQ(kernel.walk(table, chain), whole.walk(table, chain))
                     << table << " " << chain << " after " << after;
             }
@@ -209,16 +209,16 @@ TEST_F(EnforcingIpfwTest, EachChangeTouchesOnlyItsOwnChains) {
     ASSERT_EQ(ipfw("-q delete 3100"), 0);
     EXPECT_EQ(lastScript().find("rules_in_b8"), std::string::npos) << "2100 stays untouched";
     expectKernelAsRebuilt("delete 3100");
-    // A rule past 4,095 goes into a table of its own, hooked after the first.
-    ASSERT_EQ(ipfw("-q add 5000 set 19 allow proto tcp"), 0);
+    // A rule past 16,383 goes into a table of its own, hooked after the first.
+    ASSERT_EQ(ipfw("-q add 20000 set 19 allow proto tcp"), 0);
     EXPECT_EQ(kernel.tableNames(), (std::vector<std::string>{"ipfw", "ipfw_s0", "ipfw_s1"}));
-    expectKernelAsRebuilt("add 5000");
+    expectKernelAsRebuilt("add 20000");
     EXPECT_EQ(kernel.walk("ipfw", "forward"),
               (std::vector<std::string>{"meta mark set meta mark & 0xffcfffff"}));
-    EXPECT_EQ(kernel.walk("ipfw_s1", "forward_out"),
+    EXPECT_EQ(kernel.walk("ipfw_s1", "forward"),
               (std::vector<std::string>{"meta mark & 0x00200000 == 0x00200000 accept",
                                         "meta nfproto ipv4 jump rules_out"}));
-    ASSERT_EQ(ipfw("-q delete 5000"), 0);
+    ASSERT_EQ(ipfw("-q delete 20000"), 0);
     EXPECT_EQ(lastScript(), "delete table inet ipfw_s1\n");
     ASSERT_EQ(ipfw("-q flush"), 0);
     EXPECT_EQ(lastScript().rfind("table inet ipfw\ndelete table inet ipfw\n", 0), 0u);
@@ -256,7 +256,7 @@ TEST_F(EnforcingIpfwTest, RandomChangesLeaveTheTableAsARebuildWould) {
             command = "-q delete " + std::to_string(3000 + below(last - 2999));
         } else if (pick < 84) {
             const uint32_t low = 3000 + below(last - 2999);
-            const uint32_t span = below(2) == 0 ? below(600) : below(9000);
+            const uint32_t span = below(2) == 0 ? below(600) : below(20000);
             command = "-q delete " + std::to_string(low) + "-" + std::to_string(low + span);
         } else if (pick < 96) {
             command = std::string("-q set ") + (below(2) == 0 ? "enable " : "disable ") + set;

@@ -20,12 +20,12 @@ struct Hook {
     Pass pass;
 };
 
-// A forwarded packet takes both passes: all tables' in chains, then all their out chains.
+// Each rule tree has as few base chains as the passes allow: the kernel checks a tree
+// once for each base chain that reaches it.
 const std::vector<Hook>& hooks() {
-    static const std::vector<Hook> table = {{"input", "input", 0, Pass::In},
+    static const std::vector<Hook> table = {{"prerouting", "prerouting", 0, Pass::In},
                                             {"output", "output", 0, Pass::Out},
-                                            {"forward_in", "forward", 0, Pass::In},
-                                            {"forward_out", "forward", kShards, Pass::Out}};
+                                            {"forward", "forward", 0, Pass::Out}};
     return table;
 }
 
@@ -76,7 +76,7 @@ std::string headTableText() {
     const std::string clear =
         "meta mark set meta mark & " + hex(~(kAllowedIn | kAllowedOut));
     std::string body;
-    for (const char* hook : {"input", "output", "forward"}) {
+    for (const char* hook : {"prerouting", "output", "forward"}) {
         body += chainText(hook,
                           std::string("\t\ttype filter hook ") + hook +
                               " priority filter - 1; policy accept;\n",
