@@ -59,7 +59,20 @@ INSTANTIATE_TEST_SUITE_P(
                  "allow ip from any to any tcpoptions mss,!sack ipoptions rr iptos "
                  "lowdelay,!mincost"},
         Accepted{"allow via 3232235777", "allow ip from any to any via 192.168.1.1"},
-        Accepted{"allow proto tcp dst-port 0-0", "allow ip from any to any proto tcp dst-port 0"}));
+        Accepted{"allow proto tcp dst-port 0-0", "allow ip from any to any proto tcp dst-port 0"},
+        Accepted{"prob 0.5 deny log logamount 0 proto tcp src-port any tcpflags syn,!ack",
+                 "prob 0.500000 deny log ip from any to any proto tcp setup"},
+        // Every fragment the generator writes, in its order.
+        Accepted{"allow proto tcp src-ip me dst-ip any src-port any dst-port any icmptypes 18 "
+                 "tcpflags urg tcpoptions cc ipoptions rr iptos congestion mac any any via "
+                 "3232235777 keep-state",
+                 "allow ip from any to any proto tcp src-ip me icmptypes 18 tcpflags urg "
+                 "tcpoptions cc ipoptions rr iptos congestion MAC any any via 192.168.1.1 "
+                 "keep-state"},
+        Accepted{"allow not proto udp src-ip 1/0,db.example.com,4294967295/32 src-port "
+                 "0-0,0,65535 mac 00:1A:2b:3C:4d:5E/40 any via bridge100.1_a-*",
+                 "allow ip from any to any not proto udp src-port 0,0,65535 MAC "
+                 "00:1a:2b:3c:4d:00/40 any via bridge100.1_a-*"}));
 
 INSTANTIATE_TEST_SUITE_P(
     Grammar, AcceptedBody,
