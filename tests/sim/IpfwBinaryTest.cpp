@@ -129,20 +129,6 @@ TEST_F(IpfwBinary, CreatesItsStateWhereToldOrSaysWhyNot) {
     EXPECT_EQ(malformed.err, "ipfw: IPFW_SIM_NOW: malformed value ``soon''\n");
 }
 
-TEST_F(IpfwBinary, LeavesACorruptStateUntouched) {
-    run("ipfw -q add 100 allow proto tcp");
-    const std::string path = dir.file("state/rules");
-    std::string damaged = readFile(path);
-    damaged.replace(damaged.find("action=allow"), 12, "action=????");
-    writeFile(path, damaged);
-    for (const char* command : {"ipfw show", "ipfw -q add 200 allow proto udp", "ipfw -q flush"}) {
-        ShellResult result = run(command);
-        EXPECT_EQ(result.exitCode, 65) << command;
-        EXPECT_NE(result.err.find("state file is corrupt"), std::string::npos) << result.err;
-    }
-    EXPECT_EQ(readFile(path), damaged);
-}
-
 TEST_F(IpfwBinary, SystemResolverAnswersAtAddTime) {
     EXPECT_EQ(run("unset IPFW_SIM_HOSTS; ipfw add 100 allow dst-ip localhost").out,
               "00100 allow ip from any to any dst-ip 127.0.0.1\n");
@@ -150,30 +136,6 @@ TEST_F(IpfwBinary, SystemResolverAnswersAtAddTime) {
         run("unset IPFW_SIM_HOSTS; ipfw -q add 200 allow dst-ip no-such-host.invalid 2>&1");
     EXPECT_EQ(unknown.out, "ipfw: hostname ``no-such-host.invalid'' unknown\n");
     EXPECT_EQ(unknown.exitCode, 68);
-}
-
-// sysctl switches the logging of the same state off and on; packets seen while it is off
-// do not use up the budget.
-TEST_F(IpfwBinary, LogsPacketsToTheFileOfTheIpfwBlockWhileVerbose) {
-    const std::string log = dir.file("ipfw.log");
-    writeFile(dir.file("syslog.conf"),
-              "*.err\t/dev/null-not-here\n!ipfw\n*.*\t\t" + log + "\n!*\n");
-    run("ipfw -q add 3100 deny log logamount 1 proto tcp dst-port 22");
-    const std::string packet = "ipfw packet tcp 10.0.0.1:1234 10.0.0.2:22 in via en0";
-    const std::string logged =
-        "Nov 14 22:13:20 myhost kernel: ipfw: 3100 Deny TCP 10.0.0.1:1234 10.0.0.2:22 in via en0\n"
-        "Nov 14 22:13:20 myhost kernel: ipfw: limit 1 reached on entry 3100\n";
-    EXPECT_EQ(run(packet + " && " + packet).out, "3100 Deny\n3100 Deny\n");
-    EXPECT_EQ(readFile(log), logged);
-    EXPECT_EQ(run("ipfw show 3100").out,
-              "03100 2 80 deny log logamount 1 ip from any to any proto tcp dst-port 22\n");
-
-    EXPECT_EQ(run("ipfw -q resetlog && sysctl -w net.inet.ip.fw.verbose=0 && " + packet).out,
-              "net.inet.ip.fw.verbose: 1 -> 0\n3100 Deny\n");
-    EXPECT_EQ(readFile(log), logged);
-    EXPECT_EQ(run("sysctl -w net.inet.ip.fw.verbose=1 && " + packet).out,
-              "net.inet.ip.fw.verbose: 0 -> 1\n3100 Deny\n");
-    EXPECT_EQ(readFile(log), logged + logged);
 }
 
 // The rows run in order against one state: each row's value is what earlier rows left.

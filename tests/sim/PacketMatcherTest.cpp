@@ -163,7 +163,7 @@ TEST(PacketLog, WritesTheKernelLineToTheFileSyslogRoutesTo) {
 }
 
 // The budget counts logged packets only; resetlog renews it and keeps the counters,
-// which zero clears; with verbose off nothing is logged.
+// which zero clears; with verbose off nothing is logged and no budget is used.
 TEST(PacketLog, LogamountResetlogZeroAndVerbose) {
     Session s;
     s.run("-q add 3100 deny log logamount 2 proto tcp");
@@ -186,6 +186,7 @@ TEST(PacketLog, LogamountResetlogZeroAndVerbose) {
     EXPECT_EQ(s.run("-q resetlog"), "");
     s.run("disable verbose");
     s.run(packet);
+    s.run(packet);  // unlogged: the budget stays
     s.run("enable verbose");
     s.run(packet);
     EXPECT_EQ(log, line + line + limit + line + line + limit + line);

@@ -84,7 +84,8 @@ TEST(DeleteCommand, MarksLinesInPlaceUntilTheNextRewrite) {
     EXPECT_EQ(s.console.errors, "");
     EXPECT_EQ(s.store.replaces, 0);
     EXPECT_EQ(s.store.bytes.size(), size);
-    EXPECT_EQ(s.run("list"), "00100 allow ip from any to any proto tcp\n65535 allow ip from any to any\n");
+    EXPECT_EQ(s.run("list"),
+              "00100 allow ip from any to any proto tcp\n65535 allow ip from any to any\n");
     EXPECT_EQ(s.run("-q delete 200"), "");
     EXPECT_EQ(s.console.errors, "ipfw: rule 200 not found\n");
     EXPECT_EQ(s.exitCode, kExitUnavailable);
@@ -96,21 +97,6 @@ TEST(DeleteCommand, MarksLinesInPlaceUntilTheNextRewrite) {
     EXPECT_EQ(s.run("list"),
               "00100 allow ip from any to any proto tcp\n00200 allow ip from any to any proto udp\n"
               "65535 allow ip from any to any\n");
-}
-
-TEST(AddCommand, AppendsInOrderAndOverflowsOutOfOrder) {
-    Session s;
-    s.run("-q add 100 allow proto tcp");
-    s.run("-q add 200 allow proto tcp");
-    EXPECT_EQ(s.store.replaces, 0);
-    StateFile inOrder(s.store.bytes);
-    ASSERT_TRUE(inOrder.open().ok());
-    EXPECT_EQ(inOrder.overflowLines(), 0u);
-    s.run("-q add 150 allow proto tcp");
-    StateFile outOfOrder(s.store.bytes);
-    ASSERT_TRUE(outOfOrder.open().ok());
-    EXPECT_EQ(outOfOrder.overflowLines(), 1u);
-    EXPECT_EQ(s.run("list 150"), "00150 allow ip from any to any proto tcp\n");
 }
 
 TEST(AddCommand, MergesTheOverflowWhenItIsFull) {
@@ -227,15 +213,6 @@ TEST(Refusals, GiveTheMessageAndExitCodeOfTheRealCommand) {
         EXPECT_EQ(s.console.errors, row.errors);
         EXPECT_EQ(s.exitCode, row.exitCode);
     }
-}
-
-TEST(StateChanges, ListingsShareTheLockOtherCommandsDoNot) {
-    EXPECT_FALSE(Simulator::changesState({"show", "3100"}));
-    EXPECT_FALSE(Simulator::changesState({"-S", "list"}));
-    EXPECT_FALSE(Simulator::changesState({"set", "show"}));
-    EXPECT_TRUE(Simulator::changesState({"-q", "add", "100", "allow", "proto", "tcp"}));
-    EXPECT_TRUE(Simulator::changesState({"set", "disable", "3"}));
-    EXPECT_TRUE(Simulator::changesState({"packet", "tcp", "1.1.1.1", "2.2.2.2"}));
 }
 
 TEST(CorruptState, EveryCommandReportsItAndLeavesItAlone) {
