@@ -8,7 +8,9 @@
 namespace simtest {
 namespace {
 
-TEST(PacketMatcher, FirstMatchingRuleInNumberOrderDecides) {
+// The first matching rule in number order decides; rules of disabled sets are passed
+// over; skipto jumps forward.
+TEST(PacketMatcher, FirstMatchingRuleOfAnEnabledSetDecides) {
     Session s;
     s.run("-q add 300 deny proto tcp");
     s.run("-q add 200 allow proto tcp dst-port 22");
@@ -17,25 +19,20 @@ TEST(PacketMatcher, FirstMatchingRuleInNumberOrderDecides) {
     EXPECT_EQ(s.run("packet tcp 10.0.0.1:1000 10.0.0.2:23"), "300 Deny\n");
     EXPECT_EQ(s.run("packet udp 10.0.0.1:1000 10.0.0.2:22"), "65535 Accept\n");
     EXPECT_EQ(s.run("show 100"), "00100 2 80 count ip from any to any proto tcp\n");
-}
 
-TEST(PacketMatcher, SkipsRulesOfDisabledSets) {
-    Session s;
-    s.run("-q add 100 set 3 deny proto tcp");
-    s.run("-q add 200 set 4 reset proto tcp");
-    s.run("-q set disable 3");
-    EXPECT_EQ(s.run("packet tcp 10.0.0.1:1 10.0.0.2:2"), "200 Reset\n");
-    s.run("-q set enable 3 disable 4");
-    EXPECT_EQ(s.run("packet tcp 10.0.0.1:1 10.0.0.2:2"), "100 Deny\n");
-}
-
-TEST(PacketMatcher, SkiptoJumpsForward) {
-    Session s;
-    s.run("-q add 100 skipto 300 proto tcp");
-    s.run("-q add 200 deny proto tcp");
-    s.run("-q add 300 unreach 3 proto tcp");
-    EXPECT_EQ(s.run("packet tcp 10.0.0.1:1 10.0.0.2:2"), "300 Unreach 3\n");
-    EXPECT_EQ(s.run("packet udp 10.0.0.1:1 10.0.0.2:2"), "65535 Accept\n");
+    Session sets;
+    sets.run("-q add 100 set 3 deny proto tcp");
+    sets.run("-q add 200 set 4 reset proto tcp");
+    sets.run("-q add 300 set 5 skipto 500 proto tcp");
+    sets.run("-q add 400 set 5 deny proto tcp");
+    sets.run("-q add 500 set 5 unreach 3 proto tcp");
+    sets.run("-q set disable 3");
+    EXPECT_EQ(sets.run("packet tcp 10.0.0.1:1 10.0.0.2:2"), "200 Reset\n");
+    sets.run("-q set enable 3 disable 4");
+    EXPECT_EQ(sets.run("packet tcp 10.0.0.1:1 10.0.0.2:2"), "100 Deny\n");
+    sets.run("-q set disable 3");
+    EXPECT_EQ(sets.run("packet tcp 10.0.0.1:1 10.0.0.2:2"), "500 Unreach 3\n");
+    EXPECT_EQ(sets.run("packet udp 10.0.0.1:1 10.0.0.2:2"), "65535 Accept\n");
 }
 
 struct Case {

@@ -1,5 +1,6 @@
 // The stored form of rules: the token codec and the indexed state file that "show N"
-// and "add" use without reading every rule.
+// and "add" use without reading every rule. Dynamic entries kept with their rule across
+// rewrites: PacketMatcherTest, whose every command reloads the state.
 
 #include <gtest/gtest.h>
 
@@ -118,26 +119,6 @@ TEST(StateFile, ReportsCorruptionInsteadOfGuessing) {
         EXPECT_EQ(status.code, kExitDataErr) << content;
         EXPECT_EQ(status.message.rfind("state file is corrupt", 0), 0u);
     }
-}
-
-TEST(FirewallState, KeepsDynamicEntriesWithTheirRuleAcrossRewrites) {
-    FirewallState state;
-    ASSERT_TRUE(FirewallState::load(StateFile::format(StateHeader{}, {}), state).ok());
-    state.insert(stored(300, "1"));
-    uint64_t second = state.insert(stored(300, "2"));
-    state.insert(stored(100, "3", 5));
-    state.dynamic().push_back(DynamicEntry{second, FlowId{6, 1, 2, 3, 4}, 99, Counters{1, 40}});
-
-    FirewallState reloaded;
-    ASSERT_TRUE(FirewallState::load(state.serialize(), reloaded).ok());
-    ASSERT_EQ(reloaded.dynamic().size(), 1u);
-    const RuleEntry* parent = reloaded.findByKey(reloaded.dynamic()[0].ruleKey);
-    ASSERT_NE(parent, nullptr);
-    EXPECT_EQ(parent->stored.rule.matches.back().ports[0].low, 2);
-
-    EXPECT_EQ(reloaded.eraseSet(5), 1u);
-    EXPECT_EQ(reloaded.eraseNumbers(300, 300), 2u);
-    EXPECT_TRUE(reloaded.dynamic().empty());
 }
 
 }  // namespace

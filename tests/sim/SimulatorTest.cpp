@@ -8,7 +8,9 @@
 namespace simtest {
 namespace {
 
-TEST(ShowCommand, ListsRulesOfEnabledSetsAndHidesTheOthers) {
+// show and list: rules of disabled sets hidden but for -S, counter columns padded to the
+// widest rule, ranges, and each missing number reported.
+TEST(ShowCommand, ListsEnabledSetsPadsCountersAndReportsMissingNumbers) {
     Session s;
     s.run("-q add 3100 set 19 allow proto tcp");
     EXPECT_EQ(s.run("show 3100"), "03100 0 0 allow ip from any to any proto tcp\n");
@@ -21,55 +23,42 @@ TEST(ShowCommand, ListsRulesOfEnabledSetsAndHidesTheOthers) {
     EXPECT_EQ(s.run("-S show 3100"),
               "# DISABLED 03100 0 0 set 19 allow ip from any to any proto tcp\n");
     EXPECT_EQ(s.run("show"), "65535 0 0 allow ip from any to any\n");
-}
 
-TEST(ShowCommand, PadsCounterColumnsToTheWidestRule) {
-    Session s;
-    s.run("-q add 100 count proto udp");
-    s.run("-q add 200 deny proto tcp");
+    Session counted;
+    counted.run("-q add 100 count proto udp");
+    counted.run("-q add 200 deny proto tcp");
+    counted.run("-q add 300 allow proto udp");
     for (int i = 0; i < 12; ++i) {
-        s.run("packet tcp 1.1.1.1:1 2.2.2.2:2");
+        counted.run("packet tcp 1.1.1.1:1 2.2.2.2:2");
     }
-    EXPECT_EQ(s.run("show 100"), "00100  0   0 count ip from any to any proto udp\n");
-    EXPECT_EQ(s.run("show 200"), "00200 12 480 deny ip from any to any proto tcp\n");
+    EXPECT_EQ(counted.run("show 100"), "00100  0   0 count ip from any to any proto udp\n");
+    EXPECT_EQ(counted.run("show 200"), "00200 12 480 deny ip from any to any proto tcp\n");
+    EXPECT_EQ(counted.run("list 50-200 250 65535"),
+              "00100 count ip from any to any proto udp\n00200 deny ip from any to any proto tcp\n"
+              "65535 allow ip from any to any\n");
+    EXPECT_EQ(counted.console.errors, "ipfw: rule 250 does not exist\n");
+    EXPECT_EQ(counted.exitCode, kExitUnavailable);
 }
 
-TEST(ShowCommand, ListsRangesAndReportsEachMissingNumber) {
-    Session s;
-    s.run("-q add 100 allow proto tcp");
-    s.run("-q add 300 allow proto udp");
-    EXPECT_EQ(s.run("list 50-200 250 65535"),
-              "00100 allow ip from any to any proto tcp\n65535 allow ip from any to any\n");
-    EXPECT_EQ(s.console.errors, "ipfw: rule 250 does not exist\n");
-    EXPECT_EQ(s.exitCode, kExitUnavailable);
-}
-
-TEST(AddCommand, NumbersAutomaticallyAfterTheLastRule) {
+// Automatic numbers follow the last rule (not growing near the top, as in the kernel);
+// a rule under a used number goes after the rule there, and delete removes both.
+TEST(AddCommand, NumbersAutomaticallyAndKeepsRulesOfOneNumberInOrder) {
     Session s;
     EXPECT_EQ(s.run("add allow proto tcp"), "00100 allow ip from any to any proto tcp\n");
     s.run("-q add 3100 allow proto tcp");
     EXPECT_EQ(s.run("add 0 allow proto udp"), "03200 allow ip from any to any proto udp\n");
-    s.run("-q add 65500 allow proto udp");
-    // Near the top the number no longer grows, as in the kernel.
-    EXPECT_EQ(s.run("add allow proto icmp"), "65500 allow ip from any to any proto icmp\n");
-    EXPECT_EQ(s.run("add 65534 allow proto tcp"), "65534 allow ip from any to any proto tcp\n");
-}
-
-TEST(AddCommand, SameNumberGoesAfterTheExistingRuleAndDeleteRemovesBoth) {
-    Session s;
-    s.run("-q add 3100 allow proto tcp");
     s.run("-q add 3100 deny proto udp");
-    s.run("-q add 1000 deny proto icmp");
-    EXPECT_EQ(s.run("list"),
-              "01000 deny ip from any to any proto icmp\n"
+    EXPECT_EQ(s.run("list 3100-3200"),
               "03100 allow ip from any to any proto tcp\n"
               "03100 deny ip from any to any proto udp\n"
-              "65535 allow ip from any to any\n");
+              "03200 allow ip from any to any proto udp\n");
     EXPECT_EQ(s.run("-q delete 3100"), "");
     EXPECT_EQ(s.exitCode, kExitOk);
     EXPECT_EQ(s.console.errors, "");
-    EXPECT_EQ(s.run("list"),
-              "01000 deny ip from any to any proto icmp\n65535 allow ip from any to any\n");
+    EXPECT_EQ(s.run("list 3100-3200"), "03200 allow ip from any to any proto udp\n");
+    s.run("-q add 65500 allow proto udp");
+    EXPECT_EQ(s.run("add allow proto icmp"), "65500 allow ip from any to any proto icmp\n");
+    EXPECT_EQ(s.run("add 65534 allow proto tcp"), "65534 allow ip from any to any proto tcp\n");
 }
 
 // A delete by number marks its lines in place, so it costs the same however many rules
