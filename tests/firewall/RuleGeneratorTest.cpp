@@ -111,43 +111,38 @@ TEST_F(RuleGeneratorTest, WorkedExampleCheckStateIgnoresEveryOtherField) {
     EXPECT_EQ("prob 0.5 check-state", render(rule));
 }
 
-TEST_F(RuleGeneratorTest, ActionsAndLogging) {
+// Actions and their logging, the probability to six significant digits, and the forms
+// of the protocol.
+TEST_F(RuleGeneratorTest, ActionsProbabilityAndProtocolForms) {
     FwRule rule = tcpRule();
     rule.set_action(ACTION_RESET);
     EXPECT_EQ(" reset log logamount 0 proto tcp", render(rule));
-    rule.set_action(ACTION_ALLOW);
-    EXPECT_EQ(" allow proto tcp", render(rule));
     rule.set_action(ACTION_UNREACH);
     rule.set_unreach_code(-1);
     EXPECT_EQ(" unreach -1 log logamount 0 proto tcp", render(rule));
     rule.clear_action();  // reads as allow
     EXPECT_EQ(" allow proto tcp", render(rule));
-}
 
-TEST_F(RuleGeneratorTest, ProbabilityUsesSixSignificantDigits) {
-    FwRule rule;
     rule.set_probability(1);
-    EXPECT_EQ("prob 1 allow", render(rule));
+    EXPECT_EQ("prob 1 allow proto tcp", render(rule));
     rule.set_probability(0.1234567);
-    EXPECT_EQ("prob 0.123457 allow", render(rule));
+    EXPECT_EQ("prob 0.123457 allow proto tcp", render(rule));
     rule.set_probability(1e-7);
-    EXPECT_EQ("prob 1e-07 allow", render(rule));
-}
+    EXPECT_EQ("prob 1e-07 allow proto tcp", render(rule));
 
-TEST_F(RuleGeneratorTest, ProtocolForms) {
-    FwRule rule;
-    FwProtocol* proto = rule.mutable_protocol();
+    FwRule bare;
+    FwProtocol* proto = bare.mutable_protocol();
     proto->set_type(PROTO_SPECIFIED);
-    EXPECT_EQ(" allow proto tcp", render(rule));  // protocol absent reads as TCP
+    EXPECT_EQ(" allow proto tcp", render(bare));  // protocol absent reads as TCP
     proto->set_protocol(PROTO_VALUE_UDP);
     proto->set_exclude(true);
-    EXPECT_EQ(" allow not proto udp", render(rule));
+    EXPECT_EQ(" allow not proto udp", render(bare));
     proto->set_protocol(PROTO_VALUE_IP);
     proto->set_exclude(false);
-    EXPECT_EQ(" allow proto ip", render(rule));
+    EXPECT_EQ(" allow proto ip", render(bare));
     proto->set_type(PROTO_ALL);
     proto->set_exclude(true);
-    EXPECT_EQ(" allow proto all", render(rule));
+    EXPECT_EQ(" allow proto all", render(bare));
 }
 
 TEST_F(RuleGeneratorTest, AddressListSeparatorsAndSkippedEntries) {

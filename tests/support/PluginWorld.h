@@ -123,12 +123,9 @@ protected:
         return false;
     }
 
-    std::string optionsXml(bool enableFw = true, bool enableNotify = true) const {
-        return "<key>FwOptions</key><dict>"
-               "<key>enable_fw</key><" +
-               std::string(enableFw ? "true" : "false") + "/><key>enable_notify</key><" +
-               (enableNotify ? "true" : "false") +
-               "/><key>default_set_num</key><integer>19</integer>"
+    std::string optionsXml() const {
+        return "<key>FwOptions</key><dict><key>enable_fw</key><true/><key>enable_notify</key>"
+               "<true/><key>default_set_num</key><integer>19</integer>"
                "<key>exception_set_num</key><integer>18</integer>"
                "<key>fw_log_path</key><string>" +
                fwLog() + "</string><key>syslog_conf</key><string>" + syslogConf() +
