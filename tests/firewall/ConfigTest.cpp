@@ -104,21 +104,23 @@ TEST_F(FwConfigTest, MissingLocationOrFileIsLoggedAndNotReady) {
     EXPECT_FALSE(std::filesystem::exists(path()));
 }
 
-TEST_F(FwConfigTest, MissingOptionsTakeDefaultsWithoutWriting) {
+// Missing options take their defaults without a write; set numbers outside 1..30 fall
+// back to theirs.
+TEST_F(FwConfigTest, OptionsTakeTheirDefaults) {
     seed(ruleList({}), ruleList({}));
     const std::string before = readFile(path());
-    FwConfig config;
-    ASSERT_TRUE(config.IsReady());
-    EXPECT_TRUE(config.IsFwEnable());
-    EXPECT_TRUE(config.IsNotifyEnable());
-    EXPECT_EQ(19, config.GetNormalSetNum());
-    EXPECT_EQ(18, config.GetExceptionSetNum());
-    EXPECT_EQ("/var/log/Quorvane/QvrnCore/ipfw.log", config.GetFwLogPath());
-    EXPECT_EQ("/etc/syslog.conf", config.GetSysConfPath());
+    {
+        FwConfig config;
+        ASSERT_TRUE(config.IsReady());
+        EXPECT_TRUE(config.IsFwEnable());
+        EXPECT_TRUE(config.IsNotifyEnable());
+        EXPECT_EQ(19, config.GetNormalSetNum());
+        EXPECT_EQ(18, config.GetExceptionSetNum());
+        EXPECT_EQ("/var/log/Quorvane/QvrnCore/ipfw.log", config.GetFwLogPath());
+        EXPECT_EQ("/etc/syslog.conf", config.GetSysConfPath());
+    }
     EXPECT_EQ(before, readFile(path()));
-}
 
-TEST_F(FwConfigTest, SetNumbersOutsideOneToThirtyFallBack) {
     struct Case {
         int normal, exception;
         int normalAfter, exceptionAfter;

@@ -101,7 +101,9 @@ TEST_F(RuleMgrTest, InitReinstallsSavedRulesInACleanSetAndStartsAfterTheLargest)
     EXPECT_EQ(10u, first.rule_index());
 }
 
-TEST_F(RuleMgrTest, AllocationProbesUpwardAndSpacesByTen) {
+// Numbers other sets hold are probed past, then numbering spaces by ten; at the top of
+// the range 65535 is handed out unprobed, and ipfw refuses it.
+TEST_F(RuleMgrTest, AllocationProbesUpwardSpacesByTenAndStopsAtTheTop) {
     qvtest::LogCapture log;
     for (int number : {3100, 3101, 3102}) {
         ipfw.ipfw("-q add " + std::to_string(number) + " set 2 allow proto tcp");
@@ -120,6 +122,20 @@ TEST_F(RuleMgrTest, AllocationProbesUpwardAndSpacesByTen) {
     EXPECT_TRUE(log.has(6, "RuleMgr::GenNextRuleNum Gened rule num is 3103"));
     EXPECT_EQ((std::vector<int>{3103, 3110}), listed(19));
     EXPECT_EQ(5u, ran("ipfw show "));
+
+    RuleMgr top(generator, ipfw, 3100, 18);
+    Guard<Mutex> topLock(top.mutex());
+    FwRuleList saved;
+    *saved.add_rules() = tcpRule(65520);
+    top.Init(saved);
+    for (int n = 65530; n <= 65534; ++n) {
+        ipfw.ipfw("-q add " + std::to_string(n) + " set 1 allow proto tcp");
+    }
+    FwRule rule = tcpRule();
+    EXPECT_EQ(FW_ERR_RULE_REFUSED, top.AddRule(rule));
+    EXPECT_EQ(65535u, rule.rule_index());
+    EXPECT_TRUE(log.has(6, "RuleMgr::GenNextRuleNum Gened rule num is 65535"));
+    EXPECT_EQ(0u, ran("ipfw show 65535"));
 }
 
 TEST_F(RuleMgrTest, ProbeAnswerMustMatchExactlyApartFromTrailingBlanks) {
@@ -141,23 +157,6 @@ TEST_F(RuleMgrTest, ProbeAnswerMustMatchExactlyApartFromTrailingBlanks) {
         EXPECT_EQ(0, mgr->AddRule(rule));
         EXPECT_EQ(expected, rule.rule_index());
     }
-}
-
-TEST_F(RuleMgrTest, TopOfTheRangeIsHandedOutUnprobedAndRefused) {
-    qvtest::LogCapture log;
-    RuleMgr mgr(generator, ipfw, 3100, 19);
-    Guard<Mutex> lock(mgr.mutex());
-    FwRuleList saved;
-    *saved.add_rules() = tcpRule(65520);
-    mgr.Init(saved);
-    for (int n = 65530; n <= 65534; ++n) {
-        ipfw.ipfw("-q add " + std::to_string(n) + " set 1 allow proto tcp");
-    }
-    FwRule rule = tcpRule();
-    EXPECT_EQ(FW_ERR_RULE_REFUSED, mgr.AddRule(rule));
-    EXPECT_EQ(65535u, rule.rule_index());
-    EXPECT_TRUE(log.has(6, "RuleMgr::GenNextRuleNum Gened rule num is 65535"));
-    EXPECT_EQ(0u, ran("ipfw show 65535"));
 }
 
 TEST_F(RuleMgrTest, RefusedRuleConsumesItsNumberAndLogsTheCommand) {

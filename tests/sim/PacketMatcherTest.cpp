@@ -191,13 +191,5 @@ TEST(PacketLog, LogamountResetlogZeroAndVerbose) {
     EXPECT_EQ(s.run("show 3100"), "03100 0 0 deny log logamount 2 ip from any to any proto tcp\n");
 }
 
-TEST(PacketLog, NothingIsWrittenWithoutARoute) {
-    Session s;
-    s.env.syslogConf = "";
-    s.run("-q add 3100 deny log proto tcp");
-    EXPECT_EQ(s.run("packet tcp 10.0.0.1:1 10.0.0.2:2"), "3100 Deny\n");
-    EXPECT_TRUE(s.env.files.empty());
-}
-
 }  // namespace
 }  // namespace simtest

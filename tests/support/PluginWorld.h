@@ -9,6 +9,7 @@
 #include <stdlib.h>
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <chrono>
 #include <functional>
 #include <map>
@@ -152,22 +153,22 @@ protected:
         ASSERT_EQ(start(), 0);
     }
 
-    // Calls the handler of `cmd` as a host does: the table's row, else the default
-    // handler. The response is copied into `response` and released.
-    int call(int cmd, const void* in, int inLen, std::string* response = nullptr) {
+    // The handler a host calls for `cmd`: the table's row, else the default handler.
+    QvCommandHandler handler(int cmd) const {
         const QvHandlerEntry* table = nullptr;
         int count = 0;
         QvCommandHandler fallback = nullptr;
         EXPECT_EQ(plugin->getHandlers(&table, &count, &fallback), 0);
-        QvCommandHandler handler = fallback;
-        for (int i = 0; i < count; ++i) {
-            if (table[i].cmd == cmd) {
-                handler = table[i].handler;
-            }
-        }
+        const auto row = std::find_if(table, table + count,
+                                      [cmd](const QvHandlerEntry& e) { return e.cmd == cmd; });
+        return row != table + count ? row->handler : fallback;
+    }
+
+    // Calls the handler of `cmd`; the response is copied into `response` and released.
+    int call(int cmd, const void* in, int inLen, std::string* response = nullptr) {
         void* out = nullptr;
         int outLen = -1;
-        const int code = handler(cmd, in, inLen, &out, &outLen);
+        const int code = handler(cmd)(cmd, in, inLen, &out, &outLen);
         if (response != nullptr && out != nullptr && outLen > 0) {
             response->assign(static_cast<const char*>(out), outLen);
         }
