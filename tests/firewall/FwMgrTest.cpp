@@ -78,16 +78,6 @@ protected:
         return -1;
     }
 
-    // The numbers ipfw holds in `set`, in its order.
-    std::vector<uint32_t> installed(int set) const {
-        std::vector<uint32_t> numbers;
-        for (const qvtest::IpfwRuleLine& rule : qvtest::parseIpfwListing(ipfw->ipfw("-S list"))) {
-            if (rule.set == set) {
-                numbers.push_back(static_cast<uint32_t>(rule.number));
-            }
-        }
-        return numbers;
-    }
     std::vector<uint32_t> stored(bool exception) const {
         FwRuleList list;
         EXPECT_EQ(0, exception ? manager->GetExcpRules(list) : manager->GetAllNormalRules(list));
@@ -168,8 +158,7 @@ protected:
         } else if (pick < 34) {
             call(exception ? QV_CMD_SET_EXCP_RULE_LIST : QV_CMD_SET_RULE_LIST, list);
         } else if (pick < 39) {
-            call(exception ? QV_CMD_DELETE_EXCP_RULE : QV_CMD_DELETE_RULE,
-                 someStored(exception));
+            call(exception ? QV_CMD_DELETE_EXCP_RULE : QV_CMD_DELETE_RULE, someStored(exception));
         } else if (below(4) == 0) {
             call(exception ? QV_CMD_FLUSH_EXCP_RULES
                            : (below(4) == 0 ? QV_CMD_FLUSH_RULES : QV_CMD_FLUSH_NORMAL_RULES),
@@ -181,7 +170,7 @@ protected:
     // as the stored flag says.
     void expectStoreAndIpfwAgree() {
         for (const auto& [set, exception] : {std::pair{19, false}, std::pair{18, true}}) {
-            std::vector<uint32_t> inIpfw = installed(set);
+            std::vector<uint32_t> inIpfw = qvtest::numbersInSet(ipfw->ipfw("-S list"), set);
             std::sort(inIpfw.begin(), inIpfw.end());
             EXPECT_EQ(stored(exception), inIpfw) << ipfw->ipfw("-S list");
             EXPECT_EQ(inIpfw.end(), std::adjacent_find(inIpfw.begin(), inIpfw.end()));

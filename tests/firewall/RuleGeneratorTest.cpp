@@ -145,7 +145,7 @@ TEST_F(RuleGeneratorTest, ActionsProbabilityAndProtocolForms) {
     EXPECT_EQ(" allow proto all", render(bare));
 }
 
-TEST_F(RuleGeneratorTest, AddressListSeparatorsAndSkippedEntries) {
+TEST_F(RuleGeneratorTest, AddressAndPortListSeparatorsAndSkippedEntries) {
     FwRule rule;
     FwIp* src = rule.mutable_src_ip();
     src->set_ip_type(IP_LIST);
@@ -168,19 +168,17 @@ TEST_F(RuleGeneratorTest, AddressListSeparatorsAndSkippedEntries) {
     addIp(dst, 4294967295u, 32);
     dst->set_ip_type(IP_LIST);
     EXPECT_EQ(" allow dst-ip 1/0,db.example.com,4294967295/32", render(second));
-}
 
-TEST_F(RuleGeneratorTest, PortListsAndRanges) {
-    FwRule rule;
-    FwPort* port = rule.mutable_src_port();
+    FwRule ports;
+    FwPort* port = ports.mutable_src_port();
     port->set_port_type(PORT_LIST);
-    EXPECT_EQ(" allow src-port ", render(rule));
+    EXPECT_EQ(" allow src-port ", render(ports));
     port->add_ports()->set_use_range(true);   // range message absent reads 0-0
     port->add_ports()->set_use_range(false);  // port absent reads 0
     Port* high = port->add_ports();
     high->set_use_range(false);
     high->set_port(65535);
-    EXPECT_EQ(" allow src-port 0-0,0,65535", render(rule));
+    EXPECT_EQ(" allow src-port 0-0,0,65535", render(ports));
 }
 
 TEST_F(RuleGeneratorTest, IcmpTypesAndOptionLists) {
@@ -258,7 +256,7 @@ TEST_F(RuleGeneratorTest, MacAddressValidation) {
     render(otherSide, FW_ERR_MAC);
 }
 
-TEST_F(RuleGeneratorTest, UnsafeHostNamesNeverReachTheRuleText) {
+TEST_F(RuleGeneratorTest, UnsafeHostAndInterfaceNamesNeverReachTheRuleText) {
     qvtest::LogCapture log;
     const std::string tooLong(254, 'a');
     for (const std::string& host :
@@ -281,10 +279,7 @@ TEST_F(RuleGeneratorTest, UnsafeHostNamesNeverReachTheRuleText) {
     addHost(fine.mutable_src_ip(), "File-Server_01.example.com");
     addHost(fine.mutable_src_ip(), std::string(253, 'b'));
     EXPECT_EQ(" allow src-ip File-Server_01.example.com," + std::string(253, 'b'), render(fine));
-}
 
-TEST_F(RuleGeneratorTest, UnsafeInterfaceNamesNeverReachTheRuleText) {
-    qvtest::LogCapture log;
     for (const std::string& device :
          {std::string("en0;reboot"), std::string("en0 in"), std::string("$IFS"),
           std::string("en/0"), std::string("0123456789abcdef"), std::string("en0\0x", 5)}) {
@@ -295,15 +290,15 @@ TEST_F(RuleGeneratorTest, UnsafeInterfaceNamesNeverReachTheRuleText) {
     }
     EXPECT_TRUE(log.has(3, "RuleGenerator::GenViaInterface invalid interface name en0;reboot"));
 
-    FwRule fine;
-    fine.mutable_via_interface()->set_type(FW_IF_TYPE_NAME);
-    fine.mutable_via_interface()->set_device("bridge100.1_a-*");
-    EXPECT_EQ(" allow via bridge100.1_a-\\*", render(fine));
+    FwRule named;
+    named.mutable_via_interface()->set_type(FW_IF_TYPE_NAME);
+    named.mutable_via_interface()->set_device("bridge100.1_a-*");
+    EXPECT_EQ(" allow via bridge100.1_a-\\*", render(named));
     // An address-typed interface ignores the device text entirely.
-    fine.mutable_via_interface()->set_type(FW_IF_TYPE_3);
-    fine.mutable_via_interface()->set_device("en0;reboot");
-    fine.mutable_via_interface()->set_ip(16909060);
-    EXPECT_EQ(" allow via 16909060", render(fine));
+    named.mutable_via_interface()->set_type(FW_IF_TYPE_3);
+    named.mutable_via_interface()->set_device("en0;reboot");
+    named.mutable_via_interface()->set_ip(16909060);
+    EXPECT_EQ(" allow via 16909060", render(named));
 }
 
 #ifdef NDEBUG

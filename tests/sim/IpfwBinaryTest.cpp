@@ -128,8 +128,9 @@ TEST_F(IpfwBinary, SystemResolverAnswersAtAddTime) {
     EXPECT_EQ(unknown.exitCode, 68);
 }
 
-// The rows run in order against one state: each row's value is what earlier rows left.
-TEST_F(IpfwBinary, SysctlReadsAndSetsTheVerboseSwitchAsFreeBSDsCommand) {
+// sysctl's rows run in order against one state: each row's value is what earlier rows
+// left. killall accepts only the syslogd reload.
+TEST_F(IpfwBinary, SysctlAndKillallAnswerAsFreeBSDsCommands) {
     const std::string usage =
         "usage: sysctl [-bdehNnoqx] name[=value] ...\n"
         "       sysctl [-bdehNnoqx] -a\n";
@@ -153,9 +154,7 @@ TEST_F(IpfwBinary, SysctlReadsAndSetsTheVerboseSwitchAsFreeBSDsCommand) {
         {"sysctl", "", usage, 1},
         {"sysctl -a", "", "sysctl: option -a: not supported by the simulator\n", 1},
     });
-}
 
-TEST_F(IpfwBinary, KillallOnlyAcceptsTheSyslogdReload) {
     const std::string refusal = "killall: only 'killall -HUP syslogd' is simulated\n";
     struct Row {
         const char* command;

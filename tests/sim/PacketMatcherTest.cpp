@@ -87,7 +87,7 @@ INSTANTIATE_TEST_SUITE_P(
              "udp 1.1.1.1:1 2.2.2.2:2 mac 11:11:11:11:11:11 00:1a:2b:3c:4d:5e",
              "udp 1.1.1.1:1 2.2.2.2:2"}));
 
-TEST(PacketMatcher, KeepStateLetsTheAnswerBackThroughCheckState) {
+TEST(PacketMatcher, KeepStateLetsTheAnswerBackUntilItExpiresOrItsRuleGoes) {
     Session s;
     s.run("-q add 100 check-state");
     s.run("-q add 200 allow proto tcp src-ip me keep-state");
@@ -101,21 +101,19 @@ TEST(PacketMatcher, KeepStateLetsTheAnswerBackThroughCheckState) {
               "00200 2 80 allow ip from any to any proto tcp src-ip me keep-state\n"
               "## Dynamic rules:\n"
               "00200 1 40 (300s) STATE tcp 10.0.0.2 5000 <-> 1.1.1.1 80\n");
-}
 
-TEST(PacketMatcher, DynamicEntriesExpireAndGoWithTheirRule) {
-    Session s;
-    s.run("-q add 100 check-state");
-    s.run("-q add 150 deny proto udp src-port 53");
-    s.run("-q add 200 allow proto udp keep-state");
-    s.run("packet udp 10.0.0.2:4000 9.9.9.9:53");
-    EXPECT_EQ(s.run("packet udp 9.9.9.9:53 10.0.0.2:4000"), "200 Accept (state)\n");
-    s.env.clock += 11;  // UDP entries live ten seconds after their last packet
-    EXPECT_EQ(s.run("packet udp 9.9.9.9:53 10.0.0.2:4000"), "150 Deny\n");
-    EXPECT_EQ(s.run("packet udp 10.0.0.2:4000 9.9.9.9:53"), "200 Accept\n");
-    EXPECT_EQ(s.run("packet udp 9.9.9.9:53 10.0.0.2:4000"), "200 Accept (state)\n");
-    s.run("-q delete 200");
-    EXPECT_EQ(s.run("packet udp 9.9.9.9:53 10.0.0.2:4000"), "150 Deny\n");
+    Session udp;
+    udp.run("-q add 100 check-state");
+    udp.run("-q add 150 deny proto udp src-port 53");
+    udp.run("-q add 200 allow proto udp keep-state");
+    udp.run("packet udp 10.0.0.2:4000 9.9.9.9:53");
+    EXPECT_EQ(udp.run("packet udp 9.9.9.9:53 10.0.0.2:4000"), "200 Accept (state)\n");
+    udp.env.clock += 11;  // UDP entries live ten seconds after their last packet
+    EXPECT_EQ(udp.run("packet udp 9.9.9.9:53 10.0.0.2:4000"), "150 Deny\n");
+    EXPECT_EQ(udp.run("packet udp 10.0.0.2:4000 9.9.9.9:53"), "200 Accept\n");
+    EXPECT_EQ(udp.run("packet udp 9.9.9.9:53 10.0.0.2:4000"), "200 Accept (state)\n");
+    udp.run("-q delete 200");
+    EXPECT_EQ(udp.run("packet udp 9.9.9.9:53 10.0.0.2:4000"), "150 Deny\n");
 }
 
 TEST(PacketMatcher, ProbabilityIsReproducibleWithAFixedSeed) {

@@ -1,6 +1,7 @@
-// The stored form of rules: the token codec and the indexed state file that "show N"
-// and "add" use without reading every rule. Dynamic entries kept with their rule across
-// rewrites: PacketMatcherTest, whose every command reloads the state.
+// The stored form of rules: the token codec, and the state file's damage. The file's
+// index (lookups in the sorted part and the overflow, the last number) is reached through
+// SimulatorTest's commands, and dynamic entries kept across rewrites through
+// PacketMatcherTest's: every command there reloads the state.
 
 #include <gtest/gtest.h>
 
@@ -31,7 +32,7 @@ StoredRule stored(uint32_t number, const std::string& port, uint32_t set = 0) {
     return entry;
 }
 
-TEST(RuleCodec, RoundTripsEveryConditionExactly) {
+TEST(RuleCodec, RoundTripsEveryConditionExactlyAndRefusesDamagedTokens) {
     const std::vector<std::vector<std::string>> bodies = {
         {"prob", "0.1234567", "unreach", "host-prohib", "log", "logamount", "7", "udp", "from",
          "not", "10.0.0.0/8,1.2.3.4:255.0.255.0", "53", "to", "me", "not", "in"},
@@ -51,46 +52,12 @@ TEST(RuleCodec, RoundTripsEveryConditionExactly) {
         EXPECT_EQ(encodeRule(decoded), encodeRule(original));
         EXPECT_EQ(decoded.probability, original.probability);
     }
-}
 
-TEST(RuleCodec, RefusesDamagedTokens) {
     Rule rule;
     for (const char* text : {"", "action=explode", "action=allow proto:x", "action=allow src:1/2/3",
                              "action=allow via:n:%4", "action=reject", "action=allow bogus"}) {
         EXPECT_FALSE(decodeRule(text, rule)) << text;
     }
-}
-
-TEST(StateFile, FindsRulesByNumberInSortedPartAndOverflow) {
-    std::string empty = StateFile::format(StateHeader{}, {});
-    StateFile none(empty);
-    ASSERT_TRUE(none.open().ok());
-    EXPECT_EQ(none.lastNumber(), 0u);
-    EXPECT_TRUE(none.linesInRange(0, 65535).empty());
-    EXPECT_TRUE(none.appendKeepsOrder(1));
-
-    std::vector<StoredRule> rules;
-    for (uint32_t n = 100; n <= 5000; n += 100) {
-        rules.push_back(stored(n, std::to_string(n)));
-    }
-    rules.push_back(stored(5000, "1"));  // a second rule under the same number
-    std::string content = StateFile::format(StateHeader{}, rules);
-    content += StateFile::formatRuleLine(stored(2500, "2"));  // overflow, out of order
-    content += StateFile::formatRuleLine(stored(5000, "3"));
-    StateFile file(content);
-    ASSERT_TRUE(file.open().ok());
-    EXPECT_EQ(file.linesInRange(2500, 2500).size(), 2u);
-    EXPECT_EQ(file.linesInRange(2550, 2550).size(), 0u);
-    EXPECT_EQ(file.linesInRange(1, 99).size(), 0u);
-    std::vector<std::string_view> fives = file.linesInRange(5000, 5000);
-    ASSERT_EQ(fives.size(), 3u);
-    // Rules of one number keep the order in which they were added.
-    EXPECT_NE(fives[0].find("dst-port:5000-5000"), std::string_view::npos);
-    EXPECT_NE(fives[2].find("dst-port:3-3"), std::string_view::npos);
-    EXPECT_EQ(file.linesInRange(1, 65535).size(), 53u);
-    EXPECT_EQ(file.lastNumber(), 5000u);
-    EXPECT_EQ(file.overflowLines(), 2u);
-    EXPECT_FALSE(file.appendKeepsOrder(6000));
 }
 
 TEST(StateFile, IgnoresAnInterruptedLastLine) {

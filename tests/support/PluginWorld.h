@@ -38,30 +38,21 @@ constexpr int kExceptionSet = 18;
 
 // Events the plug-in handed to the notification callback. The callback has no context
 // argument, hence one process-wide record.
-class CallbackEvents {
-public:
+struct CallbackEvents {
     static void record(int code, const void* data, int length) {
-        std::lock_guard<std::mutex> lock(mutex());
-        list().push_back({code, std::string(static_cast<const char*>(data), length)});
+        std::lock_guard<std::mutex> lock(mutex);
+        events.push_back({code, std::string(static_cast<const char*>(data), length)});
     }
     static std::vector<std::pair<int, std::string>> all() {
-        std::lock_guard<std::mutex> lock(mutex());
-        return list();
-    }
-    static void clear() {
-        std::lock_guard<std::mutex> lock(mutex());
-        list().clear();
-    }
-
-private:
-    static std::mutex& mutex() {
-        static std::mutex m;
-        return m;
-    }
-    static std::vector<std::pair<int, std::string>>& list() {
-        static std::vector<std::pair<int, std::string>> events;
+        std::lock_guard<std::mutex> lock(mutex);
         return events;
     }
+    static void clear() {
+        std::lock_guard<std::mutex> lock(mutex);
+        events.clear();
+    }
+    static inline std::mutex mutex;
+    static inline std::vector<std::pair<int, std::string>> events;
 };
 
 // True once `condition` holds, false if it still does not after `limit`.
@@ -229,22 +220,15 @@ protected:
         }
         return rules;
     }
-    static std::vector<uint32_t> installedNumbers(int set) {
-        std::vector<uint32_t> numbers;
-        for (const IpfwRuleLine& rule : installed(set)) {
-            numbers.push_back(static_cast<uint32_t>(rule.number));
-        }
-        return numbers;
-    }
-
     // The store and ipfw hold the same rule numbers in both sets.
     void expectStoreAndIpfwAgree() {
         auto sorted = [](std::vector<uint32_t> v) {
             std::sort(v.begin(), v.end());
             return v;
         };
-        EXPECT_EQ(sorted(stored(false)), installedNumbers(kNormalSet)) << ipfw("-S show");
-        EXPECT_EQ(sorted(stored(true)), installedNumbers(kExceptionSet)) << ipfw("-S show");
+        const std::string listing = ipfw("-S show");
+        EXPECT_EQ(sorted(stored(false)), numbersInSet(listing, kNormalSet)) << listing;
+        EXPECT_EQ(sorted(stored(true)), numbersInSet(listing, kExceptionSet)) << listing;
     }
 
     // ---- rules -----------------------------------------------------------------------
