@@ -217,36 +217,6 @@ TEST_F(PluginTest, RuleListsAnswerOneOrderAndNumberPairPerRule) {
     expectStoreAndIpfwAgree();
 }
 
-// Finalize takes the sets out of ipfw; the next start puts back every stored rule under
-// its number, in the sets as they were switched.
-TEST_F(PluginTest, RestartReinstallsStoredRulesAndTheSwitch) {
-    ASSERT_EQ(start(), 0);
-    add(tcpRule(ACTION_DENY, 22));
-    add(tcpRule(ACTION_ALLOW, 80));
-    add(tcpRule(ACTION_ALLOW, 22), true);
-    EXPECT_EQ(call(QV_CMD_DISABLE_FW), 0);
-    const auto before = ipfw("-S show");
-    auto disabledSets = [] { return ipfw("set show").substr(0, ipfw("set show").find(" enable")); };
-    EXPECT_EQ(disabledSets(), "disable 18 19");
-
-    stop();
-    EXPECT_TRUE(installed(kNormalSet).empty());
-    EXPECT_TRUE(installed(kExceptionSet).empty());
-    ASSERT_EQ(start(), 0);
-    EXPECT_EQ(ipfw("-S show"), before);
-    BoolType enabled;
-    EXPECT_EQ(call(QV_CMD_IS_FW_ENABLE, &enabled), 0);
-    EXPECT_FALSE(enabled.value());
-    EXPECT_EQ(disabledSets(), "disable 18 19");
-    expectStoreAndIpfwAgree();
-    EXPECT_EQ(add(tcpRule(ACTION_DENY, 25)), 3120u);
-
-    EXPECT_EQ(call(QV_CMD_ENABLE_FW), 0);
-    EXPECT_EQ(call(QV_CMD_IS_FW_ENABLE, &enabled), 0);
-    EXPECT_TRUE(enabled.value());
-    EXPECT_EQ(ipfw("packet tcp 10.0.0.1:1234 10.0.0.2:22 in via en0"), "2100 Accept\n");
-}
-
 TEST_F(PluginTest, DeniedPacketReachesCallbackAndHostServiceThroughTheLoggerBlock) {
     ASSERT_EQ(start(), 0);
     add(tcpRule(ACTION_DENY, 22));
