@@ -181,7 +181,7 @@ TEST_F(RuleGeneratorTest, AddressAndPortListSeparatorsAndSkippedEntries) {
     EXPECT_EQ(" allow src-port 0-0,0,65535", render(ports));
 }
 
-TEST_F(RuleGeneratorTest, IcmpTypesAndOptionLists) {
+TEST_F(RuleGeneratorTest, OptionListsAndTheFixedFragmentOrder) {
     FwRule rule;
     rule.add_icmp_type(ICMP_TYPE_ECHO);
     rule.add_icmp_type(ICMP_TYPE_ECHO_REPLY);
@@ -197,29 +197,27 @@ TEST_F(RuleGeneratorTest, IcmpTypesAndOptionLists) {
     mincost->set_exclude(true);
     EXPECT_EQ(" allow icmptypes 8,0 tcpoptions mss,\\!sack ipoptions ts iptos lowdelay,\\!mincost",
               render(rule));
-}
 
-TEST_F(RuleGeneratorTest, FragmentOrderIsFixed) {
-    FwRule rule = tcpRule();
-    rule.set_keep_state(true);
-    rule.mutable_via_interface()->set_type(FW_IF_TYPE_2);
-    rule.mutable_via_interface()->set_ip(3232235777u);
-    rule.set_direction(DIRECT_BOTH);
-    rule.mutable_mac_addr()->mutable_src_mac()->set_type(MAC_ANY);
-    rule.mutable_mac_addr()->mutable_dst_mac()->set_type(MAC_ANY);
-    rule.add_ip_tos()->set_value(IP_TOS_CONGESTION);
-    rule.add_ip_opts()->set_value(IP_OPTION_RR);
-    rule.add_tcp_opts()->set_value(TCP_OPTION_CC);
-    rule.add_tcp_flags()->set_value(TCP_FLAG_URG);
-    rule.add_icmp_type(ICMP_TYPE_ADDRESS_MASK_REPLY);
-    rule.mutable_dst_port()->set_port_type(PORT_ANY);
-    rule.mutable_src_port()->set_port_type(PORT_ANY);
-    rule.mutable_dst_ip()->set_ip_type(IP_ANY);
-    rule.mutable_src_ip()->set_ip_type(IP_ME);
+    FwRule ordered = tcpRule();
+    ordered.set_keep_state(true);
+    ordered.mutable_via_interface()->set_type(FW_IF_TYPE_2);
+    ordered.mutable_via_interface()->set_ip(3232235777u);
+    ordered.set_direction(DIRECT_BOTH);
+    ordered.mutable_mac_addr()->mutable_src_mac()->set_type(MAC_ANY);
+    ordered.mutable_mac_addr()->mutable_dst_mac()->set_type(MAC_ANY);
+    ordered.add_ip_tos()->set_value(IP_TOS_CONGESTION);
+    ordered.add_ip_opts()->set_value(IP_OPTION_RR);
+    ordered.add_tcp_opts()->set_value(TCP_OPTION_CC);
+    ordered.add_tcp_flags()->set_value(TCP_FLAG_URG);
+    ordered.add_icmp_type(ICMP_TYPE_ADDRESS_MASK_REPLY);
+    ordered.mutable_dst_port()->set_port_type(PORT_ANY);
+    ordered.mutable_src_port()->set_port_type(PORT_ANY);
+    ordered.mutable_dst_ip()->set_ip_type(IP_ANY);
+    ordered.mutable_src_ip()->set_ip_type(IP_ME);
     EXPECT_EQ(
         " allow proto tcp src-ip me dst-ip any src-port any dst-port any icmptypes 18 tcpflags "
         "urg tcpoptions cc ipoptions rr iptos congestion mac any any via 3232235777 keep-state",
-        render(rule));
+        render(ordered));
 }
 
 TEST_F(RuleGeneratorTest, MacAddressValidation) {

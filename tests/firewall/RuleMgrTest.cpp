@@ -136,9 +136,7 @@ TEST_F(RuleMgrTest, AllocationProbesUpwardSpacesByTenAndStopsAtTheTop) {
     EXPECT_EQ(65535u, rule.rule_index());
     EXPECT_TRUE(log.has(6, "RuleMgr::GenNextRuleNum Gened rule num is 65535"));
     EXPECT_EQ(0u, ran("ipfw show 65535"));
-}
 
-TEST_F(RuleMgrTest, ProbeAnswerMustMatchExactlyApartFromTrailingBlanks) {
     // Free numbers answer with trailing line ends; 1020 answers with a leading blank,
     // which is not the "does not exist" answer.
     ipfw.override([](const std::string& command) -> Answer {
@@ -150,12 +148,12 @@ TEST_F(RuleMgrTest, ProbeAnswerMustMatchExactlyApartFromTrailingBlanks) {
         return Result<std::string>::Success(number == 1020 ? " " + text + "\n"
                                                            : text + "\r\n\n\t ");
     });
-    auto mgr = cleanSet(1020, 4);
-    Guard<Mutex> lock(mgr->mutex());
+    auto probed = cleanSet(1020, 4);
+    Guard<Mutex> probedLock(probed->mutex());
     for (uint32_t expected : {1021u, 1030u}) {
-        FwRule rule = tcpRule();
-        EXPECT_EQ(0, mgr->AddRule(rule));
-        EXPECT_EQ(expected, rule.rule_index());
+        FwRule probe = tcpRule();
+        EXPECT_EQ(0, probed->AddRule(probe));
+        EXPECT_EQ(expected, probe.rule_index());
     }
 }
 

@@ -102,7 +102,7 @@ TEST_F(IpfwBinary, ThePlugInsCommandLinesBehaveAsTheRealCommand) {
     });
 }
 
-TEST_F(IpfwBinary, CreatesItsStateWhereToldOrSaysWhyNot) {
+TEST_F(IpfwBinary, CreatesItsStateWhereToldAndResolvesHostsAtAddTime) {
     EXPECT_EQ(run("IPFW_SIM_STATE=" + dir.file("a/b/c/rules") + " ipfw flush").out,
               "Flushed all rules.\n");
     ipfwsim::FirewallState state;
@@ -117,9 +117,7 @@ TEST_F(IpfwBinary, CreatesItsStateWhereToldOrSaysWhyNot) {
     ShellResult malformed = run("IPFW_SIM_NOW=soon ipfw show");
     EXPECT_EQ(malformed.exitCode, 64);
     EXPECT_EQ(malformed.err, "ipfw: IPFW_SIM_NOW: malformed value ``soon''\n");
-}
 
-TEST_F(IpfwBinary, SystemResolverAnswersAtAddTime) {
     EXPECT_EQ(run("unset IPFW_SIM_HOSTS; ipfw add 100 allow dst-ip localhost").out,
               "00100 allow ip from any to any dst-ip 127.0.0.1\n");
     ShellResult unknown =

@@ -139,7 +139,10 @@ TEST(PacketMatcher, ProbabilityIsReproducibleWithAFixedSeed) {
     EXPECT_LT(denied, 80u);
 }
 
-TEST(PacketLog, WritesTheKernelLineToTheFileSyslogRoutesTo) {
+// The kernel's line goes to the file syslog routes it to. The budget counts logged
+// packets only; resetlog renews it and keeps the counters, which zero clears; with verbose
+// off nothing is logged and no budget is used.
+TEST(PacketLog, WritesTheKernelLineWithinItsBudgetWhileVerbose) {
     Session s;
     s.run("-q add 3100 deny log logamount 0 proto tcp");
     s.run("-q add 3200 unreach 1 log proto udp");
@@ -155,38 +158,35 @@ TEST(PacketLog, WritesTheKernelLineToTheFileSyslogRoutesTo) {
         "Nov 14 22:13:20 myhost kernel: ipfw: 3200 Reject UDP 10.0.0.1:5 10.0.0.2:6 out via en1\n"
         "Nov 14 22:13:20 myhost kernel: ipfw: 3300 Accept ICMP:8.0 10.0.0.1 10.0.0.2 [no if info]\n"
         "Nov 14 22:13:20 myhost kernel: ipfw: 3400 Reset P:47 10.0.0.1 10.0.0.2 in via gif0\n");
-}
 
-// The budget counts logged packets only; resetlog renews it and keeps the counters,
-// which zero clears; with verbose off nothing is logged and no budget is used.
-TEST(PacketLog, LogamountResetlogZeroAndVerbose) {
-    Session s;
-    s.run("-q add 3100 deny log logamount 2 proto tcp");
+    Session budget;
+    budget.run("-q add 3100 deny log logamount 2 proto tcp");
     const std::string packet = "packet tcp 10.0.0.1:1 10.0.0.2:2 via en0";
     for (int i = 0; i < 4; ++i) {
-        s.run(packet);
+        budget.run(packet);
     }
     const std::string line =
         "Nov 14 22:13:20 myhost kernel: ipfw: 3100 Deny TCP 10.0.0.1:1 10.0.0.2:2 in via en0\n";
     const std::string limit =
         "Nov 14 22:13:20 myhost kernel: ipfw: limit 2 reached on entry 3100\n";
-    const std::string& log = s.env.files["/var/log/ipfw.log"];
+    const std::string& log = budget.env.files["/var/log/ipfw.log"];
     EXPECT_EQ(log, line + line + limit);
-    EXPECT_EQ(s.run("resetlog 3100"), "Entry 3100 logging count reset.\n");
-    EXPECT_EQ(s.run("show 3100"),
+    EXPECT_EQ(budget.run("resetlog 3100"), "Entry 3100 logging count reset.\n");
+    EXPECT_EQ(budget.run("show 3100"),
               "03100 4 160 deny log logamount 2 ip from any to any proto tcp\n");
-    s.run(packet);
-    s.run(packet);
+    budget.run(packet);
+    budget.run(packet);
     EXPECT_EQ(log, line + line + limit + line + line + limit);
-    EXPECT_EQ(s.run("-q resetlog"), "");
-    s.run("disable verbose");
-    s.run(packet);
-    s.run(packet);  // unlogged: the budget stays
-    s.run("enable verbose");
-    s.run(packet);
+    EXPECT_EQ(budget.run("-q resetlog"), "");
+    budget.run("disable verbose");
+    budget.run(packet);
+    budget.run(packet);  // unlogged: the budget stays
+    budget.run("enable verbose");
+    budget.run(packet);
     EXPECT_EQ(log, line + line + limit + line + line + limit + line);
-    EXPECT_EQ(s.run("zero"), "Accounting cleared.\n");
-    EXPECT_EQ(s.run("show 3100"), "03100 0 0 deny log logamount 2 ip from any to any proto tcp\n");
+    EXPECT_EQ(budget.run("zero"), "Accounting cleared.\n");
+    EXPECT_EQ(budget.run("show 3100"),
+              "03100 0 0 deny log logamount 2 ip from any to any proto tcp\n");
 }
 
 }  // namespace

@@ -60,19 +60,7 @@ TEST(RuleCodec, RoundTripsEveryConditionExactlyAndRefusesDamagedTokens) {
     }
 }
 
-TEST(StateFile, IgnoresAnInterruptedLastLine) {
-    std::string content = StateFile::format(StateHeader{}, {stored(100, "1")});
-    content += "00200 0 0 0 0 action=al";
-    StateFile file(content);
-    ASSERT_TRUE(file.open().ok());
-    EXPECT_EQ(file.lastNumber(), 100u);
-    EXPECT_FALSE(file.appendKeepsOrder(300));
-    FirewallState state;
-    ASSERT_TRUE(FirewallState::load(content, state).ok());
-    EXPECT_EQ(state.rules().size(), 1u);
-}
-
-TEST(StateFile, ReportsCorruptionInsteadOfGuessing) {
+TEST(StateFile, ReportsCorruptionButIgnoresAnInterruptedLastLine) {
     std::string good = StateFile::format(StateHeader{}, {stored(100, "1"), stored(200, "2")});
     std::string swapped = StateFile::format(StateHeader{}, {stored(200, "2"), stored(100, "1")});
     std::string badHeader = good;
@@ -86,6 +74,16 @@ TEST(StateFile, ReportsCorruptionInsteadOfGuessing) {
         EXPECT_EQ(status.code, kExitDataErr) << content;
         EXPECT_EQ(status.message.rfind("state file is corrupt", 0), 0u);
     }
+
+    std::string interrupted = StateFile::format(StateHeader{}, {stored(100, "1")});
+    interrupted += "00200 0 0 0 0 action=al";
+    StateFile index(interrupted);
+    ASSERT_TRUE(index.open().ok());
+    EXPECT_EQ(index.lastNumber(), 100u);
+    EXPECT_FALSE(index.appendKeepsOrder(300));
+    FirewallState kept;
+    ASSERT_TRUE(FirewallState::load(interrupted, kept).ok());
+    EXPECT_EQ(kept.rules().size(), 1u);
 }
 
 }  // namespace

@@ -62,8 +62,9 @@ TEST(AddCommand, NumbersAutomaticallyAndKeepsRulesOfOneNumberInOrder) {
 }
 
 // A delete by number marks its lines in place, so it costs the same however many rules
-// there are; the marked lines count nowhere and go with the next rewrite.
-TEST(DeleteCommand, MarksLinesInPlaceUntilTheNextRewrite) {
+// there are; the marked lines count nowhere and go with the next rewrite. Rules added out
+// of order overflow until the overflow is full, then the whole file is merged.
+TEST(StateRewrites, DeleteMarksLinesInPlaceAndAFullOverflowIsMerged) {
     Session s;
     for (const char* number : {"100", "200", "300"}) {
         s.run(std::string("-q add ") + number + " allow proto tcp");
@@ -86,24 +87,25 @@ TEST(DeleteCommand, MarksLinesInPlaceUntilTheNextRewrite) {
     EXPECT_EQ(s.run("list"),
               "00100 allow ip from any to any proto tcp\n00200 allow ip from any to any proto udp\n"
               "65535 allow ip from any to any\n");
-}
 
-TEST(AddCommand, MergesTheOverflowWhenItIsFull) {
-    Session s;
-    s.run("-q add 60000 allow proto tcp");
+    Session full;
+    full.run("-q add 60000 allow proto tcp");
     for (size_t i = 0; i <= StateFile::kOverflowLimit; ++i) {
-        s.run("-q add " + std::to_string(1000 + i) + " allow proto udp");
+        full.run("-q add " + std::to_string(1000 + i) + " allow proto udp");
     }
-    EXPECT_EQ(s.store.replaces, 1);
-    StateFile file(s.store.bytes);
-    ASSERT_TRUE(file.open().ok());
-    EXPECT_LT(file.overflowLines(), 2u);
-    EXPECT_EQ(s.run("list 1000-1999").size(),
+    EXPECT_EQ(full.store.replaces, 1);
+    StateFile merged(full.store.bytes);
+    ASSERT_TRUE(merged.open().ok());
+    EXPECT_LT(merged.overflowLines(), 2u);
+    EXPECT_EQ(full.run("list 1000-1999").size(),
               (StateFile::kOverflowLimit + 1) *
                   std::string("01000 allow ip from any to any proto udp\n").size());
 }
 
-TEST(SetCommand, EnablesDisablesAndShowsSets) {
+// Sets are enabled, disabled and shown (the default rule's set stays). A flush asks only
+// a person at a terminal, and only without -f or -q; it keeps the default rule and leaves
+// disabled sets disabled.
+TEST(SetAndFlushCommands, SwitchSetsAndAskOnlyAPersonAtATerminal) {
     Session s;
     const std::string allEnabled =
         "enable 0 1 2 3 4 5 6 7 8 9 10 11 12 13 14 15 16 17 18 19 20 21 22 23 24 25 26 27 28 29 "
@@ -117,31 +119,27 @@ TEST(SetCommand, EnablesDisablesAndShowsSets) {
               "25 26 27 28 29 30\n");
     s.run("-q set enable 19");
     EXPECT_EQ(s.run("set show"), allEnabled);
-}
 
-// Only a person at a terminal is asked, and only without -f or -q; a flush keeps the
-// default rule and leaves disabled sets disabled.
-TEST(FlushCommand, AsksOnlyAPersonAtATerminalAndKeepsDisabledSets) {
-    Session s;
-    s.run("-q add 3100 set 19 allow proto tcp");
-    s.run("-q set disable 19");
-    s.env.terminal = true;
-    s.console.input = {"maybe", "n"};
-    EXPECT_EQ(s.run("flush"), "Are you sure? [yn] \n");
-    EXPECT_EQ(s.run("-S list 3100"),
+    Session flush;
+    flush.run("-q add 3100 set 19 allow proto tcp");
+    flush.run("-q set disable 19");
+    flush.env.terminal = true;
+    flush.console.input = {"maybe", "n"};
+    EXPECT_EQ(flush.run("flush"), "Are you sure? [yn] \n");
+    EXPECT_EQ(flush.run("-S list 3100"),
               "# DISABLED 03100 set 19 allow ip from any to any proto tcp\n");
-    s.console.input = {"y"};
-    EXPECT_EQ(s.run("flush"), "Are you sure? [yn] \nFlushed all rules.\n");
-    EXPECT_EQ(s.run("-S list"), "65535 set 31 allow ip from any to any\n");
-    EXPECT_EQ(s.run("set show").substr(0, 10), "disable 19");
-    s.run("-q add 3100 allow proto tcp");
-    s.console.input = {};
-    EXPECT_EQ(s.run("flush"), "Are you sure? [yn] ");  // end of input: nothing flushed
-    EXPECT_EQ(s.run("list 3100"), "03100 allow ip from any to any proto tcp\n");
-    EXPECT_EQ(s.run("-f flush"), "Flushed all rules.\n");
-    s.run("-q add 3100 allow proto tcp");
-    EXPECT_EQ(s.run("-q flush"), "");
-    EXPECT_EQ(s.run("list"), "65535 allow ip from any to any\n");
+    flush.console.input = {"y"};
+    EXPECT_EQ(flush.run("flush"), "Are you sure? [yn] \nFlushed all rules.\n");
+    EXPECT_EQ(flush.run("-S list"), "65535 set 31 allow ip from any to any\n");
+    EXPECT_EQ(flush.run("set show").substr(0, 10), "disable 19");
+    flush.run("-q add 3100 allow proto tcp");
+    flush.console.input = {};
+    EXPECT_EQ(flush.run("flush"), "Are you sure? [yn] ");  // end of input: nothing flushed
+    EXPECT_EQ(flush.run("list 3100"), "03100 allow ip from any to any proto tcp\n");
+    EXPECT_EQ(flush.run("-f flush"), "Flushed all rules.\n");
+    flush.run("-q add 3100 allow proto tcp");
+    EXPECT_EQ(flush.run("-q flush"), "");
+    EXPECT_EQ(flush.run("list"), "65535 allow ip from any to any\n");
 }
 
 // A word ending in a comma is joined to the next; one argument can hold the whole
