@@ -12,6 +12,7 @@
 #include "Config.h"
 #include "LogCapture.h"
 #include "QvConfig.h"
+#include "ScopedEnv.h"
 #include "TempDir.h"
 #include "VelaFwInternalMsgConvert.h"
 #include "VelaFwMsgConvert.h"
@@ -52,9 +53,6 @@ using Indexes = std::vector<unsigned int>;
 
 class FwConfigTest : public ::testing::Test {
 protected:
-    void SetUp() override { setenv("QV_CONF_DIR", m_dir.path().c_str(), 1); }
-    void TearDown() override { unsetenv("QV_CONF_DIR"); }
-
     std::string path() const { return m_dir.file("QvFw.conf.plist"); }
     std::string backup() const { return m_dir.file("backup/QvFw.conf.plist"); }
 
@@ -81,6 +79,7 @@ protected:
     }
 
     qvtest::TempDir m_dir;
+    qvtest::ScopedEnv m_confDir{"QV_CONF_DIR", m_dir.path()};
 };
 
 TEST_F(FwConfigTest, MissingLocationOrFileIsLoggedAndNotReady) {
@@ -105,8 +104,8 @@ TEST_F(FwConfigTest, MissingLocationOrFileIsLoggedAndNotReady) {
 }
 
 // Missing options take their defaults without a write; set numbers outside 1..30 fall
-// back to theirs.
-TEST_F(FwConfigTest, OptionsTakeTheirDefaults) {
+// back to theirs; stored rules are sorted stably on reading.
+TEST_F(FwConfigTest, ReadingTakesDefaultsAndSortsRulesStably) {
     seed(ruleList({}), ruleList({}));
     const std::string before = readFile(path());
     {
@@ -136,22 +135,20 @@ TEST_F(FwConfigTest, OptionsTakeTheirDefaults) {
         EXPECT_EQ(c.normalAfter, config.GetNormalSetNum()) << c.normal;
         EXPECT_EQ(c.exceptionAfter, config.GetExceptionSetNum()) << c.exception;
     }
-}
 
-TEST_F(FwConfigTest, StoredRulesAreSortedStablyOnRead) {
     FwRuleList normal = ruleList({5, 2, 9});
     normal.add_rules()->CopyFrom(rule(5, "second five"));
     normal.add_rules()->CopyFrom(rule(1));
     seed(normal, ruleList({30, 10, 20}));
-    FwConfig config;
-    ASSERT_TRUE(config.IsReady());
+    FwConfig sorted;
+    ASSERT_TRUE(sorted.IsReady());
     FwRuleList all;
-    config.GetAllNormalRules(all);
+    sorted.GetAllNormalRules(all);
     EXPECT_EQ((Indexes{1, 2, 5, 5, 9}), indexesOf(all));
     EXPECT_EQ("rule 5", all.rules(2).description());
     EXPECT_EQ("second five", all.rules(3).description());
     FwRuleList exceptions;
-    config.GetExceptionRules(exceptions);
+    sorted.GetExceptionRules(exceptions);
     EXPECT_EQ((Indexes{10, 20, 30}), indexesOf(exceptions));
 }
 

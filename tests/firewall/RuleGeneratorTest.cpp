@@ -45,7 +45,10 @@ protected:
     RuleGenerator generator;
 };
 
-TEST_F(RuleGeneratorTest, WorkedExampleAllowWithAddressesPortsAndState) {
+// The worked examples: allow with addresses, ports and state (and its log line), a
+// probable deny with a negated flag, unreach with a MAC and an interface, and check-state,
+// which ignores every other field.
+TEST_F(RuleGeneratorTest, WorkedExamples) {
     qvtest::LogCapture log;
     FwRule rule = tcpRule();
     rule.set_action(ACTION_ALLOW);
@@ -70,45 +73,39 @@ TEST_F(RuleGeneratorTest, WorkedExampleAllowWithAddressesPortsAndState) {
         "keep-state",
         text);
     EXPECT_TRUE(log.has(7, "RuleGenerator::ParseOpt generated rule is " + text));
-}
 
-TEST_F(RuleGeneratorTest, WorkedExampleProbableDenyWithNegatedFlag) {
-    FwRule rule = tcpRule();
-    rule.set_probability(0.5);
-    rule.set_action(ACTION_DENY);
-    rule.mutable_src_port()->set_port_type(PORT_ANY);
-    rule.add_tcp_flags()->set_value(TCP_FLAG_SYN);
-    TcpFlags* ack = rule.add_tcp_flags();
-    ack->set_value(TCP_FLAG_ACK);
-    ack->set_exclude(true);
+    FwRule deny = tcpRule();
+    deny.set_probability(0.5);
+    deny.set_action(ACTION_DENY);
+    deny.mutable_src_port()->set_port_type(PORT_ANY);
+    deny.add_tcp_flags()->set_value(TCP_FLAG_SYN);
+    TcpFlags* ackFlag = deny.add_tcp_flags();
+    ackFlag->set_value(TCP_FLAG_ACK);
+    ackFlag->set_exclude(true);
     EXPECT_EQ("prob 0.5 deny log logamount 0 proto tcp src-port any tcpflags syn,\\!ack",
-              render(rule));
-}
+              render(deny));
 
-TEST_F(RuleGeneratorTest, WorkedExampleUnreachWithMacAndInterface) {
-    FwRule rule;
-    rule.set_action(ACTION_UNREACH);
-    rule.set_unreach_code(3);
-    rule.mutable_protocol()->set_type(PROTO_ALL);
-    rule.mutable_mac_addr()->mutable_dst_mac()->set_type(MAC_ANY);
-    MacAddr* src = rule.mutable_mac_addr()->mutable_src_mac();
-    src->set_type(MAC_SPECIFIED);
-    src->set_mac("00:1A:2b:3c:4d:5e");
-    rule.set_direction(DIRECT_IN);
-    rule.mutable_via_interface()->set_type(FW_IF_TYPE_NAME);
-    rule.mutable_via_interface()->set_device("en0");
+    FwRule unreach;
+    unreach.set_action(ACTION_UNREACH);
+    unreach.set_unreach_code(3);
+    unreach.mutable_protocol()->set_type(PROTO_ALL);
+    unreach.mutable_mac_addr()->mutable_dst_mac()->set_type(MAC_ANY);
+    MacAddr* srcMac = unreach.mutable_mac_addr()->mutable_src_mac();
+    srcMac->set_type(MAC_SPECIFIED);
+    srcMac->set_mac("00:1A:2b:3c:4d:5e");
+    unreach.set_direction(DIRECT_IN);
+    unreach.mutable_via_interface()->set_type(FW_IF_TYPE_NAME);
+    unreach.mutable_via_interface()->set_device("en0");
     EXPECT_EQ(" unreach 3 log logamount 0 proto all mac any 00:1A:2b:3c:4d:5e in via en0",
-              render(rule));
-}
+              render(unreach));
 
-TEST_F(RuleGeneratorTest, WorkedExampleCheckStateIgnoresEveryOtherField) {
-    FwRule rule = tcpRule();
-    rule.set_action(ACTION_CHECK_STATE);
-    rule.set_keep_state(true);
-    rule.mutable_src_ip()->set_ip_type(IP_ANY);
-    EXPECT_EQ(" check-state", render(rule));
-    rule.set_probability(0.5);
-    EXPECT_EQ("prob 0.5 check-state", render(rule));
+    FwRule checkState = tcpRule();
+    checkState.set_action(ACTION_CHECK_STATE);
+    checkState.set_keep_state(true);
+    checkState.mutable_src_ip()->set_ip_type(IP_ANY);
+    EXPECT_EQ(" check-state", render(checkState));
+    checkState.set_probability(0.5);
+    EXPECT_EQ("prob 0.5 check-state", render(checkState));
 }
 
 // Actions and their logging, the probability to six significant digits, and the forms

@@ -157,7 +157,12 @@ TEST_F(RuleMgrTest, AllocationProbesUpwardSpacesByTenAndStopsAtTheTop) {
     }
 }
 
-TEST_F(RuleMgrTest, RefusedRuleConsumesItsNumberAndLogsTheCommand) {
+// A refused rule consumes its number and logs its exact command line; a quiet command
+// that prints anything answers -2. A runner that cannot complete the shell: adds answer
+// 20016, allocations 20703 and the quiet commands 20016. An ipfw that is not there
+// answers every probe with the shell's complaint, which is not about the number: one
+// probe, not one per number up to 65535.
+TEST_F(RuleMgrTest, RefusalsAndRunnersThatFail) {
     qvtest::LogCapture log;
     auto mgr = cleanSet();
     Guard<Mutex> lock(mgr->mutex());
@@ -181,15 +186,7 @@ TEST_F(RuleMgrTest, RefusedRuleConsumesItsNumberAndLogsTheCommand) {
         return Result<std::string>::Success("ipfw: unexpected\n");
     });
     EXPECT_EQ(FW_ERR_IPFW_PRINTED, mgr->Enable());
-}
 
-// A runner that cannot complete the shell: adds answer 20016, allocations 20703 and the
-// quiet commands 20016. An ipfw that is not there answers every probe with the shell's
-// complaint, which is not about the number: one probe, not one per number up to 65535.
-TEST_F(RuleMgrTest, RunnerThatCannotCompleteOrAnIpfwThatIsMissing) {
-    qvtest::LogCapture log;
-    auto mgr = cleanSet();
-    Guard<Mutex> lock(mgr->mutex());
     ipfw.override(
         [](const std::string&) -> Answer { return Result<std::string>::Failure(QV_ERR_CMD); });
     FwRule rule = tcpRule();
@@ -201,7 +198,7 @@ TEST_F(RuleMgrTest, RunnerThatCannotCompleteOrAnIpfwThatIsMissing) {
     EXPECT_EQ(FW_ERR_NO_RULE_NUM, mgr->AddRule(rule));
     EXPECT_FALSE(rule.has_rule_index());
     EXPECT_TRUE(log.has(3,
-                        "RuleMgr::GenNextRuleNumPriv Faield to excute cmd ipfw show 3100 "
+                        "RuleMgr::GenNextRuleNumPriv Faield to excute cmd ipfw show 3120 "
                         "2>/dev/stdout"));
     EXPECT_EQ(QV_ERR_CMD, mgr->Enable());
     EXPECT_EQ(QV_ERR_CMD, mgr->DeleteRule(3100));

@@ -133,7 +133,8 @@ TEST_F(FaultTest, FullOrReadOnlyConfigurationKeepsWhatWasSaved) {
         }
         EXPECT_TRUE(logged(3, failedSave)) << debugLog();
         ASSERT_FALSE(saved.empty());
-        restart();
+        stop();
+        ASSERT_EQ(start(), 0);
         EXPECT_EQ(stored(), saved);
         expectStoreAndIpfwAgree();
         stop();

@@ -47,7 +47,7 @@ TEST_P(AcceptedBody, ListsInCanonicalForm) {
 }
 
 INSTANTIATE_TEST_SUITE_P(
-    FactSheet, AcceptedBody,
+    FactSheetAndGrammar, AcceptedBody,
     ::testing::Values(
         Accepted{"unreach 3 log logamount 0 proto all mac any 00:1A:2b:3c:4d:5e in via en0",
                  "unreach port log ip from any to any MAC any 00:1a:2b:3c:4d:5e in via en0"},
@@ -72,11 +72,8 @@ INSTANTIATE_TEST_SUITE_P(
         Accepted{"allow not proto udp src-ip 1/0,db.example.com,4294967295/32 src-port "
                  "0-0,0,65535 mac 00:1A:2b:3C:4d:5E/40 any via bridge100.1_a-*",
                  "allow ip from any to any not proto udp src-port 0,0,65535 MAC "
-                 "00:1a:2b:3c:4d:00/40 any via bridge100.1_a-*"}));
-
-INSTANTIATE_TEST_SUITE_P(
-    Grammar, AcceptedBody,
-    ::testing::Values(
+                 "00:1a:2b:3c:4d:00/40 any via bridge100.1_a-*"},
+        // The grammar beyond what the plug-in writes.
         Accepted{"allow ip from any to any", "allow ip from any to any"},
         Accepted{"deny tcp from 10.1.2.3 to any 22", "deny tcp from 10.1.2.3 to any dst-port 22"},
         Accepted{"allow udp from any 53 to me", "allow udp from any 53 to me"},

@@ -139,10 +139,6 @@ protected:
         plugin->finalize();
         m_running = false;
     }
-    void restart() {
-        stop();
-        ASSERT_EQ(start(), 0);
-    }
 
     // The handler a host calls for `cmd`: the table's row, else the default handler.
     QvCommandHandler handler(int cmd) const {
@@ -155,13 +151,16 @@ protected:
         return row != table + count ? row->handler : fallback;
     }
 
-    // Calls the handler of `cmd`; the response is copied into `response` and released.
-    int call(int cmd, const void* in, int inLen, std::string* response = nullptr) {
+    // Calls the handler of `cmd`; the response, parsed into `reply`, is released.
+    int call(int cmd, const void* in, int inLen, google::protobuf::MessageLite* reply = nullptr) {
         void* out = nullptr;
         int outLen = -1;
         const int code = handler(cmd)(cmd, in, inLen, &out, &outLen);
-        if (response != nullptr && out != nullptr && outLen > 0) {
-            response->assign(static_cast<const char*>(out), outLen);
+        if (reply != nullptr) {
+            reply->Clear();
+            EXPECT_TRUE(reply->ParseFromString(
+                out != nullptr && outLen > 0 ? std::string(static_cast<const char*>(out), outLen)
+                                             : std::string()));
         }
         plugin->free(out);
         return code;
@@ -169,24 +168,11 @@ protected:
     int call(int cmd, const google::protobuf::MessageLite& request,
              google::protobuf::MessageLite* reply = nullptr) {
         const std::string bytes = request.SerializeAsString();
-        std::string response;
         // An empty request still has to be a valid pointer with a length.
-        const int code =
-            call(cmd, bytes.empty() ? "" : bytes.data(), static_cast<int>(bytes.size()), &response);
-        if (reply != nullptr) {
-            reply->Clear();
-            EXPECT_TRUE(reply->ParseFromString(response));
-        }
-        return code;
+        return call(cmd, bytes.empty() ? "" : bytes.data(), static_cast<int>(bytes.size()), reply);
     }
     int call(int cmd, google::protobuf::MessageLite* reply = nullptr) {
-        std::string response;
-        const int code = call(cmd, nullptr, 0, &response);
-        if (reply != nullptr) {
-            reply->Clear();
-            EXPECT_TRUE(reply->ParseFromString(response));
-        }
-        return code;
+        return call(cmd, nullptr, 0, reply);
     }
 
     // Adds a rule to the normal set (or the exception set); the number it got, or 0.
