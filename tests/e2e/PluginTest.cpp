@@ -2,10 +2,8 @@
 // every step the store and `ipfw -S show` must agree.
 #include <gtest/gtest.h>
 
-#include <algorithm>
-#include <atomic>
-#include <cstring>
 #include <fstream>
+#include <map>
 
 #include "PluginWorld.h"
 
