@@ -215,6 +215,19 @@ TEST_F(PluginTest, RuleListsAnswerOneOrderAndNumberPairPerRule) {
     expectStoreAndIpfwAgree();
 }
 
+TEST_F(PluginTest, EnableAndDisableReachBothSets) {
+    ASSERT_EQ(start(), 0);
+    BoolType enabled;
+    EXPECT_EQ(call(QV_CMD_DISABLE_FW), 0);
+    EXPECT_EQ(call(QV_CMD_IS_FW_ENABLE, &enabled), 0);
+    EXPECT_FALSE(enabled.value());
+    EXPECT_EQ(ipfw("set show").substr(0, 14), "disable 18 19 ");
+    EXPECT_EQ(call(QV_CMD_ENABLE_FW), 0);
+    EXPECT_EQ(call(QV_CMD_IS_FW_ENABLE, &enabled), 0);
+    EXPECT_TRUE(enabled.value());
+    EXPECT_EQ(ipfw("set show").substr(0, 9), "enable 0 ");
+}
+
 TEST_F(PluginTest, DeniedPacketReachesCallbackAndHostServiceThroughTheLoggerBlock) {
     ASSERT_EQ(start(), 0);
     add(tcpRule(ACTION_DENY, 22));
