@@ -50,7 +50,6 @@ protected:
                                         ? call(table[row].cmd, *request->second)
                                         : call(table[row].cmd, number);
         }
-        EXPECT_EQ(21u, codes.size());
         return codes;
     }
 };
@@ -85,7 +84,6 @@ TEST_F(PluginTest, FrameHandsOutTheTableAndExportsNothingElse) {
         EXPECT_EQ(table[i].cmd, rows[i].first) << "row " << i;
         EXPECT_STREQ(table[i].desc, rows[i].second.c_str()) << "row " << i;
     }
-    EXPECT_EQ(table[10].handler, table[11].handler);
     EXPECT_EQ(fallback(0x9999, nullptr, 0, nullptr, nullptr), 0);
     EXPECT_EQ(plugin->free(nullptr), 0);
 
