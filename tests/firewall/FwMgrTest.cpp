@@ -27,12 +27,7 @@ class FwMgrTest : public ::testing::Test {
 protected:
     FwMgrTest() {
         qvtest::writeFile(m_dir.file("ipfw.log"), "");
-        writeConfig(
-            "<key>FwOptions</key><dict><key>default_set_num</key><integer>19</integer>"
-            "<key>exception_set_num</key><integer>18</integer>"
-            "<key>fw_log_path</key><string>" +
-            m_dir.file("ipfw.log") + "</string><key>syslog_conf</key><string>" +
-            m_dir.file("syslog.conf") + "</string></dict>" + m_storedRules);
+        writeConfig("");
     }
     ~FwMgrTest() override {
         g_pFwMgr = nullptr;
@@ -41,11 +36,20 @@ protected:
         }
     }
 
-    void writeConfig(const std::string& body) {
-        qvtest::writeFile(m_dir.file("QvFw.conf.plist"),
-                          "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<plist version=\"1.0\">\n"
-                          "<dict>" +
-                              body + "</dict>\n</plist>\n");
+    // Options for sets 19 and 18 and this world's files, `options` besides; one stored rule.
+    void writeConfig(const std::string& options) {
+        qvtest::writeFile(
+            m_dir.file("QvFw.conf.plist"),
+            "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<plist version=\"1.0\">\n<dict>"
+            "<key>FwOptions</key><dict>" +
+                options +
+                "<key>default_set_num</key><integer>19</integer><key>exception_set_num</key>"
+                "<integer>18</integer><key>fw_log_path</key><string>" +
+                m_dir.file("ipfw.log") + "</string><key>syslog_conf</key><string>" +
+                m_dir.file("syslog.conf") +
+                "</string></dict><key>FwRuleCfg</key><dict><key>rules</key><array><dict>"
+                "<key>rule_index</key><integer>3100</integer><key>action</key><integer>2</integer>"
+                "</dict></array></dict></dict>\n</plist>\n");
     }
 
     // A manager on this world's configuration and its own ipfw, which `ipfw` then shows.
@@ -78,16 +82,6 @@ protected:
         return -1;
     }
 
-    // The numbers ipfw holds in `set`, in its order.
-    std::vector<uint32_t> installed(int set) const {
-        std::vector<uint32_t> numbers;
-        for (const qvtest::IpfwRuleLine& rule : qvtest::parseIpfwListing(ipfw->ipfw("-S list"))) {
-            if (rule.set == set) {
-                numbers.push_back(static_cast<uint32_t>(rule.number));
-            }
-        }
-        return numbers;
-    }
     std::vector<uint32_t> stored(bool exception) const {
         FwRuleList list;
         EXPECT_EQ(0, exception ? manager->GetExcpRules(list) : manager->GetAllNormalRules(list));
@@ -168,8 +162,7 @@ protected:
         } else if (pick < 34) {
             call(exception ? QV_CMD_SET_EXCP_RULE_LIST : QV_CMD_SET_RULE_LIST, list);
         } else if (pick < 39) {
-            call(exception ? QV_CMD_DELETE_EXCP_RULE : QV_CMD_DELETE_RULE,
-                 someStored(exception));
+            call(exception ? QV_CMD_DELETE_EXCP_RULE : QV_CMD_DELETE_RULE, someStored(exception));
         } else if (below(4) == 0) {
             call(exception ? QV_CMD_FLUSH_EXCP_RULES
                            : (below(4) == 0 ? QV_CMD_FLUSH_RULES : QV_CMD_FLUSH_NORMAL_RULES),
@@ -181,7 +174,7 @@ protected:
     // as the stored flag says.
     void expectStoreAndIpfwAgree() {
         for (const auto& [set, exception] : {std::pair{19, false}, std::pair{18, true}}) {
-            std::vector<uint32_t> inIpfw = installed(set);
+            std::vector<uint32_t> inIpfw = qvtest::numbersInSet(ipfw->ipfw("-S list"), set);
             std::sort(inIpfw.begin(), inIpfw.end());
             EXPECT_EQ(stored(exception), inIpfw) << ipfw->ipfw("-S list");
             EXPECT_EQ(inIpfw.end(), std::adjacent_find(inIpfw.begin(), inIpfw.end()));
@@ -193,16 +186,14 @@ protected:
 
     qvtest::TempDir m_dir{qvtest::TempDir::MemoryBase()};
     qvtest::ScopedEnv m_confDir{"QV_CONF_DIR", m_dir.path()};
-    std::string m_storedRules =
-        "<key>FwRuleCfg</key><dict><key>rules</key><array><dict><key>rule_index</key>"
-        "<integer>3100</integer><key>action</key><integer>2</integer></dict></array></dict>";
     std::unique_ptr<FwMgr> manager;
     qvtest::InMemoryIpfw* ipfw = nullptr;
 };
 
 // Start: the log routed, both sets switched as stored before any rule goes in, the
 // watcher started, then each set cleared and refilled, exceptions first. Stop: the
-// watcher, then the normal set and the exception set deleted.
+// watcher, then the normal set and the exception set deleted. (A whole restart with
+// its rules put back: FaultTest.FullOrReadOnlyConfigurationKeepsWhatWasSaved.)
 TEST_F(FwMgrTest, InitAndFinalRunTheirCommandLinesInOrder) {
     ASSERT_EQ(0, start());
     const std::string log = m_dir.file("ipfw.log");
@@ -220,6 +211,18 @@ TEST_F(FwMgrTest, InitAndFinalRunTheirCommandLinesInOrder) {
               std::vector<std::string>(all.begin() + static_cast<long>(started), all.end()));
     EXPECT_EQ(0, manager->Final());  // a second Final does nothing
     EXPECT_EQ(all, ipfw->commands());
+
+    writeConfig("<key>enable_fw</key><false/>");
+    ASSERT_EQ(0, start());
+    // Stored as disabled, both sets are switched off before any rule goes in; the logger's
+    // configuration already routes the log.
+    EXPECT_EQ(
+        (std::vector<std::string>{"touch \"" + log + "\"", "ipfw -q set disable 19",
+                                  "ipfw -q set disable 18", "sysctl -w net.inet.ip.fw.verbose=1",
+                                  "ipfw -q delete set 18", "ipfw -q delete set 19",
+                                  "ipfw -q add 3100 set 19  deny log logamount 0 2>/dev/stdout"}),
+        ipfw->commands());
+    EXPECT_FALSE(manager->IsFwEnable());
 }
 
 // Host threads with calls of every kind that changes a set. Each call holds its set's

@@ -53,7 +53,7 @@ TEST(FwLogParserTest, IpfwLinesBecomeEventsWithTheirRuleNumberAndRest) {
     }
 }
 
-TEST(SyslogRedirectionTest, OnlyALineInsideTheIpfwBlockCounts) {
+TEST(SyslogRedirectionTest, OnlyALineInsideTheBlockCountsAndTheManagerAppendsItOnce) {
     const std::string path = "/var/log/q+v/ipfw.log";
     struct Case {
         std::string configuration;
@@ -80,9 +80,7 @@ TEST(SyslogRedirectionTest, OnlyALineInsideTheIpfwBlockCounts) {
         EXPECT_EQ(redirection.IsRedirected(in), c.redirected) << c.configuration;
     }
     EXPECT_EQ(SyslogRedirection::Block(path), "\n!ipfw\n*.*\t\t\t" + path + "\n");
-}
 
-TEST(SyslogRedirectionTest, ManagerAppendsTheBlockOnceAndMatchesTheDefaultPath) {
     qvtest::TempDir dir;
     const std::string conf = dir.file("syslog.conf");
     const std::string log = dir.file("fw.log");

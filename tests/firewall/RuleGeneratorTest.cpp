@@ -7,7 +7,6 @@
 #include "LogCapture.h"
 #include "QvFirewall.h"
 #include "RuleGenerator.h"
-#include "StringMap.h"
 
 using namespace qor::vela;
 
@@ -46,7 +45,11 @@ protected:
     RuleGenerator generator;
 };
 
-TEST_F(RuleGeneratorTest, WorkedExampleAllowWithAddressesPortsAndState) {
+// The worked examples: allow with addresses, ports and state (and its log line), a
+// probable deny with a negated flag, unreach with a MAC and an interface, and check-state,
+// which ignores every other field.
+TEST_F(RuleGeneratorTest, WorkedExamples) {
+    qvtest::LogCapture log;
     FwRule rule = tcpRule();
     rule.set_action(ACTION_ALLOW);
     rule.mutable_src_ip()->set_ip_type(IP_ME);
@@ -64,105 +67,82 @@ TEST_F(RuleGeneratorTest, WorkedExampleAllowWithAddressesPortsAndState) {
     range->mutable_port_range()->set_to(8080);
     rule.set_direction(DIRECT_OUT);
     rule.set_keep_state(true);
+    const std::string text = render(rule);
     EXPECT_EQ(
         " allow proto tcp src-ip me dst-ip 3232235777/24,fileserver dst-port 80,8000-8080 out "
         "keep-state",
-        render(rule));
-}
+        text);
+    EXPECT_TRUE(log.has(7, "RuleGenerator::ParseOpt generated rule is " + text));
 
-TEST_F(RuleGeneratorTest, WorkedExampleProbableDenyWithNegatedFlag) {
-    FwRule rule = tcpRule();
-    rule.set_probability(0.5);
-    rule.set_action(ACTION_DENY);
-    rule.mutable_src_port()->set_port_type(PORT_ANY);
-    rule.add_tcp_flags()->set_value(TCP_FLAG_SYN);
-    TcpFlags* ack = rule.add_tcp_flags();
-    ack->set_value(TCP_FLAG_ACK);
-    ack->set_exclude(true);
+    FwRule deny = tcpRule();
+    deny.set_probability(0.5);
+    deny.set_action(ACTION_DENY);
+    deny.mutable_src_port()->set_port_type(PORT_ANY);
+    deny.add_tcp_flags()->set_value(TCP_FLAG_SYN);
+    TcpFlags* ackFlag = deny.add_tcp_flags();
+    ackFlag->set_value(TCP_FLAG_ACK);
+    ackFlag->set_exclude(true);
     EXPECT_EQ("prob 0.5 deny log logamount 0 proto tcp src-port any tcpflags syn,\\!ack",
-              render(rule));
-}
+              render(deny));
 
-TEST_F(RuleGeneratorTest, WorkedExampleUnreachWithMacAndInterface) {
-    FwRule rule;
-    rule.set_action(ACTION_UNREACH);
-    rule.set_unreach_code(3);
-    rule.mutable_protocol()->set_type(PROTO_ALL);
-    rule.mutable_mac_addr()->mutable_dst_mac()->set_type(MAC_ANY);
-    MacAddr* src = rule.mutable_mac_addr()->mutable_src_mac();
-    src->set_type(MAC_SPECIFIED);
-    src->set_mac("00:1A:2b:3c:4d:5e");
-    rule.set_direction(DIRECT_IN);
-    rule.mutable_via_interface()->set_type(FW_IF_TYPE_NAME);
-    rule.mutable_via_interface()->set_device("en0");
+    FwRule unreach;
+    unreach.set_action(ACTION_UNREACH);
+    unreach.set_unreach_code(3);
+    unreach.mutable_protocol()->set_type(PROTO_ALL);
+    unreach.mutable_mac_addr()->mutable_dst_mac()->set_type(MAC_ANY);
+    MacAddr* srcMac = unreach.mutable_mac_addr()->mutable_src_mac();
+    srcMac->set_type(MAC_SPECIFIED);
+    srcMac->set_mac("00:1A:2b:3c:4d:5e");
+    unreach.set_direction(DIRECT_IN);
+    unreach.mutable_via_interface()->set_type(FW_IF_TYPE_NAME);
+    unreach.mutable_via_interface()->set_device("en0");
     EXPECT_EQ(" unreach 3 log logamount 0 proto all mac any 00:1A:2b:3c:4d:5e in via en0",
-              render(rule));
+              render(unreach));
+
+    FwRule checkState = tcpRule();
+    checkState.set_action(ACTION_CHECK_STATE);
+    checkState.set_keep_state(true);
+    checkState.mutable_src_ip()->set_ip_type(IP_ANY);
+    EXPECT_EQ(" check-state", render(checkState));
+    checkState.set_probability(0.5);
+    EXPECT_EQ("prob 0.5 check-state", render(checkState));
 }
 
-TEST_F(RuleGeneratorTest, WorkedExampleCheckStateIgnoresEveryOtherField) {
-    FwRule rule = tcpRule();
-    rule.set_action(ACTION_CHECK_STATE);
-    rule.set_keep_state(true);
-    rule.mutable_src_ip()->set_ip_type(IP_ANY);
-    EXPECT_EQ(" check-state", render(rule));
-    rule.set_probability(0.5);
-    EXPECT_EQ("prob 0.5 check-state", render(rule));
-}
-
-TEST_F(RuleGeneratorTest, ActionsAndLogging) {
+// Actions and their logging, the probability to six significant digits, and the forms
+// of the protocol.
+TEST_F(RuleGeneratorTest, ActionsProbabilityAndProtocolForms) {
     FwRule rule = tcpRule();
     rule.set_action(ACTION_RESET);
     EXPECT_EQ(" reset log logamount 0 proto tcp", render(rule));
-    rule.set_action(ACTION_ALLOW);
-    EXPECT_EQ(" allow proto tcp", render(rule));
     rule.set_action(ACTION_UNREACH);
     rule.set_unreach_code(-1);
     EXPECT_EQ(" unreach -1 log logamount 0 proto tcp", render(rule));
     rule.clear_action();  // reads as allow
     EXPECT_EQ(" allow proto tcp", render(rule));
-}
 
-TEST_F(RuleGeneratorTest, ProbabilityUsesSixSignificantDigits) {
-    FwRule rule;
     rule.set_probability(1);
-    EXPECT_EQ("prob 1 allow", render(rule));
+    EXPECT_EQ("prob 1 allow proto tcp", render(rule));
     rule.set_probability(0.1234567);
-    EXPECT_EQ("prob 0.123457 allow", render(rule));
+    EXPECT_EQ("prob 0.123457 allow proto tcp", render(rule));
     rule.set_probability(1e-7);
-    EXPECT_EQ("prob 1e-07 allow", render(rule));
-}
+    EXPECT_EQ("prob 1e-07 allow proto tcp", render(rule));
 
-TEST_F(RuleGeneratorTest, ProtocolForms) {
-    FwRule rule;
-    FwProtocol* proto = rule.mutable_protocol();
+    FwRule bare;
+    FwProtocol* proto = bare.mutable_protocol();
     proto->set_type(PROTO_SPECIFIED);
-    EXPECT_EQ(" allow proto tcp", render(rule));  // protocol absent reads as TCP
+    EXPECT_EQ(" allow proto tcp", render(bare));  // protocol absent reads as TCP
     proto->set_protocol(PROTO_VALUE_UDP);
     proto->set_exclude(true);
-    EXPECT_EQ(" allow not proto udp", render(rule));
+    EXPECT_EQ(" allow not proto udp", render(bare));
     proto->set_protocol(PROTO_VALUE_IP);
     proto->set_exclude(false);
-    EXPECT_EQ(" allow proto ip", render(rule));
+    EXPECT_EQ(" allow proto ip", render(bare));
     proto->set_type(PROTO_ALL);
     proto->set_exclude(true);
-    EXPECT_EQ(" allow proto all", render(rule));
+    EXPECT_EQ(" allow proto all", render(bare));
 }
 
-TEST_F(RuleGeneratorTest, ProtocolOutsideTheEnumReadsAsTcpAfterParsing) {
-    // From the wire: type 2, protocol 2 (not a protocol of the enum), exclude true.
-    FwProtocol proto;
-    ASSERT_TRUE(proto.ParseFromString(std::string("\x08\x02\x10\x02\x18\x01", 6)));
-    FwRule rule;
-    *rule.mutable_protocol() = proto;
-    // A closed enum keeps 2 as unknown, so the field reads its default; ipfw still gets
-    // a protocol it knows.
-    EXPECT_EQ(" allow not proto tcp", render(rule));
-    std::string out;
-    EXPECT_EQ(-1, StringMap::getObj()->getString(static_cast<ProtoValueEnum>(2), out));
-    EXPECT_EQ("", out);
-}
-
-TEST_F(RuleGeneratorTest, AddressListSeparatorsAndSkippedEntries) {
+TEST_F(RuleGeneratorTest, AddressAndPortListSeparatorsAndSkippedEntries) {
     FwRule rule;
     FwIp* src = rule.mutable_src_ip();
     src->set_ip_type(IP_LIST);
@@ -185,22 +165,20 @@ TEST_F(RuleGeneratorTest, AddressListSeparatorsAndSkippedEntries) {
     addIp(dst, 4294967295u, 32);
     dst->set_ip_type(IP_LIST);
     EXPECT_EQ(" allow dst-ip 1/0,db.example.com,4294967295/32", render(second));
-}
 
-TEST_F(RuleGeneratorTest, PortListsAndRanges) {
-    FwRule rule;
-    FwPort* port = rule.mutable_src_port();
+    FwRule ports;
+    FwPort* port = ports.mutable_src_port();
     port->set_port_type(PORT_LIST);
-    EXPECT_EQ(" allow src-port ", render(rule));
+    EXPECT_EQ(" allow src-port ", render(ports));
     port->add_ports()->set_use_range(true);   // range message absent reads 0-0
     port->add_ports()->set_use_range(false);  // port absent reads 0
     Port* high = port->add_ports();
     high->set_use_range(false);
     high->set_port(65535);
-    EXPECT_EQ(" allow src-port 0-0,0,65535", render(rule));
+    EXPECT_EQ(" allow src-port 0-0,0,65535", render(ports));
 }
 
-TEST_F(RuleGeneratorTest, IcmpTypesAndOptionLists) {
+TEST_F(RuleGeneratorTest, OptionListsAndTheFixedFragmentOrder) {
     FwRule rule;
     rule.add_icmp_type(ICMP_TYPE_ECHO);
     rule.add_icmp_type(ICMP_TYPE_ECHO_REPLY);
@@ -216,42 +194,27 @@ TEST_F(RuleGeneratorTest, IcmpTypesAndOptionLists) {
     mincost->set_exclude(true);
     EXPECT_EQ(" allow icmptypes 8,0 tcpoptions mss,\\!sack ipoptions ts iptos lowdelay,\\!mincost",
               render(rule));
-}
 
-TEST_F(RuleGeneratorTest, UnknownFlagValueKeepsItsNegationAndSeparator) {
-    FwRule rule;
-    TcpFlags flag;
-    ASSERT_TRUE(flag.ParseFromString(std::string("\x08\x09\x10\x01", 4)));  // value 9
-    *rule.add_tcp_flags() = flag;
-    // The unknown 9 is kept aside; the field reads its default.
-    EXPECT_EQ(" allow tcpflags \\!syn", render(rule));
-
-    std::string out = "x";
-    EXPECT_EQ(0, generator.FillFlags(rule.tcp_flags(), "tcpflags", out));
-    EXPECT_EQ("x tcpflags \\!syn", out);
-}
-
-TEST_F(RuleGeneratorTest, FragmentOrderIsFixed) {
-    FwRule rule = tcpRule();
-    rule.set_keep_state(true);
-    rule.mutable_via_interface()->set_type(FW_IF_TYPE_2);
-    rule.mutable_via_interface()->set_ip(3232235777u);
-    rule.set_direction(DIRECT_BOTH);
-    rule.mutable_mac_addr()->mutable_src_mac()->set_type(MAC_ANY);
-    rule.mutable_mac_addr()->mutable_dst_mac()->set_type(MAC_ANY);
-    rule.add_ip_tos()->set_value(IP_TOS_CONGESTION);
-    rule.add_ip_opts()->set_value(IP_OPTION_RR);
-    rule.add_tcp_opts()->set_value(TCP_OPTION_CC);
-    rule.add_tcp_flags()->set_value(TCP_FLAG_URG);
-    rule.add_icmp_type(ICMP_TYPE_ADDRESS_MASK_REPLY);
-    rule.mutable_dst_port()->set_port_type(PORT_ANY);
-    rule.mutable_src_port()->set_port_type(PORT_ANY);
-    rule.mutable_dst_ip()->set_ip_type(IP_ANY);
-    rule.mutable_src_ip()->set_ip_type(IP_ME);
+    FwRule ordered = tcpRule();
+    ordered.set_keep_state(true);
+    ordered.mutable_via_interface()->set_type(FW_IF_TYPE_2);
+    ordered.mutable_via_interface()->set_ip(3232235777u);
+    ordered.set_direction(DIRECT_BOTH);
+    ordered.mutable_mac_addr()->mutable_src_mac()->set_type(MAC_ANY);
+    ordered.mutable_mac_addr()->mutable_dst_mac()->set_type(MAC_ANY);
+    ordered.add_ip_tos()->set_value(IP_TOS_CONGESTION);
+    ordered.add_ip_opts()->set_value(IP_OPTION_RR);
+    ordered.add_tcp_opts()->set_value(TCP_OPTION_CC);
+    ordered.add_tcp_flags()->set_value(TCP_FLAG_URG);
+    ordered.add_icmp_type(ICMP_TYPE_ADDRESS_MASK_REPLY);
+    ordered.mutable_dst_port()->set_port_type(PORT_ANY);
+    ordered.mutable_src_port()->set_port_type(PORT_ANY);
+    ordered.mutable_dst_ip()->set_ip_type(IP_ANY);
+    ordered.mutable_src_ip()->set_ip_type(IP_ME);
     EXPECT_EQ(
         " allow proto tcp src-ip me dst-ip any src-port any dst-port any icmptypes 18 tcpflags "
         "urg tcpoptions cc ipoptions rr iptos congestion mac any any via 3232235777 keep-state",
-        render(rule));
+        render(ordered));
 }
 
 TEST_F(RuleGeneratorTest, MacAddressValidation) {
@@ -278,19 +241,17 @@ TEST_F(RuleGeneratorTest, MacAddressValidation) {
     dst->clear_mac();
     render(rule, FW_ERR_MAC);
     EXPECT_TRUE(log.has(3, "RuleGenerator::FillMacAddr do not have mac addr"));
+
+    // Both sides must be given: an absent side is neither "any" nor an address.
+    FwRule oneSide;
+    oneSide.mutable_mac_addr()->mutable_dst_mac()->set_type(MAC_ANY);
+    EXPECT_EQ(" allow mac any ", render(oneSide, FW_ERR_MAC));
+    FwRule otherSide;
+    otherSide.mutable_mac_addr()->mutable_src_mac()->set_type(MAC_ANY);
+    render(otherSide, FW_ERR_MAC);
 }
 
-TEST_F(RuleGeneratorTest, BothMacSidesMustBeGiven) {
-    FwRule rule;
-    rule.mutable_mac_addr()->mutable_dst_mac()->set_type(MAC_ANY);
-    // The source side is absent: an empty address, neither "any" nor an address.
-    EXPECT_EQ(" allow mac any ", render(rule, FW_ERR_MAC));
-    FwRule other;
-    other.mutable_mac_addr()->mutable_src_mac()->set_type(MAC_ANY);
-    render(other, FW_ERR_MAC);
-}
-
-TEST_F(RuleGeneratorTest, UnsafeHostNamesNeverReachTheRuleText) {
+TEST_F(RuleGeneratorTest, UnsafeHostAndInterfaceNamesNeverReachTheRuleText) {
     qvtest::LogCapture log;
     const std::string tooLong(254, 'a');
     for (const std::string& host :
@@ -313,10 +274,7 @@ TEST_F(RuleGeneratorTest, UnsafeHostNamesNeverReachTheRuleText) {
     addHost(fine.mutable_src_ip(), "File-Server_01.example.com");
     addHost(fine.mutable_src_ip(), std::string(253, 'b'));
     EXPECT_EQ(" allow src-ip File-Server_01.example.com," + std::string(253, 'b'), render(fine));
-}
 
-TEST_F(RuleGeneratorTest, UnsafeInterfaceNamesNeverReachTheRuleText) {
-    qvtest::LogCapture log;
     for (const std::string& device :
          {std::string("en0;reboot"), std::string("en0 in"), std::string("$IFS"),
           std::string("en/0"), std::string("0123456789abcdef"), std::string("en0\0x", 5)}) {
@@ -327,51 +285,20 @@ TEST_F(RuleGeneratorTest, UnsafeInterfaceNamesNeverReachTheRuleText) {
     }
     EXPECT_TRUE(log.has(3, "RuleGenerator::GenViaInterface invalid interface name en0;reboot"));
 
-    FwRule fine;
-    fine.mutable_via_interface()->set_type(FW_IF_TYPE_NAME);
-    fine.mutable_via_interface()->set_device("bridge100.1_a-*");
-    EXPECT_EQ(" allow via bridge100.1_a-\\*", render(fine));
+    FwRule named;
+    named.mutable_via_interface()->set_type(FW_IF_TYPE_NAME);
+    named.mutable_via_interface()->set_device("bridge100.1_a-*");
+    EXPECT_EQ(" allow via bridge100.1_a-\\*", render(named));
     // An address-typed interface ignores the device text entirely.
-    fine.mutable_via_interface()->set_type(FW_IF_TYPE_3);
-    fine.mutable_via_interface()->set_device("en0;reboot");
-    fine.mutable_via_interface()->set_ip(16909060);
-    EXPECT_EQ(" allow via 16909060", render(fine));
-}
-
-TEST_F(RuleGeneratorTest, GeneratedRuleIsLoggedAtDetailLevel) {
-    qvtest::LogCapture log;
-    render(tcpRule());
-    EXPECT_TRUE(log.has(7, "RuleGenerator::ParseOpt generated rule is  allow proto tcp"));
-}
-
-TEST_F(RuleGeneratorTest, KeywordMapsAppendAndRefuseZero) {
-    const StringMap* keywords = StringMap::getObj();
-    EXPECT_EQ(keywords, StringMap::getObj());
-    std::string out = "ip";
-    EXPECT_EQ(0, keywords->getString(TCP_OPTION_TS, out));
-    EXPECT_EQ(0, keywords->getString(IP_OPTION_TS, out));
-    EXPECT_EQ(0, keywords->getString(PROTO_VALUE_IP, out));
-    EXPECT_EQ("iptstsip", out);
-    EXPECT_EQ(-1, keywords->getString(static_cast<ActionEnum>(0), out));
-    EXPECT_EQ(-1, keywords->getString(static_cast<TcpFlagEnum>(0), out));
-    EXPECT_EQ(-1, keywords->getString(static_cast<IpTosOptEnum>(6), out));
-    EXPECT_EQ("iptstsip", out);
+    named.mutable_via_interface()->set_type(FW_IF_TYPE_3);
+    named.mutable_via_interface()->set_device("en0;reboot");
+    named.mutable_via_interface()->set_ip(16909060);
+    EXPECT_EQ(" allow via 16909060", render(named));
 }
 
 #ifdef NDEBUG
-// Only a message built in memory can hold a value outside its enum (the parser keeps such
-// values aside, and debug builds assert in the setter).
-TEST_F(RuleGeneratorTest, ValuesWithoutKeywordInMemory) {
-    FwRule rule;
-    rule.mutable_protocol()->set_type(PROTO_SPECIFIED);
-    rule.mutable_protocol()->set_protocol(static_cast<ProtoValueEnum>(2));
-    rule.mutable_protocol()->set_exclude(true);
-    TcpFlags* flag = rule.add_tcp_flags();
-    flag->set_value(static_cast<TcpFlagEnum>(9));
-    flag->set_exclude(true);
-    EXPECT_EQ(" allow not proto ip tcpflags \\!", render(rule));
-}
-
+// Only a message built in memory can hold an action outside its enum (the parser keeps
+// such values aside, and debug builds assert in the setter).
 TEST_F(RuleGeneratorTest, ActionWithoutKeywordFailsAfterTheProbability) {
     qvtest::LogCapture log;
     FwRule rule;

@@ -1,7 +1,8 @@
 // The plug-in under faults of its surroundings, end to end: the configuration's
-// filesystem full or read-only, the firewall log deleted, the host service absent or
-// silent. Each must give its code and its log line and keep what had been saved. (ipfw
-// missing or hanging is the rule sets' business: tests/firewall/RuleMgrTest.)
+// filesystem full or read-only, the host service absent or silent (the firewall log
+// deleted under the watcher: tests/e2e/PluginTest). Each must give its code and its log line and
+// keep what had been saved. (ipfw missing or hanging is the rule sets' business:
+// tests/firewall/RuleMgrTest.)
 #include <gtest/gtest.h>
 #include <sched.h>
 #include <sys/mount.h>
@@ -18,8 +19,6 @@
 using namespace qor::vela;
 using qvtest::CallbackEvents;
 using qvtest::eventually;
-using qvtest::kExceptionSet;
-using qvtest::kNormalSet;
 using Clock = std::chrono::steady_clock;
 
 namespace {
@@ -63,23 +62,6 @@ class FaultTest : public qvtest::PluginWorld {
 protected:
     std::string utilLog() const { return qvtest::readFile(UtilLogDirectory::path()); }
 };
-
-// The firewall log deleted under the watcher: events come again from the file created
-// in its place, from its first line.
-TEST_F(FaultTest, FirewallLogDeletedAndCreatedAgainIsFollowed) {
-    ASSERT_EQ(start(), 0);
-    const auto append = [&](const std::string& line) {
-        std::ofstream(fwLog(), std::ios::app) << line;
-    };
-    append("Nov 23 10:00:00 host kernel: ipfw: 3100 Deny TCP a b in\n");
-    ASSERT_TRUE(eventually([] { return CallbackEvents::all().size() == 1; }));
-    ASSERT_EQ(unlink(fwLog().c_str()), 0);
-    append("Nov 23 10:00:01 host kernel: ipfw: 3200 Deny TCP a b in\n");
-    ASSERT_TRUE(eventually([] { return CallbackEvents::all().size() == 2; }));
-    EventLogItemFw event;
-    ASSERT_TRUE(event.ParseFromString(CallbackEvents::all().back().second));
-    EXPECT_EQ(event.rule_index(), 3200u);
-}
 
 // Events still reach the callback when the host service is gone or never answers, and
 // the watcher still stops within one call's time-out (1 s to connect, 3 s to answer).
@@ -151,7 +133,8 @@ TEST_F(FaultTest, FullOrReadOnlyConfigurationKeepsWhatWasSaved) {
         }
         EXPECT_TRUE(logged(3, failedSave)) << debugLog();
         ASSERT_FALSE(saved.empty());
-        restart();
+        stop();
+        ASSERT_EQ(start(), 0);
         EXPECT_EQ(stored(), saved);
         expectStoreAndIpfwAgree();
         stop();

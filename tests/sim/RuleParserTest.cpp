@@ -47,7 +47,7 @@ TEST_P(AcceptedBody, ListsInCanonicalForm) {
 }
 
 INSTANTIATE_TEST_SUITE_P(
-    FactSheet, AcceptedBody,
+    FactSheetAndGrammar, AcceptedBody,
     ::testing::Values(
         Accepted{"unreach 3 log logamount 0 proto all mac any 00:1A:2b:3c:4d:5e in via en0",
                  "unreach port log ip from any to any MAC any 00:1a:2b:3c:4d:5e in via en0"},
@@ -59,11 +59,21 @@ INSTANTIATE_TEST_SUITE_P(
                  "allow ip from any to any tcpoptions mss,!sack ipoptions rr iptos "
                  "lowdelay,!mincost"},
         Accepted{"allow via 3232235777", "allow ip from any to any via 192.168.1.1"},
-        Accepted{"allow proto tcp dst-port 0-0", "allow ip from any to any proto tcp dst-port 0"}));
-
-INSTANTIATE_TEST_SUITE_P(
-    Grammar, AcceptedBody,
-    ::testing::Values(
+        Accepted{"allow proto tcp dst-port 0-0", "allow ip from any to any proto tcp dst-port 0"},
+        Accepted{"prob 0.5 deny log logamount 0 proto tcp src-port any tcpflags syn,!ack",
+                 "prob 0.500000 deny log ip from any to any proto tcp setup"},
+        // Every fragment the generator writes, in its order.
+        Accepted{"allow proto tcp src-ip me dst-ip any src-port any dst-port any icmptypes 18 "
+                 "tcpflags urg tcpoptions cc ipoptions rr iptos congestion mac any any via "
+                 "3232235777 keep-state",
+                 "allow ip from any to any proto tcp src-ip me icmptypes 18 tcpflags urg "
+                 "tcpoptions cc ipoptions rr iptos congestion MAC any any via 192.168.1.1 "
+                 "keep-state"},
+        Accepted{"allow not proto udp src-ip 1/0,db.example.com,4294967295/32 src-port "
+                 "0-0,0,65535 mac 00:1A:2b:3C:4d:5E/40 any via bridge100.1_a-*",
+                 "allow ip from any to any not proto udp src-port 0,0,65535 MAC "
+                 "00:1a:2b:3c:4d:00/40 any via bridge100.1_a-*"},
+        // The grammar beyond what the plug-in writes.
         Accepted{"allow ip from any to any", "allow ip from any to any"},
         Accepted{"deny tcp from 10.1.2.3 to any 22", "deny tcp from 10.1.2.3 to any dst-port 22"},
         Accepted{"allow udp from any 53 to me", "allow udp from any 53 to me"},
@@ -148,7 +158,9 @@ INSTANTIATE_TEST_SUITE_P(
         Refused{"pipe 1 ip from any to any", kExitUsage,
                 "pipe: not supported by the ipfw simulator"}));
 
-TEST(RuleParserHead, ReadsNumberSetAndProbability) {
+// The rule's head, abbreviations with their warnings, a bad separator's warning before
+// its refusal, and services looked up for the rule's protocol.
+TEST(RuleParserHead, NumberSetProbabilityWarningsAndServices) {
     Compiled result = compile("3100 set 19 prob 0.25 deny proto tcp");
     ASSERT_TRUE(result.status.ok());
     EXPECT_EQ(result.number, 3100u);
@@ -158,25 +170,19 @@ TEST(RuleParserHead, ReadsNumberSetAndProbability) {
     // The range is the kernel's business; the parser reports what was asked for.
     EXPECT_EQ(compile("65536 allow proto tcp").number, 65536u);
     EXPECT_FALSE(compile("prob 1 allow proto tcp").rule.hasProbability);
-}
 
-TEST(RuleParserHead, AbbreviatedKeywordsWarnButWork) {
-    Compiled result = compile("allow src-ip a dst-ip m");
-    ASSERT_TRUE(result.status.ok());
+    result = compile("allow src-ip a dst-ip m");
     EXPECT_EQ(result.listing, "allow ip from any to any dst-ip me");
-    ASSERT_EQ(result.warnings.size(), 2u);
-    EXPECT_EQ(result.warnings[0], "DEPRECATED: 'a' matched 'any' as a sub-string");
-}
+    EXPECT_EQ(result.warnings,
+              (std::vector<std::string>{"DEPRECATED: 'a' matched 'any' as a sub-string",
+                                        "DEPRECATED: 'm' matched 'me' as a sub-string"}));
 
-TEST(RuleParserHead, StopsAtABadPortSeparatorWithAWarning) {
-    Compiled result = compile("allow dst-port 80;81");
+    result = compile("allow dst-port 80;81");
     EXPECT_EQ(result.status.message, "invalid destination port 80;81");
-    ASSERT_EQ(result.warnings.size(), 1u);
-    EXPECT_EQ(result.warnings[0], "port list: invalid separator <;> in <80;81>");
-}
+    EXPECT_EQ(result.warnings,
+              std::vector<std::string>{"port list: invalid separator <;> in <80;81>"});
 
-TEST(RuleParserHead, LooksUpServicesForTheRuleProtocol) {
-    Compiled result = compile("allow proto udp dst-port domain");
+    result = compile("allow proto udp dst-port domain");
     ASSERT_TRUE(result.status.ok());
     EXPECT_EQ(names.lastServiceProtocol, "udp");
     EXPECT_EQ(result.rule.matches.back().ports[0].low, 53);

@@ -1,5 +1,7 @@
-// The stored form of rules: the token codec and the indexed state file that "show N"
-// and "add" use without reading every rule.
+// The stored form of rules: the token codec, and the state file's damage. The file's
+// index (lookups in the sorted part and the overflow, the last number) is reached through
+// SimulatorTest's commands, and dynamic entries kept across rewrites through
+// PacketMatcherTest's: every command there reloads the state.
 
 #include <gtest/gtest.h>
 
@@ -30,7 +32,7 @@ StoredRule stored(uint32_t number, const std::string& port, uint32_t set = 0) {
     return entry;
 }
 
-TEST(RuleCodec, RoundTripsEveryConditionExactly) {
+TEST(RuleCodec, RoundTripsEveryConditionExactlyAndRefusesDamagedTokens) {
     const std::vector<std::vector<std::string>> bodies = {
         {"prob", "0.1234567", "unreach", "host-prohib", "log", "logamount", "7", "udp", "from",
          "not", "10.0.0.0/8,1.2.3.4:255.0.255.0", "53", "to", "me", "not", "in"},
@@ -50,9 +52,7 @@ TEST(RuleCodec, RoundTripsEveryConditionExactly) {
         EXPECT_EQ(encodeRule(decoded), encodeRule(original));
         EXPECT_EQ(decoded.probability, original.probability);
     }
-}
 
-TEST(RuleCodec, RefusesDamagedTokens) {
     Rule rule;
     for (const char* text : {"", "action=explode", "action=allow proto:x", "action=allow src:1/2/3",
                              "action=allow via:n:%4", "action=reject", "action=allow bogus"}) {
@@ -60,51 +60,7 @@ TEST(RuleCodec, RefusesDamagedTokens) {
     }
 }
 
-TEST(StateFile, FindsRulesByNumberInSortedPartAndOverflow) {
-    std::string empty = StateFile::format(StateHeader{}, {});
-    StateFile none(empty);
-    ASSERT_TRUE(none.open().ok());
-    EXPECT_EQ(none.lastNumber(), 0u);
-    EXPECT_TRUE(none.linesInRange(0, 65535).empty());
-    EXPECT_TRUE(none.appendKeepsOrder(1));
-
-    std::vector<StoredRule> rules;
-    for (uint32_t n = 100; n <= 5000; n += 100) {
-        rules.push_back(stored(n, std::to_string(n)));
-    }
-    rules.push_back(stored(5000, "1"));  // a second rule under the same number
-    std::string content = StateFile::format(StateHeader{}, rules);
-    content += StateFile::formatRuleLine(stored(2500, "2"));  // overflow, out of order
-    content += StateFile::formatRuleLine(stored(5000, "3"));
-    StateFile file(content);
-    ASSERT_TRUE(file.open().ok());
-    EXPECT_EQ(file.linesInRange(2500, 2500).size(), 2u);
-    EXPECT_EQ(file.linesInRange(2550, 2550).size(), 0u);
-    EXPECT_EQ(file.linesInRange(1, 99).size(), 0u);
-    std::vector<std::string_view> fives = file.linesInRange(5000, 5000);
-    ASSERT_EQ(fives.size(), 3u);
-    // Rules of one number keep the order in which they were added.
-    EXPECT_NE(fives[0].find("dst-port:5000-5000"), std::string_view::npos);
-    EXPECT_NE(fives[2].find("dst-port:3-3"), std::string_view::npos);
-    EXPECT_EQ(file.linesInRange(1, 65535).size(), 53u);
-    EXPECT_EQ(file.lastNumber(), 5000u);
-    EXPECT_EQ(file.overflowLines(), 2u);
-    EXPECT_FALSE(file.appendKeepsOrder(6000));
-}
-
-TEST(StateFile, IgnoresAnInterruptedLastLine) {
-    std::string content = StateFile::format(StateHeader{}, {stored(100, "1")});
-    content += "00200 0 0 0 0 action=al";
-    StateFile file(content);
-    ASSERT_TRUE(file.open().ok());
-    EXPECT_EQ(file.lastNumber(), 100u);
-    EXPECT_FALSE(file.appendKeepsOrder(300));
-    FirewallState state;
-    ASSERT_TRUE(FirewallState::load(content, state).ok());
-    EXPECT_EQ(state.rules().size(), 1u);
-}
-
-TEST(StateFile, ReportsCorruptionInsteadOfGuessing) {
+TEST(StateFile, ReportsCorruptionButIgnoresAnInterruptedLastLine) {
     std::string good = StateFile::format(StateHeader{}, {stored(100, "1"), stored(200, "2")});
     std::string swapped = StateFile::format(StateHeader{}, {stored(200, "2"), stored(100, "1")});
     std::string badHeader = good;
@@ -118,26 +74,16 @@ TEST(StateFile, ReportsCorruptionInsteadOfGuessing) {
         EXPECT_EQ(status.code, kExitDataErr) << content;
         EXPECT_EQ(status.message.rfind("state file is corrupt", 0), 0u);
     }
-}
 
-TEST(FirewallState, KeepsDynamicEntriesWithTheirRuleAcrossRewrites) {
-    FirewallState state;
-    ASSERT_TRUE(FirewallState::load(StateFile::format(StateHeader{}, {}), state).ok());
-    state.insert(stored(300, "1"));
-    uint64_t second = state.insert(stored(300, "2"));
-    state.insert(stored(100, "3", 5));
-    state.dynamic().push_back(DynamicEntry{second, FlowId{6, 1, 2, 3, 4}, 99, Counters{1, 40}});
-
-    FirewallState reloaded;
-    ASSERT_TRUE(FirewallState::load(state.serialize(), reloaded).ok());
-    ASSERT_EQ(reloaded.dynamic().size(), 1u);
-    const RuleEntry* parent = reloaded.findByKey(reloaded.dynamic()[0].ruleKey);
-    ASSERT_NE(parent, nullptr);
-    EXPECT_EQ(parent->stored.rule.matches.back().ports[0].low, 2);
-
-    EXPECT_EQ(reloaded.eraseSet(5), 1u);
-    EXPECT_EQ(reloaded.eraseNumbers(300, 300), 2u);
-    EXPECT_TRUE(reloaded.dynamic().empty());
+    std::string interrupted = StateFile::format(StateHeader{}, {stored(100, "1")});
+    interrupted += "00200 0 0 0 0 action=al";
+    StateFile index(interrupted);
+    ASSERT_TRUE(index.open().ok());
+    EXPECT_EQ(index.lastNumber(), 100u);
+    EXPECT_FALSE(index.appendKeepsOrder(300));
+    FirewallState kept;
+    ASSERT_TRUE(FirewallState::load(interrupted, kept).ok());
+    EXPECT_EQ(kept.rules().size(), 1u);
 }
 
 }  // namespace

@@ -8,51 +8,51 @@
 namespace ipfwsim {
 namespace {
 
-std::vector<std::string> route(const std::string& conf, int priority = kLogPriorityInfo) {
-    return routeSyslogMessage(conf, "ipfw", kLogFacilitySecurity, priority, "myhost");
-}
-
 using Files = std::vector<std::string>;
 
-TEST(SyslogRouter, TheIpfwBlockNamesTheFile) {
-    EXPECT_EQ(route("!ipfw\n*.*\t\t/var/log/ipfw.log\n"), Files{"/var/log/ipfw.log"});
-    EXPECT_EQ(route("!ipfw\n*.* /var/log/ipfw.log\n!*\n"), Files{"/var/log/ipfw.log"});
-    EXPECT_EQ(route("#!ipfw\n*.*\t-/var/log/ipfw.log\n"), Files{"/var/log/ipfw.log"});
-    EXPECT_EQ(route("!ppp,ipfw\n*.*\t/var/log/both.log\n"), Files{"/var/log/both.log"});
-}
-
-TEST(SyslogRouter, OtherProgramsBlocksDoNotApply) {
-    EXPECT_EQ(route("!ppp\n*.*\t/var/log/ppp.log\n!ipfw\n*.*\t/var/log/ipfw.log\n!*\n"
-                    "*.*\t/var/log/all.log\n"),
-              (Files{"/var/log/ipfw.log", "/var/log/all.log"}));
-    EXPECT_TRUE(route("!ipfwx\n*.*\t/var/log/x.log\n").empty());
-    EXPECT_TRUE(route("!-ipfw\n*.*\t/var/log/others.log\n").empty());
-    EXPECT_EQ(route("!-ppp\n*.*\t/var/log/others.log\n"), Files{"/var/log/others.log"});
-}
-
-TEST(SyslogRouter, SelectorsFilterByFacilityAndPriority) {
-    EXPECT_EQ(route("security.*\t/var/log/security\n"), Files{"/var/log/security"});
-    EXPECT_TRUE(route("*.notice;security.none\t/var/log/messages\n").empty());
-    EXPECT_TRUE(route("*.notice\t/var/log/messages\n").empty());
-    EXPECT_EQ(route("*.notice\t/var/log/messages\n", kLogPriorityNotice),
-              Files{"/var/log/messages"});
-    EXPECT_EQ(route("kern,security.info\t/k\n"), Files{"/k"});
-    EXPECT_TRUE(route("security.=notice\t/n\n").empty());
-    EXPECT_EQ(route("security.!=notice\t/n\n"), Files{"/n"});
-    EXPECT_TRUE(route("mail.*\t/m\nbogus.*\t/b\n*.nonsense\t/c\n").empty());
-}
-
-TEST(SyslogRouter, OnlyFileActionsCountAndEachOnce) {
-    EXPECT_EQ(route("*.*\t@loghost\n*.*\t|/usr/bin/logger\n*.*\troot,operator\n*.*\t*\n"
-                    "*.*\t/a\nsecurity.*\t/a\n"),
-              Files{"/a"});
-}
-
-TEST(SyslogRouter, CommentsBlankLinesAndHostBlocks) {
-    EXPECT_EQ(route("# a comment\n\n   \n+otherhost\n*.*\t/remote\n+*\n*.*\t/local\n"),
-              Files{"/local"});
-    EXPECT_EQ(route("+myhost\n*.*\t/mine\n"), Files{"/mine"});
-    EXPECT_EQ(route("+@\n*.*\t/at\n"), Files{"/at"});
+// Each configuration and the files an ipfw line of `priority` goes to.
+TEST(SyslogRouter, RoutesAsFreeBSDsSyslogdReadsItsConfiguration) {
+    struct Row {
+        const char* conf;
+        Files files;
+        int priority = kLogPriorityInfo;
+    };
+    const Row rows[] = {
+        // The ipfw block names the file, however it is spelt.
+        {"!ipfw\n*.*\t\t/var/log/ipfw.log\n", {"/var/log/ipfw.log"}},
+        {"!ipfw\n*.* /var/log/ipfw.log\n!*\n", {"/var/log/ipfw.log"}},
+        {"#!ipfw\n*.*\t-/var/log/ipfw.log\n", {"/var/log/ipfw.log"}},
+        {"!ppp,ipfw\n*.*\t/var/log/both.log\n", {"/var/log/both.log"}},
+        // Other programs' blocks do not apply.
+        {"!ppp\n*.*\t/var/log/ppp.log\n!ipfw\n*.*\t/var/log/ipfw.log\n!*\n*.*\t/var/log/all.log\n",
+         {"/var/log/ipfw.log", "/var/log/all.log"}},
+        {"!ipfwx\n*.*\t/var/log/x.log\n", {}},
+        {"!-ipfw\n*.*\t/var/log/others.log\n", {}},
+        {"!-ppp\n*.*\t/var/log/others.log\n", {"/var/log/others.log"}},
+        // Selectors filter by facility and priority.
+        {"security.*\t/var/log/security\n", {"/var/log/security"}},
+        {"*.notice;security.none\t/var/log/messages\n", {}},
+        {"*.notice\t/var/log/messages\n", {}},
+        {"*.notice\t/var/log/messages\n", {"/var/log/messages"}, kLogPriorityNotice},
+        {"kern,security.info\t/k\n", {"/k"}},
+        {"security.=notice\t/n\n", {}},
+        {"security.!=notice\t/n\n", {"/n"}},
+        {"mail.*\t/m\nbogus.*\t/b\n*.nonsense\t/c\n", {}},
+        // Only file actions count, and each file once.
+        {"*.*\t@loghost\n*.*\t|/usr/bin/logger\n*.*\troot,operator\n*.*\t*\n*.*\t/a\n"
+         "security.*\t/a\n",
+         {"/a"}},
+        // Comments, blank lines and host blocks.
+        {"# a comment\n\n   \n+otherhost\n*.*\t/remote\n+*\n*.*\t/local\n", {"/local"}},
+        {"+myhost\n*.*\t/mine\n", {"/mine"}},
+        {"+@\n*.*\t/at\n", {"/at"}},
+    };
+    for (const Row& row : rows) {
+        EXPECT_EQ(
+            routeSyslogMessage(row.conf, "ipfw", kLogFacilitySecurity, row.priority, "myhost"),
+            row.files)
+            << row.conf;
+    }
 }
 
 TEST(SyslogLine, FormatsTheSyslogdPrefixInLocalTime) {

@@ -1,6 +1,7 @@
 // Reads the rules out of what `ipfw -S show` or `ipfw -S list` prints.
 #pragma once
 
+#include <cstdint>
 #include <cstdio>
 #include <sstream>
 #include <string>
@@ -35,6 +36,17 @@ inline std::vector<IpfwRuleLine> parseIpfwListing(const std::string& listing) {
         rules.push_back(rule);
     }
     return rules;
+}
+
+// The numbers of the listing's rules in `set`, in its order.
+inline std::vector<uint32_t> numbersInSet(const std::string& listing, int set) {
+    std::vector<uint32_t> numbers;
+    for (const IpfwRuleLine& rule : parseIpfwListing(listing)) {
+        if (rule.set == set) {
+            numbers.push_back(static_cast<uint32_t>(rule.number));
+        }
+    }
+    return numbers;
 }
 
 }  // namespace qvtest

@@ -17,7 +17,6 @@ struct LoadedPlugin {
     decltype(&QvPluginFree) free = nullptr;
     decltype(&QvPluginGetHandlers) getHandlers = nullptr;
     decltype(&QvPluginSetNotificationCallback) setNotificationCallback = nullptr;
-    decltype(&QvPluginNullNotify) nullNotify = nullptr;
     const QvHandlerEntry* handlerArr = nullptr;
 
     static std::string path() { return QV_PLUGIN_PATH; }
@@ -48,7 +47,6 @@ private:
             find(library, "QvPluginFree", plugin.free) &&
             find(library, "QvPluginGetHandlers", plugin.getHandlers) &&
             find(library, "QvPluginSetNotificationCallback", plugin.setNotificationCallback) &&
-            find(library, "QvPluginNullNotify", plugin.nullNotify) &&
             find(library, "handlerArr", plugin.handlerArr);
         return complete ? &plugin : nullptr;
     }

@@ -4,7 +4,6 @@
 
 #include <sstream>
 #include <string>
-#include <vector>
 
 #include "QvDebugLog.h"
 #include "QvLog.h"
@@ -28,19 +27,11 @@ public:
 
     std::string text() const { return readFile(m_path); }
 
-    std::vector<std::string> lines() const {
-        std::vector<std::string> result;
-        std::istringstream in(text());
-        for (std::string line; std::getline(in, line);) {
-            result.push_back(line);
-        }
-        return result;
-    }
-
     // True when some line was written at `level` and ends with `message`.
     bool has(int level, const std::string& message) const {
         const std::string tag = "<" + std::to_string(level) + ">";
-        for (const std::string& line : lines()) {
+        std::istringstream in(text());
+        for (std::string line; std::getline(in, line);) {
             if (line.find(tag) != std::string::npos && line.size() >= message.size() &&
                 line.compare(line.size() - message.size(), message.size(), message) == 0) {
                 return true;

@@ -9,12 +9,11 @@
 #include <stdlib.h>
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <chrono>
 #include <functional>
-#include <map>
 #include <memory>
 #include <mutex>
-#include <set>
 #include <sstream>
 #include <string>
 #include <thread>
@@ -37,30 +36,21 @@ constexpr int kExceptionSet = 18;
 
 // Events the plug-in handed to the notification callback. The callback has no context
 // argument, hence one process-wide record.
-class CallbackEvents {
-public:
+struct CallbackEvents {
     static void record(int code, const void* data, int length) {
-        std::lock_guard<std::mutex> lock(mutex());
-        list().push_back({code, std::string(static_cast<const char*>(data), length)});
+        std::lock_guard<std::mutex> lock(mutex);
+        events.push_back({code, std::string(static_cast<const char*>(data), length)});
     }
     static std::vector<std::pair<int, std::string>> all() {
-        std::lock_guard<std::mutex> lock(mutex());
-        return list();
-    }
-    static void clear() {
-        std::lock_guard<std::mutex> lock(mutex());
-        list().clear();
-    }
-
-private:
-    static std::mutex& mutex() {
-        static std::mutex m;
-        return m;
-    }
-    static std::vector<std::pair<int, std::string>>& list() {
-        static std::vector<std::pair<int, std::string>> events;
+        std::lock_guard<std::mutex> lock(mutex);
         return events;
     }
+    static void clear() {
+        std::lock_guard<std::mutex> lock(mutex);
+        events.clear();
+    }
+    static inline std::mutex mutex;
+    static inline std::vector<std::pair<int, std::string>> events;
 };
 
 // True once `condition` holds, false if it still does not after `limit`.
@@ -123,12 +113,9 @@ protected:
         return false;
     }
 
-    std::string optionsXml(bool enableFw = true, bool enableNotify = true) const {
-        return "<key>FwOptions</key><dict>"
-               "<key>enable_fw</key><" +
-               std::string(enableFw ? "true" : "false") + "/><key>enable_notify</key><" +
-               (enableNotify ? "true" : "false") +
-               "/><key>default_set_num</key><integer>19</integer>"
+    std::string optionsXml() const {
+        return "<key>FwOptions</key><dict><key>enable_fw</key><true/><key>enable_notify</key>"
+               "<true/><key>default_set_num</key><integer>19</integer>"
                "<key>exception_set_num</key><integer>18</integer>"
                "<key>fw_log_path</key><string>" +
                fwLog() + "</string><key>syslog_conf</key><string>" + syslogConf() +
@@ -150,29 +137,28 @@ protected:
         plugin->finalize();
         m_running = false;
     }
-    void restart() {
-        stop();
-        ASSERT_EQ(start(), 0);
-    }
 
-    // Calls the handler of `cmd` as a host does: the table's row, else the default
-    // handler. The response is copied into `response` and released.
-    int call(int cmd, const void* in, int inLen, std::string* response = nullptr) {
+    // The handler a host calls for `cmd`: the table's row, else the default handler.
+    QvCommandHandler handler(int cmd) const {
         const QvHandlerEntry* table = nullptr;
         int count = 0;
         QvCommandHandler fallback = nullptr;
         EXPECT_EQ(plugin->getHandlers(&table, &count, &fallback), 0);
-        QvCommandHandler handler = fallback;
-        for (int i = 0; i < count; ++i) {
-            if (table[i].cmd == cmd) {
-                handler = table[i].handler;
-            }
-        }
+        const auto row = std::find_if(table, table + count,
+                                      [cmd](const QvHandlerEntry& e) { return e.cmd == cmd; });
+        return row != table + count ? row->handler : fallback;
+    }
+
+    // Calls the handler of `cmd`; the response, parsed into `reply`, is released.
+    int call(int cmd, const void* in, int inLen, google::protobuf::MessageLite* reply = nullptr) {
         void* out = nullptr;
         int outLen = -1;
-        const int code = handler(cmd, in, inLen, &out, &outLen);
-        if (response != nullptr && out != nullptr && outLen > 0) {
-            response->assign(static_cast<const char*>(out), outLen);
+        const int code = handler(cmd)(cmd, in, inLen, &out, &outLen);
+        if (reply != nullptr) {
+            reply->Clear();
+            EXPECT_TRUE(reply->ParseFromString(
+                out != nullptr && outLen > 0 ? std::string(static_cast<const char*>(out), outLen)
+                                             : std::string()));
         }
         plugin->free(out);
         return code;
@@ -180,24 +166,11 @@ protected:
     int call(int cmd, const google::protobuf::MessageLite& request,
              google::protobuf::MessageLite* reply = nullptr) {
         const std::string bytes = request.SerializeAsString();
-        std::string response;
         // An empty request still has to be a valid pointer with a length.
-        const int code =
-            call(cmd, bytes.empty() ? "" : bytes.data(), static_cast<int>(bytes.size()), &response);
-        if (reply != nullptr) {
-            reply->Clear();
-            EXPECT_TRUE(reply->ParseFromString(response));
-        }
-        return code;
+        return call(cmd, bytes.empty() ? "" : bytes.data(), static_cast<int>(bytes.size()), reply);
     }
     int call(int cmd, google::protobuf::MessageLite* reply = nullptr) {
-        std::string response;
-        const int code = call(cmd, nullptr, 0, &response);
-        if (reply != nullptr) {
-            reply->Clear();
-            EXPECT_TRUE(reply->ParseFromString(response));
-        }
-        return code;
+        return call(cmd, nullptr, 0, reply);
     }
 
     // Adds a rule to the normal set (or the exception set); the number it got, or 0.
@@ -231,22 +204,15 @@ protected:
         }
         return rules;
     }
-    static std::vector<uint32_t> installedNumbers(int set) {
-        std::vector<uint32_t> numbers;
-        for (const IpfwRuleLine& rule : installed(set)) {
-            numbers.push_back(static_cast<uint32_t>(rule.number));
-        }
-        return numbers;
-    }
-
     // The store and ipfw hold the same rule numbers in both sets.
     void expectStoreAndIpfwAgree() {
         auto sorted = [](std::vector<uint32_t> v) {
             std::sort(v.begin(), v.end());
             return v;
         };
-        EXPECT_EQ(sorted(stored(false)), installedNumbers(kNormalSet)) << ipfw("-S show");
-        EXPECT_EQ(sorted(stored(true)), installedNumbers(kExceptionSet)) << ipfw("-S show");
+        const std::string listing = ipfw("-S show");
+        EXPECT_EQ(sorted(stored(false)), numbersInSet(listing, kNormalSet)) << listing;
+        EXPECT_EQ(sorted(stored(true)), numbersInSet(listing, kExceptionSet)) << listing;
     }
 
     // ---- rules -----------------------------------------------------------------------
