@@ -1,0 +1,323 @@
+// Strings, numbers, booleans, data, arrays and dictionaries of the Linux CoreFoundation
+// subset: conversions, ownership, key equality and mutability.
+#include "CFTestSupport.h"
+
+#include <gtest/gtest.h>
+
+#include <climits>
+#include <cmath>
+#include <cstdlib>
+#include <cstring>
+
+namespace qvtest {
+namespace {
+
+CFStringRef asString(const CFHolder& holder) {
+    return static_cast<CFStringRef>(holder.get());
+}
+
+TEST(CFString, LengthCopyAndRefusals) {
+    // "é" is one UTF-16 unit, "€" one, U+1F600 two.
+    CFHolder text(str("a\xC3\xA9\xE2\x82\xAC\xF0\x9F\x98\x80"));
+    ASSERT_NE(text, nullptr);
+    EXPECT_EQ(CFStringGetLength(asString(text)), 5);
+    CFHolder empty(str(""));
+    EXPECT_EQ(CFStringGetLength(asString(empty)), 0);
+
+    // A direct pointer only for ASCII, so callers need the copying path.
+    CFHolder ascii(str("rules"));
+    CFHolder accented(str("r\xC3\xA8gles"));
+    ASSERT_NE(CFStringGetCStringPtr(asString(ascii), kCFStringEncodingUTF8), nullptr);
+    EXPECT_STREQ(CFStringGetCStringPtr(asString(ascii), kCFStringEncodingUTF8), "rules");
+    EXPECT_EQ(CFStringGetCStringPtr(asString(accented), kCFStringEncodingUTF8), nullptr);
+    char buffer[16];
+    ASSERT_TRUE(
+        CFStringGetCString(asString(accented), buffer, sizeof buffer, kCFStringEncodingUTF8));
+    EXPECT_STREQ(buffer, "r\xC3\xA8gles");
+    // The copy needs room for the terminator; ASCII cannot hold "è".
+    EXPECT_FALSE(CFStringGetCString(asString(accented), buffer, 7, kCFStringEncodingUTF8));
+    EXPECT_TRUE(CFStringGetCString(asString(ascii), buffer, 6, kCFStringEncodingUTF8));
+    EXPECT_FALSE(CFStringGetCString(asString(accented), buffer, 16, 0x0600 /* ASCII */));
+
+    EXPECT_EQ(CFStringCreateWithCString(kCFAllocatorDefault, nullptr, kCFStringEncodingUTF8),
+              nullptr);
+    for (const char* bad : {"\xC3", "\xC0\xAF", "\xED\xA0\x80", "\xF4\x90\x80\x80", "a\xFF"}) {
+        EXPECT_EQ(str(bad), nullptr) << "accepted malformed UTF-8";
+    }
+}
+
+TEST(CFString, CompareOrdersByUtf16CodeUnit) {
+    const struct {
+        const char* left;
+        const char* right;
+        CFStringCompareFlags flags;
+        CFComparisonResult order;
+    } rows[] = {
+        {"Empty", "list", 0, kCFCompareLessThan},
+        {"list", "Empty", 0, kCFCompareGreaterThan},
+        {"rule", "rule", 0, kCFCompareEqualTo},
+        {"rule", "rules", 0, kCFCompareLessThan},
+        // U+1F600 (surrogates D83D DE00) sorts before U+FF01, unlike in UTF-8 byte order.
+        {"\xF0\x9F\x98\x80", "\xEF\xBC\x81", 0, kCFCompareLessThan},
+        {"ABC", "abc", kCFCompareCaseInsensitive, kCFCompareEqualTo},
+    };
+    for (const auto& row : rows) {
+        CFHolder left(str(row.left));
+        CFHolder right(str(row.right));
+        EXPECT_EQ(CFStringCompare(asString(left), asString(right), row.flags), row.order)
+            << row.left << " vs " << row.right;
+    }
+}
+
+// Reads `number` as `type` into a 64-bit slot: the value as that type and the lossless flag.
+struct Reading {
+    double value;
+    bool exact;
+    bool operator==(const Reading& other) const {
+        return (value == other.value || (std::isnan(value) && std::isnan(other.value))) &&
+               exact == other.exact;
+    }
+};
+std::ostream& operator<<(std::ostream& out, const Reading& reading) {
+    return out << reading.value << (reading.exact ? " exact" : " lossy");
+}
+
+Reading readAs(CFNumberRef number, CFNumberType type) {
+    int32_t narrow = 0;
+    int64_t wide = 0;
+    double real = 0;
+    void* slot = type == kCFNumberSInt32Type   ? static_cast<void*>(&narrow)
+                 : type == kCFNumberSInt64Type ? static_cast<void*>(&wide)
+                                               : static_cast<void*>(&real);
+    const bool exact = CFNumberGetValue(number, type, slot);
+    return {type == kCFNumberSInt32Type   ? narrow
+            : type == kCFNumberSInt64Type ? static_cast<double>(wide)
+                                          : real,
+            exact};
+}
+
+TEST(CFNumber, ConversionsTruncateAndReportLoss) {
+    const uint32_t unsignedValue = 3000000000U;
+    const struct {
+        const char* name;
+        CFNumberRef number;
+        CFNumberType as;
+        Reading expected;
+    } rows[] = {
+        {"INT32_MIN as 32", int32Number(INT32_MIN), kCFNumberSInt32Type, {INT32_MIN, true}},
+        {"INT32_MAX as 32", int32Number(INT32_MAX), kCFNumberSInt32Type, {INT32_MAX, true}},
+        {"INT32_MIN as 64", int32Number(INT32_MIN), kCFNumberSInt64Type, {INT32_MIN, true}},
+        {"-1 as 64", int32Number(-1), kCFNumberSInt64Type, {-1, true}},
+        {"3e9 narrowed", int64Number(3000000000LL), kCFNumberSInt32Type, {-1294967296, false}},
+        {"INT32_MAX+1 narrowed",
+         int64Number(int64_t{INT32_MAX} + 1),
+         kCFNumberSInt32Type,
+         {INT32_MIN, false}},
+        {"INT32_MIN-1 narrowed",
+         int64Number(int64_t{INT32_MIN} - 1),
+         kCFNumberSInt32Type,
+         {INT32_MAX, false}},
+        // An unsigned value stored through SInt32 is sign-extended, without loss.
+        {"unsigned via 32",
+         CFNumberCreate(kCFAllocatorDefault, kCFNumberSInt32Type, &unsignedValue),
+         kCFNumberSInt64Type,
+         {-1294967296, true}},
+        {"2.7 as 32", doubleNumber(2.7), kCFNumberSInt32Type, {2, false}},
+        {"-2.7 as 32", doubleNumber(-2.7), kCFNumberSInt32Type, {-2, false}},
+        {"3.0 as 32", doubleNumber(3.0), kCFNumberSInt32Type, {3, true}},
+        {"3.0 as 64", doubleNumber(3.0), kCFNumberSInt64Type, {3, true}},
+        {"1e10 as 32", doubleNumber(1e10), kCFNumberSInt32Type, {INT32_MAX, false}},
+        {"nan as 32", doubleNumber(std::nan("")), kCFNumberSInt32Type, {0, false}},
+        {"2^53 as double",
+         int64Number(int64_t{1} << 53),
+         kCFNumberDoubleType,
+         {9007199254740992.0, true}},
+        {"2^53+1 as double",
+         int64Number((int64_t{1} << 53) + 1),
+         kCFNumberDoubleType,
+         {9007199254740992.0, false}},
+        {"INT64_MAX as double",
+         int64Number(INT64_MAX),
+         kCFNumberDoubleType,
+         {9223372036854775808.0, false}},
+        {"-7 as double", int32Number(-7), kCFNumberDoubleType, {-7.0, true}},
+    };
+    for (const auto& row : rows) {
+        CFHolder number(row.number);
+        EXPECT_EQ(readAs(row.number, row.as), row.expected) << row.name;
+    }
+    uint32_t back = 0;
+    CFHolder number(CFNumberCreate(kCFAllocatorDefault, kCFNumberSInt32Type, &unsignedValue));
+    EXPECT_TRUE(
+        CFNumberGetValue(static_cast<CFNumberRef>(number.get()), kCFNumberSInt32Type, &back));
+    EXPECT_EQ(back, unsignedValue);
+}
+
+TEST(CFTypes, CreationRefusesInvalidArguments) {
+    UInt8 byte = 0;
+    EXPECT_EQ(CFNumberCreate(kCFAllocatorDefault, kCFNumberSInt32Type, nullptr), nullptr);
+    EXPECT_EQ(CFDataCreateWithBytesNoCopy(kCFAllocatorDefault, &byte, -1, kCFAllocatorNull),
+              nullptr);
+    EXPECT_EQ(CFDataCreateWithBytesNoCopy(kCFAllocatorDefault, nullptr, 4, kCFAllocatorNull),
+              nullptr);
+    EXPECT_EQ(CFArrayCreate(kCFAllocatorDefault, nullptr, 2, &kCFTypeArrayCallBacks), nullptr);
+    CFHolder empty(CFArrayCreate(kCFAllocatorDefault, nullptr, 0, &kCFTypeArrayCallBacks));
+    ASSERT_NE(empty, nullptr);
+    EXPECT_EQ(CFArrayGetCount(static_cast<CFArrayRef>(empty.get())), 0);
+}
+
+TEST(CFBoolean, SingletonsHaveTheirOwnTypeAndSurviveExtraReleases) {
+    EXPECT_EQ(CFGetTypeID(kCFBooleanTrue), CFBooleanGetTypeID());
+    EXPECT_NE(CFBooleanGetTypeID(), CFNumberGetTypeID());
+    EXPECT_TRUE(CFBooleanGetValue(kCFBooleanTrue));
+    EXPECT_FALSE(CFBooleanGetValue(kCFBooleanFalse));
+    CFRelease(kCFBooleanTrue);
+    CFRelease(kCFBooleanTrue);
+    EXPECT_TRUE(CFBooleanGetValue(kCFBooleanTrue));
+}
+
+TEST(CFData, DeallocatorDecidesWhoFreesTheBytes) {
+    UInt8 bytes[] = {1, 2, 3};
+    CFHolder data(CFDataCreateWithBytesNoCopy(kCFAllocatorDefault, bytes, 3, kCFAllocatorNull));
+    EXPECT_EQ(CFDataGetBytePtr(static_cast<CFDataRef>(data.get())), bytes);
+    EXPECT_EQ(CFDataGetLength(static_cast<CFDataRef>(data.get())), 3);
+    data.reset();
+    EXPECT_EQ(bytes[2], 3);  // still ours; AddressSanitizer would flag a free of the stack
+
+    auto* owned = static_cast<UInt8*>(std::malloc(64));
+    std::memset(owned, 7, 64);
+    // Under LeakSanitizer a missing free() fails the run.
+    CFHolder freed(
+        CFDataCreateWithBytesNoCopy(kCFAllocatorDefault, owned, 64, kCFAllocatorDefault));
+    EXPECT_EQ(CFDataGetBytePtr(static_cast<CFDataRef>(freed.get()))[63], 7);
+}
+
+TEST(CFDictionary, HoldsValuesAndComparesKeysByContent) {
+    CFHolder dictionary(newDictionary());
+    auto root = (CFMutableDictionaryRef)dictionary.get();
+    CFStringRef key = str("fw_log_path");
+    CFStringRef value = str("/var/log/ipfw.log");
+    CFDictionaryAddValue(root, key, value);
+    CFRelease(key);
+    CFRelease(value);
+    // Both objects now live only through the dictionary; a missing retain would make
+    // this a use after free under AddressSanitizer.
+    auto found = static_cast<CFStringRef>(lookup(root, "fw_log_path"));
+    ASSERT_NE(found, nullptr);
+    EXPECT_STREQ(CFStringGetCStringPtr(found, kCFStringEncodingUTF8), "/var/log/ipfw.log");
+
+    // Setting the value it already holds keeps it alive.
+    CFHolder sameKey(str("fw_log_path"));
+    CFDictionarySetValue(root, sameKey.get(), CFDictionaryGetValue(root, sameKey.get()));
+    EXPECT_EQ(CFStringGetLength(static_cast<CFStringRef>(lookup(root, "fw_log_path"))), 17);
+
+    // Numbers are equal by value whatever their representation.
+    CFHolder intKey(int32Number(7));
+    CFDictionaryAddValue(root, intKey.get(), kCFBooleanTrue);
+    CFHolder doubleKey(doubleNumber(7.0));
+    CFHolder wideKey(int64Number(7));
+    EXPECT_EQ(CFDictionaryGetValue(root, doubleKey.get()), kCFBooleanTrue);
+    EXPECT_EQ(CFDictionaryGetValue(root, wideKey.get()), kCFBooleanTrue);
+    CFHolder fraction(doubleNumber(7.5));
+    EXPECT_FALSE(CFDictionaryContainsKey(root, fraction.get()));
+}
+
+TEST(CFDictionary, AddKeepsSetReplacesRemoveDrops) {
+    CFHolder dictionary(newDictionary());
+    auto root = (CFMutableDictionaryRef)dictionary.get();
+    CFHolder key(str("enable_fw"));
+    CFDictionaryAddValue(root, key.get(), kCFBooleanTrue);
+    CFDictionaryAddValue(root, key.get(), kCFBooleanFalse);
+    EXPECT_EQ(CFDictionaryGetValue(root, key.get()), kCFBooleanTrue);
+    CFDictionarySetValue(root, key.get(), kCFBooleanFalse);
+    EXPECT_EQ(CFDictionaryGetValue(root, key.get()), kCFBooleanFalse);
+    EXPECT_EQ(CFDictionaryGetCount(root), 1);
+
+    put(root, "syslog_conf", str("/etc/syslog.conf"));
+    CFDictionaryRemoveValue(root, key.get());
+    EXPECT_FALSE(CFDictionaryContainsKey(root, key.get()));
+    EXPECT_EQ(CFDictionaryGetCount(root), 1);
+    CFDictionaryRemoveValue(root, key.get());  // absent: no effect
+    CFDictionaryRemoveAllValues(root);
+    EXPECT_EQ(CFDictionaryGetCount(root), 0);
+    EXPECT_EQ(lookup(root, "syslog_conf"), nullptr);
+}
+
+// Value callbacks that count how often the dictionary retains and releases.
+int g_retains = 0;
+int g_releases = 0;
+const void* countingRetain(CFAllocatorRef, const void* value) {
+    ++g_retains;
+    return CFRetain(value);
+}
+void countingRelease(CFAllocatorRef, const void* value) {
+    ++g_releases;
+    CFRelease(value);
+}
+
+TEST(CFDictionary, UsesTheCallersCallbacksAndNullCallbacksRetainNothing) {
+    g_retains = g_releases = 0;
+    const CFDictionaryValueCallBacks counting = {0, countingRetain, countingRelease, nullptr,
+                                                 nullptr};
+    CFHolder key(str("k"));
+    CFHolder value(str("v"));
+    {
+        CFHolder dictionary(CFDictionaryCreateMutable(kCFAllocatorDefault, 0,
+                                                      &kCFTypeDictionaryKeyCallBacks, &counting));
+        auto root = (CFMutableDictionaryRef)dictionary.get();
+        CFDictionarySetValue(root, key.get(), value.get());
+        CFDictionarySetValue(root, key.get(), value.get());
+        EXPECT_EQ(g_retains, 2);
+        EXPECT_EQ(g_releases, 1);
+    }
+    EXPECT_EQ(g_releases, 2);
+
+    // Without callbacks, keys compare by pointer and nothing is retained.
+    CFHolder plain(CFDictionaryCreateMutable(kCFAllocatorDefault, 0, nullptr, nullptr));
+    auto root = (CFMutableDictionaryRef)plain.get();
+    CFDictionaryAddValue(root, key.get(), value.get());
+    CFHolder sameText(str("k"));
+    EXPECT_FALSE(CFDictionaryContainsKey(root, sameText.get()));
+    EXPECT_TRUE(CFDictionaryContainsKey(root, key.get()));
+}
+
+// A mutable copy of an immutable document shares its values: changing the copy's keys
+// leaves the original as it was, and the two compare equal by content until then.
+TEST(CFDictionary, MutableCopyIsShallowAndEqualByContent) {
+    CFHolder frozen = parse(xmlDocument("<dict><key>rules</key><array><integer>3100</integer>"
+                                        "</array></dict>\n"),
+                            kCFPropertyListImmutable);
+    ASSERT_NE(frozen, nullptr);
+    auto original = static_cast<CFDictionaryRef>(frozen.get());
+    CFHolder copy(CFDictionaryCreateMutableCopy(kCFAllocatorDefault, 0, original));
+    auto root = (CFMutableDictionaryRef)copy.get();
+    EXPECT_TRUE(CFEqual(original, root));
+    EXPECT_EQ(lookup(original, "rules"), lookup(root, "rules"));
+
+    put(root, "enable_fw", kCFBooleanTrue);
+    EXPECT_FALSE(CFEqual(original, root));
+    EXPECT_EQ(CFDictionaryGetCount(original), 1);
+    EXPECT_EQ(CFDictionaryGetCount(root), 2);
+}
+
+TEST(CFArray, RetainsValuesAndKeepsOrder) {
+    CFStringRef first = str("first");
+    CFNumberRef second = int32Number(2);
+    const void* values[] = {first, second, kCFBooleanTrue};
+    CFHolder array(CFArrayCreate(kCFAllocatorDefault, values, 3, &kCFTypeArrayCallBacks));
+    CFRelease(first);
+    CFRelease(second);
+    auto list = static_cast<CFArrayRef>(array.get());
+    ASSERT_EQ(CFArrayGetCount(list), 3);
+    EXPECT_EQ(CFGetTypeID(list), CFArrayGetTypeID());
+    EXPECT_STREQ(CFStringGetCStringPtr(static_cast<CFStringRef>(CFArrayGetValueAtIndex(list, 0)),
+                                       kCFStringEncodingUTF8),
+                 "first");
+    EXPECT_EQ(
+        readAs(static_cast<CFNumberRef>(CFArrayGetValueAtIndex(list, 1)), kCFNumberSInt32Type),
+        (Reading{2, true}));
+    EXPECT_EQ(CFArrayGetValueAtIndex(list, 2), kCFBooleanTrue);
+}
+
+}  // namespace
+}  // namespace qvtest
