@@ -72,49 +72,49 @@ protected:
     void* m_context = nullptr;
 };
 
-TEST_F(DebugConfigTest, TakesTheLevelFromAnXmlConfiguration) {
-    EXPECT_EQ(LevelFor(XmlWithLevel("<integer>6</integer>")), 6);
-    EXPECT_EQ(LevelFor(XmlWithLevel("<integer>0</integer>")), 0);
-    EXPECT_EQ(LevelFor(XmlWithLevel("<integer>7</integer>")), 7);
-}
-
-TEST_F(DebugConfigTest, TakesTheLevelFromABinaryConfiguration) {
-    EXPECT_EQ(LevelFor(BinaryPlistWithLevel(6)), 6);
-    EXPECT_EQ(LevelFor(BinaryPlistWithLevel(1)), 1);
-    EXPECT_EQ(LevelFor(BinaryPlistWithLevel(9)), 4);
-}
-
-TEST_F(DebugConfigTest, LevelsThatAreNotIntegersZeroToSevenGiveFour) {
-    EXPECT_EQ(LevelFor(XmlWithLevel("<integer>9</integer>")), 4);
-    EXPECT_EQ(LevelFor(XmlWithLevel("<integer>-1</integer>")), 4);
-    EXPECT_EQ(LevelFor(XmlWithLevel("<string>6</string>")), 4);
-    EXPECT_EQ(LevelFor(XmlWithLevel("<real>6.5</real>")), 4);
-    EXPECT_EQ(LevelFor(XmlWithLevel("<true/>")), 4);
-    EXPECT_EQ(LevelFor(XmlPlist("\t<key>Nested</key>\n\t<dict><key>DebugLevel</key>"
-                                "<integer>6</integer></dict>\n")),
-              4)
-        << "only the root key counts";
-}
-
-TEST_F(DebugConfigTest, MissingConfigurationGivesLevelFour) {
+// The level each configuration gives: its root DebugLevel when that is an integer from
+// 0 to 7, else 4.
+TEST_F(DebugConfigTest, LevelComesFromTheConfigurationOrIsFour) {
+    const struct {
+        const char* name;
+        std::string configuration;
+        int level;
+    } rows[] = {
+        {"XML 6", XmlWithLevel("<integer>6</integer>"), 6},
+        {"XML 0", XmlWithLevel("<integer>0</integer>"), 0},
+        {"XML 7", XmlWithLevel("<integer>7</integer>"), 7},
+        {"binary 6", BinaryPlistWithLevel(6), 6},
+        {"binary 1", BinaryPlistWithLevel(1), 1},
+        {"binary 9", BinaryPlistWithLevel(9), 4},
+        {"XML 9", XmlWithLevel("<integer>9</integer>"), 4},
+        {"XML -1", XmlWithLevel("<integer>-1</integer>"), 4},
+        {"string", XmlWithLevel("<string>6</string>"), 4},
+        {"real", XmlWithLevel("<real>6.5</real>"), 4},
+        {"boolean", XmlWithLevel("<true/>"), 4},
+        {"nested key only",
+         XmlPlist(
+             "\t<key>Nested</key>\n\t<dict><key>DebugLevel</key><integer>6</integer></dict>\n"),
+         4},
+        {"no DebugLevel key", XmlPlist(""), 4},
+        {"empty file", "", 4},
+        {"not a property list", "not a property list", 4},
+        {"cut binary list", BinaryPlistWithLevel(6).substr(0, 40), 4},
+        {"cut XML", XmlWithLevel("<integer>6</integer>").substr(0, 200), 4},
+        {"array root",
+         "<?xml version=\"1.0\"?><plist "
+         "version=\"1.0\"><array><integer>6</integer></array></plist>",
+         4},
+    };
+    for (const auto& row : rows) {
+        EXPECT_EQ(LevelFor(row.configuration), row.level) << row.name;
+    }
+    // Absent, unnamed, in a missing directory, or a directory.
     EXPECT_EQ(Init("Absent.plist"), 4);
     EXPECT_EQ(Init(nullptr), 4);
-    ScopedEnv noConfDir("QV_CONF_DIR", m_conf.file("absent"));
-    EXPECT_EQ(Init(), 4);
-}
-
-TEST_F(DebugConfigTest, UnreadableOrForeignContentGivesLevelFour) {
-    EXPECT_EQ(LevelFor(XmlPlist("")), 4) << "no DebugLevel key";
-    EXPECT_EQ(LevelFor(""), 4);
-    EXPECT_EQ(LevelFor("not a property list"), 4);
-    EXPECT_EQ(LevelFor(BinaryPlistWithLevel(6).substr(0, 40)), 4) << "cut binary list";
-    EXPECT_EQ(LevelFor(XmlWithLevel("<integer>6</integer>").substr(0, 200)), 4) << "cut XML";
-    EXPECT_EQ(LevelFor("<?xml version=\"1.0\"?><plist version=\"1.0\"><array><integer>6"
-                       "</integer></array></plist>"),
-              4)
-        << "root is not a dictionary";
     ASSERT_EQ(mkdir((m_conf.file("Dir.plist")).c_str(), 0755), 0);
     EXPECT_EQ(Init("Dir.plist"), 4);
+    ScopedEnv noConfDir("QV_CONF_DIR", m_conf.file("absent"));
+    EXPECT_EQ(Init(), 4);
 }
 
 TEST_F(DebugConfigTest, RedirectsTheLogIntoTheLogDirectoryCreatingIt) {

@@ -16,45 +16,37 @@ namespace {
 using qvtest::ScopedEnv;
 using qvtest::TempDir;
 
+// The configuration directory joined with the name, or a refusal that leaves the buffer
+// alone (emptied when the path did not fit).
 TEST(QvGetFilePathTest, JoinsTheConfigurationDirectoryAndName) {
     TempDir dir;
-    ScopedEnv conf("QV_CONF_DIR", dir.path());
-    char buffer[512];
-    ASSERT_NE(QvGetFilePath(buffer, sizeof buffer, "QvFw.conf.plist"), 0);
-    EXPECT_EQ(std::string(buffer), dir.file("QvFw.conf.plist"));
-
-    ScopedEnv slashed("QV_CONF_DIR", dir.path() + "//");
-    ASSERT_NE(QvGetFilePath(buffer, sizeof buffer, "x"), 0);
-    EXPECT_EQ(std::string(buffer), dir.file("x"));
-}
-
-TEST(QvGetFilePathTest, FailsWhenTheDirectoryIsMissingOrNotADirectory) {
-    TempDir dir;
-    char buffer[512] = "unchanged";
-    ScopedEnv missing("QV_CONF_DIR", dir.file("absent"));
-    EXPECT_EQ(QvGetFilePath(buffer, sizeof buffer, "a.plist"), 0);
-
     qvtest::writeFile(dir.file("file"), "");
-    ScopedEnv file("QV_CONF_DIR", dir.file("file"));
-    EXPECT_EQ(QvGetFilePath(buffer, sizeof buffer, "a.plist"), 0);
-}
-
-TEST(QvGetFilePathTest, FailsWhenThePathDoesNotFit) {
-    TempDir dir;
-    ScopedEnv conf("QV_CONF_DIR", dir.path());
-    std::string expected = dir.file("name");
-    char buffer[512];
-    EXPECT_EQ(QvGetFilePath(buffer, expected.size(), "name"), 0) << "no room for the NUL";
-    EXPECT_STREQ(buffer, "");
-    EXPECT_NE(QvGetFilePath(buffer, expected.size() + 1, "name"), 0);
-    EXPECT_EQ(std::string(buffer), expected);
-}
-
-TEST(QvGetFilePathTest, RefusesNullArguments) {
-    char buffer[64];
-    EXPECT_EQ(QvGetFilePath(nullptr, sizeof buffer, "a"), 0);
-    EXPECT_EQ(QvGetFilePath(buffer, 0, "a"), 0);
-    EXPECT_EQ(QvGetFilePath(buffer, sizeof buffer, nullptr), 0);
+    const std::string fits = dir.file("name");
+    const struct {
+        const char* why;
+        std::string confDir;
+        size_t size;
+        const char* name;
+        bool found;
+        std::string buffer;
+    } rows[] = {
+        {"plain", dir.path(), 512, "QvFw.conf.plist", true, dir.file("QvFw.conf.plist")},
+        {"trailing slashes", dir.path() + "//", 512, "x", true, dir.file("x")},
+        {"exact fit", dir.path(), fits.size() + 1, "name", true, fits},
+        {"no room for the NUL", dir.path(), fits.size(), "name", false, ""},
+        {"missing directory", dir.file("absent"), 512, "a.plist", false, "unchanged"},
+        {"not a directory", dir.file("file"), 512, "a.plist", false, "unchanged"},
+        {"null name", dir.path(), 512, nullptr, false, "unchanged"},
+        {"empty name", dir.path(), 512, "", false, "unchanged"},
+        {"size 0", dir.path(), 0, "a", false, "unchanged"},
+    };
+    for (const auto& row : rows) {
+        ScopedEnv conf("QV_CONF_DIR", row.confDir);
+        char buffer[512] = "unchanged";
+        EXPECT_EQ(QvGetFilePath(buffer, row.size, row.name) != 0, row.found) << row.why;
+        EXPECT_EQ(std::string(buffer), row.buffer) << row.why;
+    }
+    EXPECT_EQ(QvGetFilePath(nullptr, 64, "a"), 0);
 }
 
 TEST(QvGetFilePathTest, DefaultsToTheHostConfigurationDirectory) {

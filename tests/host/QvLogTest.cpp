@@ -41,26 +41,28 @@ std::string Format(const char* name, const char* text, int level = 3) {
     return std::string(line, length);
 }
 
-TEST(LogLineTest, LaysOutTimeLevelIdsNameAndText) {
-    EXPECT_EQ(Format("QvFw", "RuleMgr::DoCmd failed"),
-              "2026-11-22 09:05:07.023 <3> 1234:1240 QvFw RuleMgr::DoCmd failed\n");
-}
-
-TEST(LogLineTest, DropsExactlyOneTrailingNewline) {
-    EXPECT_EQ(Format("n", "text\n"), "2026-11-22 09:05:07.023 <3> 1234:1240 n text\n");
-    EXPECT_EQ(Format("n", "text\n\n"), "2026-11-22 09:05:07.023 <3> 1234:1240 n text\n\n");
-    EXPECT_EQ(Format("n", ""), "2026-11-22 09:05:07.023 <3> 1234:1240 n \n");
-}
-
-TEST(LogLineTest, CutsLongNameAndText) {
-    std::string name(500, 'N');
-    std::string text(9000, 'x');
-    std::string line = Format(name.c_str(), text.c_str());
-    std::string prefix = "2026-11-22 09:05:07.023 <3> 1234:1240 ";
-    ASSERT_EQ(line.size(), prefix.size() + qvlog::kMaxNameBytes + 1 + qvlog::kMaxTextBytes + 1);
-    EXPECT_EQ(line.substr(prefix.size(), qvlog::kMaxNameBytes + 1),
-              std::string(qvlog::kMaxNameBytes, 'N') + " ");
-    EXPECT_EQ(line.back(), '\n');
+TEST(LogLineTest, LaysOutTimeLevelIdsNameAndTextCuttingWhatIsTooLong) {
+    const std::string prefix = "2026-11-22 09:05:07.023 <3> 1234:1240 ";
+    const std::string longName(500, 'N');
+    const std::string longText(9000, 'x');
+    const struct {
+        std::string name;
+        std::string text;
+        std::string line;  // after the prefix
+    } rows[] = {
+        {"QvFw", "RuleMgr::DoCmd failed", "QvFw RuleMgr::DoCmd failed\n"},
+        // Exactly one trailing newline is dropped.
+        {"n", "text\n", "n text\n"},
+        {"n", "text\n\n", "n text\n\n"},
+        {"n", "", "n \n"},
+        {longName, longText,
+         std::string(qvlog::kMaxNameBytes, 'N') + " " + std::string(qvlog::kMaxTextBytes, 'x') +
+             "\n"},
+    };
+    for (const auto& row : rows) {
+        EXPECT_EQ(Format(row.name.c_str(), row.text.c_str()), prefix + row.line)
+            << row.line.substr(0, 40);
+    }
 }
 
 // A context on a file in a fresh directory, released at scope end.
@@ -115,10 +117,9 @@ TEST_F(LogFileTest, WritesOnlyLevelsUpToTheContextLevel) {
         EXPECT_NE(lines[level].find("<" + std::to_string(level) + ">"), std::string::npos);
     }
     EXPECT_NE(lines[5].find("kept after lowering"), std::string::npos);
-}
 
-TEST_F(LogFileTest, ClampsLevelsOutsideTheRange) {
-    ASSERT_NE(Open(99), nullptr);
+    // Levels outside 0..7 are clamped.
+    QvrnSetDbgLogLevel(m_context, 99);
     EXPECT_TRUE(QvrnIsEnableLog(m_context, 7));
     EXPECT_FALSE(QvrnIsEnableLog(m_context, 8));
     QvrnSetDbgLogLevel(m_context, -5);
@@ -126,7 +127,7 @@ TEST_F(LogFileTest, ClampsLevelsOutsideTheRange) {
     EXPECT_FALSE(QvrnIsEnableLog(m_context, 1));
 }
 
-TEST_F(LogFileTest, CreatesTheFileOnFirstLineOnlyAndAppends) {
+TEST_F(LogFileTest, CreatesTheFileOnItsFirstLineAndAppends) {
     qvtest::writeFile(path(), "earlier content\n");
     ASSERT_NE(Open(7), nullptr);
     QvrnWriteDbgLog(m_context, 6, "appended");
@@ -134,7 +135,8 @@ TEST_F(LogFileTest, CreatesTheFileOnFirstLineOnlyAndAppends) {
     ASSERT_EQ(lines.size(), 2u);
     EXPECT_EQ(lines[0], "earlier content");
 
-    void* other = QvrnCreateDbgLog("Other", (m_dir.file("new.log")).c_str(), 7);
+    void* other = QvrnCreateDbgLog("Other", (m_dir.file("new.log")).c_str(), 99);
+    EXPECT_TRUE(QvrnIsEnableLog(other, 7) && !QvrnIsEnableLog(other, 8)) << "level clamped to 7";
     struct stat info {};
     EXPECT_NE(stat((m_dir.file("new.log")).c_str(), &info), 0) << "created before any line";
     QvrnWriteDbgLog(other, 6, "first");
@@ -143,19 +145,18 @@ TEST_F(LogFileTest, CreatesTheFileOnFirstLineOnlyAndAppends) {
     umask(mask);
     EXPECT_EQ(info.st_mode & 0777, 0644 & ~mask);
     QvrnReleaseDbgLog(other);
-}
 
-TEST_F(LogFileTest, RetriesWhenTheDirectoryAppearsLater) {
+    // A line for a directory that does not exist yet is lost; later ones are kept.
     std::string dir = m_dir.file("later");
-    void* context = QvrnCreateDbgLog("QvFw", (dir + "/x.log").c_str(), 7);
-    ASSERT_NE(context, nullptr);
-    QvrnWriteDbgLog(context, 3, "lost: no directory yet");
+    void* later = QvrnCreateDbgLog("QvFw", (dir + "/x.log").c_str(), 7);
+    ASSERT_NE(later, nullptr);
+    QvrnWriteDbgLog(later, 3, "lost: no directory yet");
     ASSERT_EQ(mkdir(dir.c_str(), 0755), 0);
-    QvrnWriteDbgLog(context, 3, "kept");
-    std::vector<std::string> lines = SplitLines(readFile(dir + "/x.log"));
+    QvrnWriteDbgLog(later, 3, "kept");
+    QvrnReleaseDbgLog(later);
+    lines = SplitLines(readFile(dir + "/x.log"));
     ASSERT_EQ(lines.size(), 1u);
     EXPECT_NE(lines[0].find("kept"), std::string::npos);
-    QvrnReleaseDbgLog(context);
 }
 
 TEST(LogContextTest, NullContextEnablesAndWritesNothing) {
