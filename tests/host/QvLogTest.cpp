@@ -79,33 +79,13 @@ protected:
     void* m_context = nullptr;
 };
 
-TEST_F(LogFileTest, WritesTheLineWithLocalTimeAndIds) {
-    ASSERT_NE(Open(7), nullptr);
-    time_t before = time(nullptr);
-    QvrnWriteDbgLog(m_context, 3, "%s: code %d\n", "FwMgr::Init", 20016);
-
-    std::vector<std::string> lines = SplitLines(readFile(path()));
-    ASSERT_EQ(lines.size(), 1u);
-    std::smatch match;
-    std::regex layout(
-        R"(^(\d{4}-\d\d-\d\d \d\d:\d\d:\d\d)\.\d{3} <3> (\d+):(\d+) QvFw FwMgr::Init: code 20016$)");
-    ASSERT_TRUE(std::regex_match(lines[0], match, layout)) << lines[0];
-    EXPECT_EQ(std::stol(match[2]), static_cast<long>(getpid()));
-    EXPECT_EQ(std::stol(match[3]), static_cast<long>(syscall(SYS_gettid)));
-
-    struct tm local {};
-    localtime_r(&before, &local);
-    char expected[32];
-    strftime(expected, sizeof expected, "%Y-%m-%d %H:%M", &local);
-    EXPECT_EQ(match[1].str().substr(0, 16), expected);
-}
-
-TEST_F(LogFileTest, WritesOnlyLevelsUpToTheContextLevel) {
+TEST_F(LogFileTest, WritesLevelsUpToTheContextLevelWithLocalTimeAndIds) {
     ASSERT_NE(Open(4), nullptr);
     EXPECT_TRUE(QvrnIsEnableLog(m_context, 4));
     EXPECT_FALSE(QvrnIsEnableLog(m_context, 5));
+    time_t before = time(nullptr);
     for (int level = 0; level <= 7; ++level) {
-        QvrnWriteDbgLog(m_context, level, "level %d", level);
+        QvrnWriteDbgLog(m_context, level, "%s %d\n", "level", level);
     }
     QvrnSetDbgLogLevel(m_context, 1);
     QvrnWriteDbgLog(m_context, 2, "dropped after lowering");
@@ -113,8 +93,20 @@ TEST_F(LogFileTest, WritesOnlyLevelsUpToTheContextLevel) {
 
     std::vector<std::string> lines = SplitLines(readFile(path()));
     ASSERT_EQ(lines.size(), 6u);
+    std::regex layout(
+        R"(^(\d{4}-\d\d-\d\d \d\d:\d\d):\d\d\.\d{3} <(\d)> (\d+):(\d+) QvFw level (\d)$)");
     for (int level = 0; level <= 4; ++level) {
-        EXPECT_NE(lines[level].find("<" + std::to_string(level) + ">"), std::string::npos);
+        std::smatch match;
+        ASSERT_TRUE(std::regex_match(lines[level], match, layout)) << lines[level];
+        EXPECT_EQ(match[2], std::to_string(level));
+        EXPECT_EQ(match[5], std::to_string(level));
+        EXPECT_EQ(std::stol(match[3]), static_cast<long>(getpid()));
+        EXPECT_EQ(std::stol(match[4]), static_cast<long>(syscall(SYS_gettid)));
+        struct tm local {};
+        localtime_r(&before, &local);
+        char expected[32];
+        strftime(expected, sizeof expected, "%Y-%m-%d %H:%M", &local);
+        EXPECT_EQ(match[1].str(), expected);
     }
     EXPECT_NE(lines[5].find("kept after lowering"), std::string::npos);
 

@@ -70,23 +70,6 @@ TEST(QvSystemTest, CapturesOutputAndReportsWhetherTheShellRan) {
     EXPECT_FALSE(QvSystem(nullptr, nullptr, 0, 5));
 }
 
-TEST(QvSystemTest, LeavesStandardErrorToTheCaller) {
-    TempDir dir;
-    std::string errPath = dir.file("stderr");
-    int saved = dup(STDERR_FILENO);
-    int file = open(errPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
-    ASSERT_GE(file, 0);
-    dup2(file, STDERR_FILENO);
-    bool ok = false;
-    std::string output = RunShell("echo to-out; echo to-err >&2", &ok);
-    dup2(saved, STDERR_FILENO);
-    close(saved);
-    close(file);
-    EXPECT_TRUE(ok);
-    EXPECT_EQ(output, "to-out\n");
-    EXPECT_EQ(readFile(errPath), "to-err\n");
-}
-
 bool ProcessGone(pid_t pid) {
     // A zombie awaiting its new parent counts as gone: it no longer runs.
     std::string stat = readFile("/proc/" + std::to_string(pid) + "/stat");
@@ -158,35 +141,31 @@ TEST(QvSystemTest, EightThreadsEachGetTheirOwnOutput) {
     }
 }
 
-TEST(QvSystemTest, NoDescriptorOfTheCallerReachesTheChild) {
+// Standard error stays the caller's; no other descriptor of the caller reaches the child,
+// not even those opened the careless way, without close-on-exec, as other code in a host
+// might.
+TEST(QvSystemTest, ChildGetsTheStandardStreamsOnly) {
     TempDir dir;
-    std::string marker = dir.file("leak-marker");
-    // Opened the careless way, without close-on-exec, as other code in a host might.
-    int file = open(marker.c_str(), O_WRONLY | O_CREAT, 0600);
+    std::string errPath = dir.file("stderr");
+    int saved = dup(STDERR_FILENO);
+    int file = open(errPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
     int pair[2];
     ASSERT_GE(file, 0);
     ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM, 0, pair), 0);
-    std::string socketTarget = "socket:[";
-
+    dup2(file, STDERR_FILENO);
+    bool ok = false;
     // ls runs as a child, so the listing shows the shell's descriptors and no helper's.
-    std::string listing = RunShell("ls -l /proc/$$/fd");
-    close(file);
-    close(pair[0]);
-    close(pair[1]);
-
-    std::set<std::string> numbers;
-    for (const std::string& line : SplitLines(listing)) {
-        size_t arrow = line.find(" -> ");
-        if (arrow == std::string::npos) {
-            continue;  // the "total" line
-        }
-        numbers.insert(
-            line.substr(line.rfind(' ', arrow - 1) + 1, arrow - line.rfind(' ', arrow - 1) - 1));
-        EXPECT_EQ(line.find(marker), std::string::npos) << line;
-        EXPECT_EQ(line.find(socketTarget), std::string::npos) << line;
+    std::string listing = RunShell("ls /proc/$$/fd; echo to-err >&2", &ok);
+    dup2(saved, STDERR_FILENO);
+    for (int fd : {saved, file, pair[0], pair[1]}) {
+        close(fd);
     }
+    EXPECT_TRUE(ok);
+    EXPECT_EQ(readFile(errPath), "to-err\n");
+    std::vector<std::string> lines = SplitLines(listing);
+    std::set<std::string> numbers(lines.begin(), lines.end());
     EXPECT_TRUE(numbers.count("0") && numbers.count("1") && numbers.count("2")) << listing;
-    for (int fd : {file, pair[0], pair[1]}) {
+    for (int fd : {saved, file, pair[0], pair[1]}) {
         EXPECT_EQ(numbers.count(std::to_string(fd)), 0u) << listing;
     }
 }

@@ -69,88 +69,62 @@ TEST(CFString, CompareOrdersByUtf16CodeUnit) {
     }
 }
 
-// Reads `number` as `type` into a 64-bit slot: the value as that type and the lossless flag.
-struct Reading {
-    double value;
-    bool exact;
-    bool operator==(const Reading& other) const {
-        return (value == other.value || (std::isnan(value) && std::isnan(other.value))) &&
-               exact == other.exact;
-    }
-};
-std::ostream& operator<<(std::ostream& out, const Reading& reading) {
-    return out << reading.value << (reading.exact ? " exact" : " lossy");
-}
-
-Reading readAs(CFNumberRef number, CFNumberType type) {
+// `number` read as `type`: the value as that type and the lossless flag.
+std::pair<double, bool> readAs(CFNumberRef number, CFNumberType type) {
     int32_t narrow = 0;
     int64_t wide = 0;
     double real = 0;
-    void* slot = type == kCFNumberSInt32Type   ? static_cast<void*>(&narrow)
-                 : type == kCFNumberSInt64Type ? static_cast<void*>(&wide)
-                                               : static_cast<void*>(&real);
-    const bool exact = CFNumberGetValue(number, type, slot);
-    return {type == kCFNumberSInt32Type   ? narrow
-            : type == kCFNumberSInt64Type ? static_cast<double>(wide)
-                                          : real,
-            exact};
+    if (type == kCFNumberSInt32Type) {
+        const bool exact = CFNumberGetValue(number, type, &narrow);
+        return {narrow, exact};
+    }
+    if (type == kCFNumberSInt64Type) {
+        const bool exact = CFNumberGetValue(number, type, &wide);
+        return {static_cast<double>(wide), exact};
+    }
+    const bool exact = CFNumberGetValue(number, type, &real);
+    return {real, exact};
 }
 
 TEST(CFNumber, ConversionsTruncateAndReportLoss) {
-    const uint32_t unsignedValue = 3000000000U;
+    constexpr CFNumberType k32 = kCFNumberSInt32Type;
+    constexpr CFNumberType k64 = kCFNumberSInt64Type;
+    constexpr CFNumberType kReal = kCFNumberDoubleType;
+    const uint32_t big = 3000000000U;
     const struct {
-        const char* name;
+        const char* input;
         CFNumberRef number;
         CFNumberType as;
-        Reading expected;
+        double value;
+        bool exact;
     } rows[] = {
-        {"INT32_MIN as 32", int32Number(INT32_MIN), kCFNumberSInt32Type, {INT32_MIN, true}},
-        {"INT32_MAX as 32", int32Number(INT32_MAX), kCFNumberSInt32Type, {INT32_MAX, true}},
-        {"INT32_MIN as 64", int32Number(INT32_MIN), kCFNumberSInt64Type, {INT32_MIN, true}},
-        {"-1 as 64", int32Number(-1), kCFNumberSInt64Type, {-1, true}},
-        {"3e9 narrowed", int64Number(3000000000LL), kCFNumberSInt32Type, {-1294967296, false}},
-        {"INT32_MAX+1 narrowed",
-         int64Number(int64_t{INT32_MAX} + 1),
-         kCFNumberSInt32Type,
-         {INT32_MIN, false}},
-        {"INT32_MIN-1 narrowed",
-         int64Number(int64_t{INT32_MIN} - 1),
-         kCFNumberSInt32Type,
-         {INT32_MAX, false}},
+#define ROW(make, as, value, exact) {#make, make, as, value, exact}
+        ROW(int32Number(INT32_MIN), k32, INT32_MIN, true),
+        ROW(int32Number(INT32_MAX), k32, INT32_MAX, true),
+        ROW(int32Number(INT32_MIN), k64, INT32_MIN, true),
+        ROW(int32Number(-1), k64, -1, true),
+        ROW(int64Number(3000000000LL), k32, -1294967296, false),
+        ROW(int64Number(int64_t{INT32_MAX} + 1), k32, INT32_MIN, false),
+        ROW(int64Number(int64_t{INT32_MIN} - 1), k32, INT32_MAX, false),
         // An unsigned value stored through SInt32 is sign-extended, without loss.
-        {"unsigned via 32",
-         CFNumberCreate(kCFAllocatorDefault, kCFNumberSInt32Type, &unsignedValue),
-         kCFNumberSInt64Type,
-         {-1294967296, true}},
-        {"2.7 as 32", doubleNumber(2.7), kCFNumberSInt32Type, {2, false}},
-        {"-2.7 as 32", doubleNumber(-2.7), kCFNumberSInt32Type, {-2, false}},
-        {"3.0 as 32", doubleNumber(3.0), kCFNumberSInt32Type, {3, true}},
-        {"3.0 as 64", doubleNumber(3.0), kCFNumberSInt64Type, {3, true}},
-        {"1e10 as 32", doubleNumber(1e10), kCFNumberSInt32Type, {INT32_MAX, false}},
-        {"nan as 32", doubleNumber(std::nan("")), kCFNumberSInt32Type, {0, false}},
-        {"2^53 as double",
-         int64Number(int64_t{1} << 53),
-         kCFNumberDoubleType,
-         {9007199254740992.0, true}},
-        {"2^53+1 as double",
-         int64Number((int64_t{1} << 53) + 1),
-         kCFNumberDoubleType,
-         {9007199254740992.0, false}},
-        {"INT64_MAX as double",
-         int64Number(INT64_MAX),
-         kCFNumberDoubleType,
-         {9223372036854775808.0, false}},
-        {"-7 as double", int32Number(-7), kCFNumberDoubleType, {-7.0, true}},
+        ROW(CFNumberCreate(kCFAllocatorDefault, k32, &big), k64, -1294967296, true),
+        ROW(CFNumberCreate(kCFAllocatorDefault, k32, &big), k32, -1294967296, true),
+        ROW(doubleNumber(2.7), k32, 2, false),
+        ROW(doubleNumber(-2.7), k32, -2, false),
+        ROW(doubleNumber(3.0), k32, 3, true),
+        ROW(doubleNumber(3.0), k64, 3, true),
+        ROW(doubleNumber(1e10), k32, INT32_MAX, false),
+        ROW(doubleNumber(std::nan("")), k32, 0, false),
+        ROW(int64Number(int64_t{1} << 53), kReal, 9007199254740992.0, true),
+        ROW(int64Number((int64_t{1} << 53) + 1), kReal, 9007199254740992.0, false),
+        ROW(int64Number(INT64_MAX), kReal, 9223372036854775808.0, false),
+        ROW(int32Number(-7), kReal, -7.0, true),
+#undef ROW
     };
     for (const auto& row : rows) {
         CFHolder number(row.number);
-        EXPECT_EQ(readAs(row.number, row.as), row.expected) << row.name;
+        EXPECT_EQ(readAs(row.number, row.as), std::make_pair(row.value, row.exact)) << row.input;
     }
-    uint32_t back = 0;
-    CFHolder number(CFNumberCreate(kCFAllocatorDefault, kCFNumberSInt32Type, &unsignedValue));
-    EXPECT_TRUE(
-        CFNumberGetValue(static_cast<CFNumberRef>(number.get()), kCFNumberSInt32Type, &back));
-    EXPECT_EQ(back, unsignedValue);
 }
 
 TEST(CFTypes, CreationRefusesInvalidArguments) {

@@ -246,19 +246,6 @@ TEST(PlistReader, BrokenXmlFailsCleanly) {
     }
 }
 
-TEST(PlistReader, FailureHandsOutAReleasableError) {
-    const std::string junk = "<plist><dict><key>";
-    CFHolder data(CFDataCreateWithBytesNoCopy(kCFAllocatorDefault,
-                                              reinterpret_cast<const UInt8*>(junk.data()),
-                                              static_cast<CFIndex>(junk.size()), kCFAllocatorNull));
-    CFErrorRef error = nullptr;
-    EXPECT_EQ(CFPropertyListCreateWithData(kCFAllocatorDefault, static_cast<CFDataRef>(data.get()),
-                                           0, nullptr, &error),
-              nullptr);
-    ASSERT_NE(error, nullptr);
-    CFRelease(error);
-}
-
 // A binary property list from its objects (each already encoded) and a root index.
 std::string binaryPlist(const std::vector<std::string>& objects, uint64_t root = 0,
                         uint64_t claimedCount = 0, int referenceWidth = 1) {
