@@ -164,6 +164,22 @@ TEST(PlistWriter, SharedValuesAreValidAndOnlyXmlIsWritten) {
     CFRelease(error);
 }
 
+// An immutable dictionary keeps its text from the first writing for the next ones, at
+// its own depth only.
+TEST(PlistWriter, KeptTextOfImmutableDictionariesIsExactAndKeptPerDepth) {
+    const std::string inner = "<dict><key>b</key><array><dict/><integer>1</integer></array></dict>";
+    CFHolder frozen = parse(xmlDocument(inner), kCFPropertyListImmutable);
+    CFHolder fresh = parse(xmlDocument(inner));
+    ASSERT_NE(frozen, nullptr);
+    for (int round = 0; round < 2; ++round) {
+        EXPECT_EQ(toXml(frozen.get()), toXml(fresh.get())) << "writing " << round;
+    }
+    CFHolder outer(newDictionary());
+    put((CFMutableDictionaryRef)outer.get(), "a", CFRetain(frozen.get()));
+    CFHolder nested = parse(xmlDocument("<dict><key>a</key>" + inner + "</dict>"));
+    EXPECT_EQ(toXml(outer.get()), toXml(nested.get()));
+}
+
 // Documents from 4 MiB up are written into pages kept from one document to the next:
 // growing, shrinking and growing again must give each document exactly its own bytes,
 // never a rest of the one written before into the same pages.
