@@ -2,7 +2,9 @@
 // bad keys and bad array elements, and the all-or-nothing writers.
 #include <gtest/gtest.h>
 
+#include <memory>
 #include <string>
+#include <type_traits>
 
 #include "ConfigTestSupport.h"
 #include "VelaFwInternalMsgConvert.h"
@@ -13,22 +15,11 @@ using namespace qor::vela;
 namespace {
 
 // Owns one CoreFoundation reference for the length of a test.
-template <typename Ref>
-class Owned {
-public:
-    explicit Owned(Ref ref) : m_ref(ref) {}
-    ~Owned() {
-        if (m_ref != nullptr) {
-            CFRelease(m_ref);
-        }
-    }
-    Owned(const Owned&) = delete;
-    Owned& operator=(const Owned&) = delete;
-    Ref get() const { return m_ref; }
-
-private:
-    Ref m_ref;
+struct Release {
+    void operator()(const void* ref) const { CFRelease(ref); }
 };
+template <typename Ref>
+using Owned = std::unique_ptr<std::remove_pointer_t<Ref>, Release>;
 
 using Dict = Owned<CFMutableDictionaryRef>;
 

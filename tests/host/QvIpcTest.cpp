@@ -7,6 +7,7 @@
 
 #include <atomic>
 #include <chrono>
+#include <cstring>
 #include <functional>
 #include <memory>
 #include <string>
@@ -25,19 +26,15 @@ using qvtest::TempDir;
 using Clock = std::chrono::steady_clock;
 using Bytes = std::string;
 
+// Frames carry little-endian numbers, as this host stores them.
+static_assert(__BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__, "frames are little-endian");
 Bytes Le32(uint32_t value) {
-    Bytes out(4, '\0');
-    for (int i = 0; i < 4; ++i) {
-        out[i] = static_cast<char>(value >> (8 * i));
-    }
-    return out;
+    return Bytes(reinterpret_cast<const char*>(&value), 4);
 }
 
 uint32_t ReadLe32(const Bytes& in, size_t at) {
     uint32_t value = 0;
-    for (int i = 3; i >= 0; --i) {
-        value = value << 8 | static_cast<uint8_t>(in[at + i]);
-    }
+    std::memcpy(&value, in.data() + at, 4);
     return value;
 }
 

@@ -167,14 +167,6 @@ std::string Payload(int writer, int sequence) {
            std::string(300 + (sequence % 7) * 100, static_cast<char>('a' + writer % 26));
 }
 
-void WriteMany(const std::string& path, int writer, int count) {
-    void* context = QvrnCreateDbgLog("Conc", path.c_str(), 7);
-    for (int i = 0; i < count; ++i) {
-        QvrnWriteDbgLog(context, 6, "%s", Payload(writer, i).c_str());
-    }
-    QvrnReleaseDbgLog(context);
-}
-
 // Every line is one of the expected payloads, whole, and each appears exactly once.
 void ExpectWholeLines(const std::string& content, int writers, int count) {
     std::vector<std::string> lines = SplitLines(content);
@@ -199,48 +191,46 @@ void ExpectWholeLines(const std::string& content, int writers, int count) {
     }
 }
 
-TEST(LogConcurrencyTest, EightThreadsOnOneContextWriteWholeLines) {
+// Four processes, each with its own context, and eight threads of this one sharing a
+// context, all writing to one file at once.
+TEST(LogConcurrencyTest, ProcessesAndThreadsOnOneFileWriteWholeLines) {
     TempDir dir;
-    std::string path = dir.file("threads.log");
-    void* context = QvrnCreateDbgLog("Conc", path.c_str(), 7);
+    std::string path = dir.file("shared.log");
+    constexpr int kProcesses = 4;
     constexpr int kThreads = 8;
-    constexpr int kLines = 400;
+    constexpr int kLines = 300;
+    auto writeLines = [](void* context, int writer) {
+        for (int i = 0; i < kLines; ++i) {
+            QvrnWriteDbgLog(context, 6, "%s", Payload(writer, i).c_str());
+        }
+    };
+    std::vector<pid_t> children;
+    for (int p = 0; p < kProcesses; ++p) {
+        pid_t child = fork();  // before any thread starts
+        ASSERT_GE(child, 0);
+        if (child == 0) {
+            void* context = QvrnCreateDbgLog("Conc", path.c_str(), 7);
+            writeLines(context, kThreads + p);
+            QvrnReleaseDbgLog(context);
+            _exit(0);
+        }
+        children.push_back(child);
+    }
+    void* context = QvrnCreateDbgLog("Conc", path.c_str(), 7);
     std::vector<std::thread> threads;
     for (int t = 0; t < kThreads; ++t) {
-        threads.emplace_back([context, t] {
-            for (int i = 0; i < kLines; ++i) {
-                QvrnWriteDbgLog(context, 6, "%s", Payload(t, i).c_str());
-            }
-        });
+        threads.emplace_back(writeLines, context, t);
     }
     for (auto& thread : threads) {
         thread.join();
     }
     QvrnReleaseDbgLog(context);
-    ExpectWholeLines(readFile(path), kThreads, kLines);
-}
-
-TEST(LogConcurrencyTest, SeveralProcessesOnOneFileWriteWholeLines) {
-    TempDir dir;
-    std::string path = dir.file("processes.log");
-    constexpr int kProcesses = 4;
-    constexpr int kLines = 300;
-    std::vector<pid_t> children;
-    for (int p = 0; p < kProcesses; ++p) {
-        pid_t child = fork();
-        ASSERT_GE(child, 0);
-        if (child == 0) {
-            WriteMany(path, p, kLines);
-            _exit(0);
-        }
-        children.push_back(child);
-    }
     for (pid_t child : children) {
         int status = 0;
         ASSERT_EQ(waitpid(child, &status, 0), child);
         ASSERT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
     }
-    ExpectWholeLines(readFile(path), kProcesses, kLines);
+    ExpectWholeLines(readFile(path), kThreads + kProcesses, kLines);
 }
 
 }  // namespace

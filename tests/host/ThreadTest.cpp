@@ -56,7 +56,7 @@ std::thread ReleaseLater(Gate& gate) {
     });
 }
 
-TEST(ThreadTest, RunsAtConstructionAndStopWaitsForTheResult) {
+TEST(ThreadTest, RunsAtConstructionAndStopOrDestructorWaitsForTheResult) {
     Gate gate;
     Thread thread(Gate::Body, &gate, false, PRIORITY_NORMAL);
     ASSERT_TRUE(thread.started());
@@ -73,17 +73,13 @@ TEST(ThreadTest, RunsAtConstructionAndStopWaitsForTheResult) {
     Thread none(nullptr, nullptr, false, PRIORITY_NORMAL);
     EXPECT_FALSE(none.started());
     EXPECT_EQ(none.stop(), nullptr);
-}
 
-TEST(ThreadTest, DestructorWaitsForTheFunction) {
-    Gate gate;
-    std::thread releaser = ReleaseLater(gate);
-    {
-        Thread thread(Gate::Body, &gate, false, PRIORITY_NORMAL);
-        ASSERT_TRUE(thread.started());
-    }
-    EXPECT_TRUE(gate.finished);
-    releaser.join();
+    // The destructor waits for the function too.
+    Gate second;
+    std::thread secondReleaser = ReleaseLater(second);
+    { Thread unstopped(Gate::Body, &second, false, PRIORITY_NORMAL); }
+    EXPECT_TRUE(second.finished);
+    secondReleaser.join();
 }
 
 TEST(ThreadTest, ConcurrentStopsBothWaitAndAgree) {

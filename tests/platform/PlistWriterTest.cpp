@@ -145,28 +145,10 @@ TEST(PlistWriter, InvalidDocumentsProduceNothing) {
     EXPECT_FALSE(CFPropertyListIsValid(withHole.get(), kCFPropertyListBinaryFormat_v1_0));
 }
 
-TEST(PlistWriter, SharedValuesAreValidAndOnlyXmlIsWritten) {
-    CFHolder shared(newDictionary());
-    CFHolder root(newDictionary());
-    auto dictionary = (CFMutableDictionaryRef)root.get();
-    put(dictionary, "one", CFRetain(shared.get()));
-    put(dictionary, "two", CFRetain(shared.get()));
-    EXPECT_TRUE(CFPropertyListIsValid(root.get(), kCFPropertyListBinaryFormat_v1_0));
-    EXPECT_EQ(toXml(root.get()),
-              xmlDocument("<dict>\n\t<key>one</key>\n\t<dict/>\n\t<key>two</key>\n\t<dict/>\n"
-                          "</dict>\n"));
-
-    CFErrorRef error = nullptr;
-    EXPECT_EQ(CFPropertyListCreateData(kCFAllocatorDefault, root.get(),
-                                       kCFPropertyListBinaryFormat_v1_0, 0, &error),
-              nullptr);
-    ASSERT_NE(error, nullptr);
-    CFRelease(error);
-}
-
 // An immutable dictionary keeps its text from the first writing for the next ones, at
-// its own depth only.
-TEST(PlistWriter, KeptTextOfImmutableDictionariesIsExactAndKeptPerDepth) {
+// its own depth only. Shared, it is valid and written wherever it is held; only XML is
+// written.
+TEST(PlistWriter, KeptTextIsExactAndPerDepthAndSharedValuesAreWrittenTwice) {
     const std::string inner = "<dict><key>b</key><array><dict/><integer>1</integer></array></dict>";
     CFHolder frozen = parse(xmlDocument(inner), kCFPropertyListImmutable);
     CFHolder fresh = parse(xmlDocument(inner));
@@ -176,8 +158,18 @@ TEST(PlistWriter, KeptTextOfImmutableDictionariesIsExactAndKeptPerDepth) {
     }
     CFHolder outer(newDictionary());
     put((CFMutableDictionaryRef)outer.get(), "a", CFRetain(frozen.get()));
-    CFHolder nested = parse(xmlDocument("<dict><key>a</key>" + inner + "</dict>"));
+    put((CFMutableDictionaryRef)outer.get(), "c", CFRetain(frozen.get()));
+    EXPECT_TRUE(CFPropertyListIsValid(outer.get(), kCFPropertyListBinaryFormat_v1_0));
+    CFHolder nested =
+        parse(xmlDocument("<dict><key>a</key>" + inner + "<key>c</key>" + inner + "</dict>"));
     EXPECT_EQ(toXml(outer.get()), toXml(nested.get()));
+
+    CFErrorRef error = nullptr;
+    EXPECT_EQ(CFPropertyListCreateData(kCFAllocatorDefault, outer.get(),
+                                       kCFPropertyListBinaryFormat_v1_0, 0, &error),
+              nullptr);
+    ASSERT_NE(error, nullptr);
+    CFRelease(error);
 }
 
 // Documents from 4 MiB up are written into pages kept from one document to the next:
