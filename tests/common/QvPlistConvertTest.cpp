@@ -106,24 +106,6 @@ TEST(PlistConvertTest, ReaderSkipsBadKeysOneByOne) {
     EXPECT_FALSE(withIp.src_ip().has_ip_type());
 }
 
-TEST(PlistConvertTest, BooleansReadByIdentity) {
-    Dict dict(createMutableDictionary());
-    putInt(dict.get(), "type", PROTO_ALL);
-    put(dict.get(), "exclude", kCFBooleanFalse);
-    FwProtocol protocol;
-    ASSERT_TRUE(convert(dict.get(), protocol));
-    EXPECT_TRUE(protocol.has_exclude());
-    EXPECT_FALSE(protocol.exclude());
-    EXPECT_EQ(PROTO_VALUE_TCP, protocol.protocol());
-    EXPECT_FALSE(protocol.has_protocol());
-
-    Dict other(createMutableDictionary());
-    putInt(other.get(), "type", PROTO_ALL);
-    put(other.get(), "exclude", kCFBooleanTrue);
-    ASSERT_TRUE(convert(other.get(), protocol));
-    EXPECT_TRUE(protocol.exclude());
-}
-
 TEST(PlistConvertTest, OneBadArrayElementEmptiesTheField) {
     FwRuleList list;
     for (unsigned int i = 1; i <= 4; ++i) {

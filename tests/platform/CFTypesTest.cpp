@@ -46,29 +46,6 @@ TEST(CFString, LengthCopyAndRefusals) {
     }
 }
 
-TEST(CFString, CompareOrdersByUtf16CodeUnit) {
-    const struct {
-        const char* left;
-        const char* right;
-        CFStringCompareFlags flags;
-        CFComparisonResult order;
-    } rows[] = {
-        {"Empty", "list", 0, kCFCompareLessThan},
-        {"list", "Empty", 0, kCFCompareGreaterThan},
-        {"rule", "rule", 0, kCFCompareEqualTo},
-        {"rule", "rules", 0, kCFCompareLessThan},
-        // U+1F600 (surrogates D83D DE00) sorts before U+FF01, unlike in UTF-8 byte order.
-        {"\xF0\x9F\x98\x80", "\xEF\xBC\x81", 0, kCFCompareLessThan},
-        {"ABC", "abc", kCFCompareCaseInsensitive, kCFCompareEqualTo},
-    };
-    for (const auto& row : rows) {
-        CFHolder left(str(row.left));
-        CFHolder right(str(row.right));
-        EXPECT_EQ(CFStringCompare(asString(left), asString(right), row.flags), row.order)
-            << row.left << " vs " << row.right;
-    }
-}
-
 // `number` read as `type`: the value as that type and the lossless flag.
 std::pair<double, bool> readAs(CFNumberRef number, CFNumberType type) {
     int32_t narrow = 0;
@@ -199,44 +176,6 @@ TEST(CFDictionary, AddKeepsSetReplacesRemoveDrops) {
     CFDictionaryRemoveAllValues(root);
     EXPECT_EQ(CFDictionaryGetCount(root), 0);
     EXPECT_EQ(lookup(root, "syslog_conf"), nullptr);
-}
-
-// Value callbacks that count how often the dictionary retains and releases.
-int g_retains = 0;
-int g_releases = 0;
-const void* countingRetain(CFAllocatorRef, const void* value) {
-    ++g_retains;
-    return CFRetain(value);
-}
-void countingRelease(CFAllocatorRef, const void* value) {
-    ++g_releases;
-    CFRelease(value);
-}
-
-TEST(CFDictionary, UsesTheCallersCallbacksAndNullCallbacksRetainNothing) {
-    g_retains = g_releases = 0;
-    const CFDictionaryValueCallBacks counting = {0, countingRetain, countingRelease, nullptr,
-                                                 nullptr};
-    CFHolder key(str("k"));
-    CFHolder value(str("v"));
-    {
-        CFHolder dictionary(CFDictionaryCreateMutable(kCFAllocatorDefault, 0,
-                                                      &kCFTypeDictionaryKeyCallBacks, &counting));
-        auto root = (CFMutableDictionaryRef)dictionary.get();
-        CFDictionarySetValue(root, key.get(), value.get());
-        CFDictionarySetValue(root, key.get(), value.get());
-        EXPECT_EQ(g_retains, 2);
-        EXPECT_EQ(g_releases, 1);
-    }
-    EXPECT_EQ(g_releases, 2);
-
-    // Without callbacks, keys compare by pointer and nothing is retained.
-    CFHolder plain(CFDictionaryCreateMutable(kCFAllocatorDefault, 0, nullptr, nullptr));
-    auto root = (CFMutableDictionaryRef)plain.get();
-    CFDictionaryAddValue(root, key.get(), value.get());
-    CFHolder sameText(str("k"));
-    EXPECT_FALSE(CFDictionaryContainsKey(root, sameText.get()));
-    EXPECT_TRUE(CFDictionaryContainsKey(root, key.get()));
 }
 
 // A mutable copy of an immutable document shares its values: changing the copy's keys

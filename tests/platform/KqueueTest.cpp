@@ -6,12 +6,10 @@
 #include <sys/event.h>
 
 #include <fcntl.h>
-#include <sys/socket.h>
 #include <unistd.h>
 #include <atomic>
 #include <cerrno>
 #include <chrono>
-#include <cstdio>
 #include <filesystem>
 #include <fstream>
 #include <future>
@@ -172,18 +170,6 @@ TEST_F(FollowedFile, UserTriggerFromAnotherThreadWakesALongWait) {
     EXPECT_EQ(events[0].udata, &registered);
     // EV_CLEAR: reported once.
     EXPECT_EQ(pollOne(queue_, events[0]), 0);
-}
-
-TEST_F(FollowedFile, DeletedFileRegistrationReportsNothing) {
-    struct kevent change {};
-    EV_SET(&change, reader_, EVFILT_READ, EV_DELETE, 0, 0, nullptr);
-    const timespec zero{0, 0};
-    ASSERT_EQ(kevent(queue_, &change, 1, nullptr, 0, &zero), 0);
-    append("not followed any more\n");
-    struct kevent event {};
-    EXPECT_EQ(pollOne(queue_, event), 0);
-    EXPECT_EQ(kevent(queue_, &change, 1, nullptr, 0, &zero), -1);
-    EXPECT_EQ(errno, ENOENT);
 }
 
 TEST_F(FollowedFile, ClosedQueueIsGoneAndOthersAreUnaffected) {

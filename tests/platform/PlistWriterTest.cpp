@@ -40,6 +40,10 @@ TEST(PlistWriter, ReferenceDocumentByteForByte) {
                            kCFBooleanFalse});
     put(dictionary, "list", CFRetain(list.get()));
     put(dictionary, "Empty", newDictionary());
+    // Keys sort by UTF-16 code unit: U+1F600 (D83D DE00) before U+FF01, a prefix first.
+    for (const char* key : {"\xEF\xBC\x81", "\xF0\x9F\x98\x80", "rules", "rule"}) {
+        put(dictionary, key, CFRetain(kCFBooleanTrue));
+    }
     // Dates can only come from a file; they are written in UTC.
     CFHolder date = parse(xmlDocument("<date>2020-01-02T03:04:05Z</date>\n"));
     ASSERT_NE(date, nullptr);
@@ -64,6 +68,10 @@ TEST(PlistWriter, ReferenceDocumentByteForByte) {
 	</array>
 	<key>name</key>
 	<string>a &amp; b &lt;c&gt;</string>
+	<key>rule</key>
+	<true/>
+	<key>rules</key>
+	<true/>
 	<key>text</key>
 	<array>
 		<string></string>
@@ -76,6 +84,10 @@ TEST(PlistWriter, ReferenceDocumentByteForByte) {
 		<key>b</key>
 		<integer>1</integer>
 	</dict>
+	<key>😀</key>
+	<true/>
+	<key>！</key>
+	<true/>
 </dict>
 )"));
 }
