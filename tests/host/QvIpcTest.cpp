@@ -78,7 +78,7 @@ bool ReadRequest(int fd, Request* request) {
 }
 
 // A listening Unix socket in a temporary directory, serving each connection with
-// `handler` on its own thread; $QV_IPC_SOCKET points at it while it lives.
+// `handler` on one thread; $QV_IPC_SOCKET points at it while it lives.
 class FakeService {
 public:
     explicit FakeService(std::function<void(int)> handler)
@@ -94,28 +94,17 @@ public:
         m_acceptor = std::thread([this] { AcceptLoop(); });
     }
     ~FakeService() {
-        m_stopping = true;
-        shutdown(m_listener, SHUT_RDWR);
+        shutdown(m_listener, SHUT_RDWR);  // accept fails from now on
         m_acceptor.join();
-        for (auto& worker : m_workers) {
-            worker.join();
-        }
         close(m_listener);
     }
 
 private:
+    // Connections are served one after the other.
     void AcceptLoop() {
-        for (;;) {
-            int connection = accept(m_listener, nullptr, nullptr);
-            if (connection < 0 || m_stopping) {
-                if (connection >= 0)
-                    close(connection);
-                return;
-            }
-            m_workers.emplace_back([this, connection] {
-                m_handler(connection);
-                close(connection);
-            });
+        for (int connection; (connection = accept(m_listener, nullptr, nullptr)) >= 0;) {
+            m_handler(connection);
+            close(connection);
         }
     }
 
@@ -123,9 +112,7 @@ private:
     std::function<void(int)> m_handler;
     ScopedEnv m_env;
     int m_listener = -1;
-    std::atomic<bool> m_stopping{false};
     std::thread m_acceptor;
-    std::vector<std::thread> m_workers;
 };
 
 // The service answers each request with the command as code and the payload as reply:

@@ -23,12 +23,7 @@ using qvtest::TempDir;
 
 qvlog::LogStamp FixedStamp() {
     qvlog::LogStamp stamp{};
-    stamp.localTime.tm_year = 2026 - 1900;
-    stamp.localTime.tm_mon = 10;
-    stamp.localTime.tm_mday = 22;
-    stamp.localTime.tm_hour = 9;
-    stamp.localTime.tm_min = 5;
-    stamp.localTime.tm_sec = 7;
+    stamp.localTime = tm{7, 5, 9, 22, 10, 2026 - 1900, 0, 0, 0, 0, nullptr};  // 09:05:07
     stamp.milliseconds = 23;
     stamp.pid = 1234;
     stamp.tid = 1240;
