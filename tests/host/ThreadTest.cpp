@@ -63,28 +63,7 @@ TEST(ThreadTest, RunsAtConstructionAndStopOrDestructorWaitsForTheResult) {
     EXPECT_TRUE(WaitUntil([&] { return gate.running.load(); }));
     EXPECT_FALSE(gate.finished);
 
-    std::thread releaser = ReleaseLater(gate);
-    void* result = thread.stop();
-    EXPECT_TRUE(gate.finished) << "stop returned before the function did";
-    EXPECT_EQ(result, &gate.result);
-    EXPECT_EQ(thread.stop(), &gate.result) << "a second stop gives the same result";
-    releaser.join();
-
-    Thread none(nullptr, nullptr, false, PRIORITY_NORMAL);
-    EXPECT_FALSE(none.started());
-    EXPECT_EQ(none.stop(), nullptr);
-
-    // The destructor waits for the function too.
-    Gate second;
-    std::thread secondReleaser = ReleaseLater(second);
-    { Thread unstopped(Gate::Body, &second, false, PRIORITY_NORMAL); }
-    EXPECT_TRUE(second.finished);
-    secondReleaser.join();
-}
-
-TEST(ThreadTest, ConcurrentStopsBothWaitAndAgree) {
-    Gate gate;
-    Thread thread(Gate::Body, &gate, false, PRIORITY_NORMAL);
+    // Two threads stop it at once: both wait for the function and get its result.
     std::atomic<int> finishedSeen{0};
     void* results[2] = {nullptr, nullptr};
     std::thread stoppers[2];
@@ -99,9 +78,21 @@ TEST(ThreadTest, ConcurrentStopsBothWaitAndAgree) {
         stopper.join();
     }
     releaser.join();
-    EXPECT_EQ(finishedSeen, 2);
+    EXPECT_EQ(finishedSeen, 2) << "stop returned before the function did";
     EXPECT_EQ(results[0], &gate.result);
     EXPECT_EQ(results[1], &gate.result);
+    EXPECT_EQ(thread.stop(), &gate.result) << "a later stop gives the same result";
+
+    Thread none(nullptr, nullptr, false, PRIORITY_NORMAL);
+    EXPECT_FALSE(none.started());
+    EXPECT_EQ(none.stop(), nullptr);
+
+    // The destructor waits for the function too.
+    Gate second;
+    std::thread secondReleaser = ReleaseLater(second);
+    { Thread unstopped(Gate::Body, &second, false, PRIORITY_NORMAL); }
+    EXPECT_TRUE(second.finished);
+    secondReleaser.join();
 }
 
 // A thread body that gets hold of its own Thread object, tries to stop it and deletes it.
