@@ -176,7 +176,7 @@ TEST_F(QvConfigTest, ShorterDocumentLeavesNoTrailingBytes) {
     EXPECT_EQ(plistDocument("<dict>\n\t<key>FwRuleCfg</key>\n\t<dict/>\n</dict>"), shortDoc);
 }
 
-TEST_F(QvConfigTest, DeletedFileIsRecreatedPrivatelyUnlessNeverSaved) {
+TEST_F(QvConfigTest, DeletedFileIsRecreatedPrivatelyAndReplacedFileFollowed) {
     writeFile(path(), optionsDocument(5));
     Store store(path().c_str());
     ASSERT_TRUE(store.save().ok());
@@ -203,12 +203,10 @@ TEST_F(QvConfigTest, DeletedFileIsRecreatedPrivatelyUnlessNeverSaved) {
     Store unsaved(path().c_str());
     ASSERT_EQ(0, unlink(path().c_str()));
     EXPECT_EQ(QV_CONFIG_SAVE_OPEN, unsaved.save().code());
-}
 
-TEST_F(QvConfigTest, ReplacedFileIsFollowed) {
+    // Replaced by rename, the new file is written and the old one left alone.
     writeFile(path(), optionsDocument(5));
-    Store store(path().c_str());
-    ASSERT_TRUE(store.save().ok());
+    ASSERT_TRUE(store.save().ok());  // holds this file open now
     const std::string oldLink = m_dir.file("old.plist");
     ASSERT_EQ(0, link(path().c_str(), oldLink.c_str()));
     const std::string oldContent = readFile(oldLink);
@@ -217,8 +215,8 @@ TEST_F(QvConfigTest, ReplacedFileIsFollowed) {
 
     ASSERT_TRUE(setSetNum(store, 12));
     ASSERT_TRUE(store.save().ok());
-    Store reread(path().c_str());
-    EXPECT_EQ(12, storedSetNum(reread));
+    Store followed(path().c_str());
+    EXPECT_EQ(12, storedSetNum(followed));
     EXPECT_EQ(oldContent, readFile(oldLink));
 }
 

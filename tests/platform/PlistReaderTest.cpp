@@ -37,6 +37,12 @@ TEST(PlistReader, ValuesReadAsCoreFoundationReadsThem) {
         {"<real>NaN</real>", "<real>nan</real>"},
         {"<real><![CDATA[2.5]]></real>", "<real>2.5</real>"},
         {"<real>1e999</real>", "<real>+infinity</real>"},
+        // Reals are written with CoreFoundation's spellings.
+        {"<real>0</real>", "<real>0.0</real>"},
+        {"<real>-0.0</real>", "<real>0.0</real>"},
+        {"<real>1e20</real>", "<real>1e+20</real>"},
+        {"<real>-1.5e-7</real>", "<real>-1.4999999999999999e-07</real>"},
+        {"<real>123456789.125</real>", "<real>123456789.125</real>"},
         {"<data>QUJD\n\tREVG</data>", "<data>\nQUJDREVG\n</data>"},
         {"<data>QQ==</data>", "<data>\nQQ==\n</data>"},
         {"<data>QUI=</data>", "<data>\nQUI=\n</data>"},

@@ -3,8 +3,6 @@
 
 #include <gtest/gtest.h>
 
-#include <cmath>
-#include <limits>
 #include <string>
 #include <vector>
 
@@ -90,23 +88,6 @@ TEST(PlistWriter, ReferenceDocumentByteForByte) {
 	<true/>
 </dict>
 )"));
-}
-
-TEST(PlistWriter, RealsUseCoreFoundationSpellings) {
-    const double inf = std::numeric_limits<double>::infinity();
-    CFHolder list = array({doubleNumber(std::nan("")), doubleNumber(inf), doubleNumber(-inf),
-                           doubleNumber(0.0), doubleNumber(-0.0), doubleNumber(1e20),
-                           doubleNumber(-1.5e-7), doubleNumber(123456789.125)});
-    EXPECT_EQ(toXml(list.get()), xmlDocument("<array>\n"
-                                             "\t<real>nan</real>\n"
-                                             "\t<real>+infinity</real>\n"
-                                             "\t<real>-infinity</real>\n"
-                                             "\t<real>0.0</real>\n"
-                                             "\t<real>0.0</real>\n"
-                                             "\t<real>1e+20</real>\n"
-                                             "\t<real>-1.4999999999999999e-07</real>\n"
-                                             "\t<real>123456789.125</real>\n"
-                                             "</array>\n"));
 }
 
 TEST(PlistWriter, DataLinesShrinkWithIndentationUpToEightTabs) {
