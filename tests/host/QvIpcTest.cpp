@@ -142,6 +142,11 @@ TEST(IpcCallTest, RoundTripsCommandPayloadCodeAndReply) {
     EXPECT_EQ(reply, nullptr);
     EXPECT_EQ(replyLength, 0);
     ipc::free(nullptr, 0);
+    // Invalid arguments are refused before any connection.
+    EXPECT_EQ(ipc::call(1, "x", -1, &reply, &replyLength), -1);
+    EXPECT_EQ(ipc::call(1, nullptr, 4, &reply, &replyLength), -1);
+    EXPECT_EQ(ipc::call(1, "x", 1, nullptr, &replyLength), -1);
+    EXPECT_EQ(ipc::call(1, "x", 1, &reply, nullptr), -1);
 
     constexpr int kThreads = 8;
     std::vector<std::thread> threads;
@@ -225,15 +230,6 @@ TEST(IpcCallTest, BrokenServicesFailTheCallWithoutAReply) {
         EXPECT_EQ(reply, nullptr) << row.name;
         EXPECT_EQ(replyLength, 0) << row.name;
     }
-}
-
-TEST(IpcCallTest, RefusesInvalidArguments) {
-    void* reply = nullptr;
-    int replyLength = 0;
-    EXPECT_EQ(ipc::call(1, "x", -1, &reply, &replyLength), -1);
-    EXPECT_EQ(ipc::call(1, nullptr, 4, &reply, &replyLength), -1);
-    EXPECT_EQ(ipc::call(1, "x", 1, nullptr, &replyLength), -1);
-    EXPECT_EQ(ipc::call(1, "x", 1, &reply, nullptr), -1);
 }
 
 }  // namespace

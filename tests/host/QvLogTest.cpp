@@ -114,7 +114,7 @@ TEST_F(LogFileTest, WritesLevelsUpToTheContextLevelWithLocalTimeAndIds) {
     EXPECT_FALSE(QvrnIsEnableLog(m_context, 1));
 }
 
-TEST_F(LogFileTest, CreatesTheFileOnItsFirstLineAndAppends) {
+TEST_F(LogFileTest, CreatesTheFileOnItsFirstLineAndAppendsAndRefusesNulls) {
     qvtest::writeFile(path(), "earlier content\n");
     ASSERT_NE(Open(7), nullptr);
     QvrnWriteDbgLog(m_context, 6, "appended");
@@ -132,6 +132,13 @@ TEST_F(LogFileTest, CreatesTheFileOnItsFirstLineAndAppends) {
     umask(mask);
     EXPECT_EQ(info.st_mode & 0777, 0644 & ~mask);
     QvrnReleaseDbgLog(other);
+    // Without a name or path there is no context, and a null one does nothing.
+    EXPECT_EQ(QvrnCreateDbgLog(nullptr, "/tmp/x", 3), nullptr);
+    EXPECT_EQ(QvrnCreateDbgLog("n", nullptr, 3), nullptr);
+    EXPECT_EQ(QvrnIsEnableLog(nullptr, 0), 0);
+    QvrnWriteDbgLog(nullptr, 0, "%s", "ignored");
+    QvrnSetDbgLogLevel(nullptr, 7);
+    QvrnReleaseDbgLog(nullptr);
 
     // A line for a directory that does not exist yet is lost; later ones are kept.
     std::string dir = m_dir.file("later");
@@ -144,15 +151,6 @@ TEST_F(LogFileTest, CreatesTheFileOnItsFirstLineAndAppends) {
     lines = SplitLines(readFile(dir + "/x.log"));
     ASSERT_EQ(lines.size(), 1u);
     EXPECT_NE(lines[0].find("kept"), std::string::npos);
-}
-
-TEST(LogContextTest, NullContextEnablesAndWritesNothing) {
-    EXPECT_EQ(QvrnIsEnableLog(nullptr, 0), 0);
-    QvrnWriteDbgLog(nullptr, 0, "%s", "ignored");
-    QvrnSetDbgLogLevel(nullptr, 7);
-    QvrnReleaseDbgLog(nullptr);
-    EXPECT_EQ(QvrnCreateDbgLog(nullptr, "/tmp/x", 3), nullptr);
-    EXPECT_EQ(QvrnCreateDbgLog("n", nullptr, 3), nullptr);
 }
 
 // The payload of each line names its writer and sequence number and carries filler long

@@ -21,10 +21,6 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-timespec milliseconds(long ms) {
-    return timespec{ms / 1000, (ms % 1000) * 1000000L};
-}
-
 // One EVFILT_USER change without an event list: 0, or -1 with errno.
 int changeUser(int queue, uintptr_t ident, unsigned short flags, unsigned int fflags,
                intptr_t data = 0, void* udata = nullptr) {
@@ -93,7 +89,7 @@ protected:
 
     // Waits up to two seconds for one event.
     int waitOne(struct kevent& event) {
-        const timespec timeout = milliseconds(2000);
+        const timespec timeout{2, 0};
         return kevent(queue_, nullptr, 0, &event, 1, &timeout);
     }
 
@@ -150,7 +146,7 @@ TEST_F(FollowedFile, UserTriggerFromAnotherThreadWakesALongWait) {
     struct kevent events[4];
     auto waiter = std::async(std::launch::async, [&] {
         waiterId = gettid();
-        const timespec timeout = milliseconds(10000);
+        const timespec timeout{10, 0};
         return kevent(queue_, nullptr, 0, events, 4, &timeout);
     });
     // Trigger only once the waiter is blocked, so that a wait in progress must be woken.
@@ -190,7 +186,7 @@ TEST_F(FollowedFile, ClosedQueueIsGoneAndOthersAreUnaffected) {
     EXPECT_EQ(openDescriptorCount(), descriptorsBeforeClose - 2);
 
     append("after close\n");
-    const timespec timeout = milliseconds(2000);
+    const timespec timeout{2, 0};
     ASSERT_EQ(kevent(other, nullptr, 0, &event, 1, &timeout), 1);
     EXPECT_EQ(event.data, 12);
     close(other);

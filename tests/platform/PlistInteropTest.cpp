@@ -5,22 +5,16 @@
 
 #include <gtest/gtest.h>
 
-#include <sys/wait.h>
 #include <cstdlib>
 #include <string>
 
 namespace qvtest {
 namespace {
 
-constexpr const char* kPython = "/usr/bin/python3";
-
 // Runs `script` with the given arguments under python3; true when it exits with 0.
 bool runPython(const TempDir& dir, const std::string& script, const std::string& arguments) {
-    const std::string scriptPath = dir.file("check.py");
-    writeFile(scriptPath, script);
-    const std::string command = std::string(kPython) + " " + scriptPath + " " + arguments;
-    const int status = std::system(command.c_str());
-    return status != -1 && WIFEXITED(status) && WEXITSTATUS(status) == 0;
+    writeFile(dir.file("check.py"), script);
+    return std::system(("/usr/bin/python3 " + dir.file("check.py") + " " + arguments).c_str()) == 0;
 }
 
 constexpr const char* kWriteEdgeCases = R"PY(

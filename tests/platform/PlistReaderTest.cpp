@@ -239,9 +239,9 @@ TEST(PlistReader, BrokenXmlFailsCleanly) {
     }
 }
 
-// A binary property list from its objects (each already encoded) and a root index.
-std::string binaryPlist(const std::vector<std::string>& objects, uint64_t root = 0,
-                        uint64_t claimedCount = 0, int referenceWidth = 1) {
+// A binary property list from its objects (each already encoded), the first the root.
+std::string binaryPlist(const std::vector<std::string>& objects, uint64_t claimedCount = 0,
+                        int referenceWidth = 1) {
     std::string file = "bplist00";
     std::vector<uint64_t> offsets;
     for (const std::string& object : objects) {
@@ -259,7 +259,6 @@ std::string binaryPlist(const std::vector<std::string>& objects, uint64_t root =
     const uint64_t count = claimedCount != 0 ? claimedCount : objects.size();
     for (int i = 0; i < 8; ++i) {
         trailer[8 + i] = static_cast<char>(count >> (56 - 8 * i));
-        trailer[16 + i] = static_cast<char>(root >> (56 - 8 * i));
         trailer[24 + i] = static_cast<char>(tableOffset >> (56 - 8 * i));
     }
     return file + trailer;
@@ -299,7 +298,7 @@ TEST(PlistReader, BinaryDocumentsReadOrAreRefused) {
         {"cut in the trailer", good.substr(0, good.size() - 1), ""},
         {"array containing itself", binaryPlist({arrayOf({0})}), ""},
         {"reference past the table", binaryPlist({arrayOf({5}), "\x09"}), ""},
-        {"object count beyond the file", binaryPlist({arrayOf({1}), "\x09"}, 0, uint64_t{1} << 60),
+        {"object count beyond the file", binaryPlist({arrayOf({1}), "\x09"}, uint64_t{1} << 60),
          ""},
         {"array of 2^62 elements", binaryPlist({std::string("\xAF\x13\x40\0\0\0\0\0\0\0", 10)}),
          ""},
@@ -355,7 +354,7 @@ TEST(PlistReader, BinaryNestingAndSharingAreBounded) {
             nested.push_back(i + 1 < depth ? arrayOf({static_cast<uint16_t>(i + 1)}, 2)
                                            : arrayOf({}, 2));
         }
-        EXPECT_EQ(parse(binaryPlist(nested, 0, 0, 2)) != nullptr, depth == 512) << depth;
+        EXPECT_EQ(parse(binaryPlist(nested, 0, 2)) != nullptr, depth == 512) << depth;
     }
 
     // A shared value reached twice from a shallow tree is fine.
