@@ -176,7 +176,7 @@ TEST_F(QvConfigTest, ShorterDocumentLeavesNoTrailingBytes) {
     EXPECT_EQ(plistDocument("<dict>\n\t<key>FwRuleCfg</key>\n\t<dict/>\n</dict>"), shortDoc);
 }
 
-TEST_F(QvConfigTest, DeletedFileIsRecreatedPrivately) {
+TEST_F(QvConfigTest, DeletedFileIsRecreatedPrivatelyAndReplacedFileFollowed) {
     writeFile(path(), optionsDocument(5));
     Store store(path().c_str());
     ASSERT_TRUE(store.save().ok());
@@ -198,19 +198,15 @@ TEST_F(QvConfigTest, DeletedFileIsRecreatedPrivately) {
         oldDescriptorOpen |= target == path() + " (deleted)";
     }
     EXPECT_TRUE(oldDescriptorOpen);
-}
 
-TEST_F(QvConfigTest, FileDeletedBeforeFirstSaveCannotBeOpened) {
-    writeFile(path(), optionsDocument(5));
-    Store store(path().c_str());
+    // Deleted before the store's first save, it cannot be opened.
+    Store unsaved(path().c_str());
     ASSERT_EQ(0, unlink(path().c_str()));
-    EXPECT_EQ(QV_CONFIG_SAVE_OPEN, store.save().code());
-}
+    EXPECT_EQ(QV_CONFIG_SAVE_OPEN, unsaved.save().code());
 
-TEST_F(QvConfigTest, ReplacedFileIsFollowed) {
+    // Replaced by rename, the new file is written and the old one left alone.
     writeFile(path(), optionsDocument(5));
-    Store store(path().c_str());
-    ASSERT_TRUE(store.save().ok());
+    ASSERT_TRUE(store.save().ok());  // holds this file open now
     const std::string oldLink = m_dir.file("old.plist");
     ASSERT_EQ(0, link(path().c_str(), oldLink.c_str()));
     const std::string oldContent = readFile(oldLink);
@@ -219,12 +215,12 @@ TEST_F(QvConfigTest, ReplacedFileIsFollowed) {
 
     ASSERT_TRUE(setSetNum(store, 12));
     ASSERT_TRUE(store.save().ok());
-    Store reread(path().c_str());
-    EXPECT_EQ(12, storedSetNum(reread));
+    Store followed(path().c_str());
+    EXPECT_EQ(12, storedSetNum(followed));
     EXPECT_EQ(oldContent, readFile(oldLink));
 }
 
-TEST_F(QvConfigTest, EntriesAreTypedDictionaries) {
+TEST_F(QvConfigTest, EntriesAreTypedDictionariesAndFailuresHaveTheirCodes) {
     writeFile(path(), plistDocument("<dict><key>Name</key><string>x</string></dict>"));
     Store store(path().c_str());
     ASSERT_TRUE(store.isLoaded());
@@ -244,16 +240,11 @@ TEST_F(QvConfigTest, EntriesAreTypedDictionaries) {
     list.add_rules()->set_rule_index(3);
     EXPECT_TRUE(store.get(list, "FwRuleCfg").ok());
     EXPECT_EQ(1, list.rules_size());
-}
 
-TEST_F(QvConfigTest, BackupCopyFailuresHaveTheirCodes) {
-    writeFile(path(), optionsDocument(5));
-    Store store(path().c_str());
     EXPECT_EQ(QV_CONFIG_FROM_BACKUP_OPEN_SOURCE, store.copyfrombackup().code());
-    // A directory where the backup file belongs cannot be written.
+    // A directory where the backup file belongs cannot be written; save goes on without.
     ASSERT_TRUE(std::filesystem::create_directories(backup()));
     EXPECT_EQ(QV_CONFIG_TO_BACKUP_OPEN_TARGET, store.copytobackup().code());
-    // save goes on without a backup.
     EXPECT_TRUE(store.save().ok());
 }
 

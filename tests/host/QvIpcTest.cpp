@@ -7,7 +7,9 @@
 
 #include <atomic>
 #include <chrono>
+#include <cstring>
 #include <functional>
+#include <memory>
 #include <string>
 #include <thread>
 #include <vector>
@@ -24,19 +26,15 @@ using qvtest::TempDir;
 using Clock = std::chrono::steady_clock;
 using Bytes = std::string;
 
+// Frames carry little-endian numbers, as this host stores them.
+static_assert(__BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__, "frames are little-endian");
 Bytes Le32(uint32_t value) {
-    Bytes out(4, '\0');
-    for (int i = 0; i < 4; ++i) {
-        out[i] = static_cast<char>(value >> (8 * i));
-    }
-    return out;
+    return Bytes(reinterpret_cast<const char*>(&value), 4);
 }
 
 uint32_t ReadLe32(const Bytes& in, size_t at) {
     uint32_t value = 0;
-    for (int i = 3; i >= 0; --i) {
-        value = value << 8 | static_cast<uint8_t>(in[at + i]);
-    }
+    std::memcpy(&value, in.data() + at, 4);
     return value;
 }
 
@@ -80,7 +78,7 @@ bool ReadRequest(int fd, Request* request) {
 }
 
 // A listening Unix socket in a temporary directory, serving each connection with
-// `handler` on its own thread; $QV_IPC_SOCKET points at it while it lives.
+// `handler` on one thread; $QV_IPC_SOCKET points at it while it lives.
 class FakeService {
 public:
     explicit FakeService(std::function<void(int)> handler)
@@ -96,28 +94,17 @@ public:
         m_acceptor = std::thread([this] { AcceptLoop(); });
     }
     ~FakeService() {
-        m_stopping = true;
-        shutdown(m_listener, SHUT_RDWR);
+        shutdown(m_listener, SHUT_RDWR);  // accept fails from now on
         m_acceptor.join();
-        for (auto& worker : m_workers) {
-            worker.join();
-        }
         close(m_listener);
     }
 
 private:
+    // Connections are served one after the other.
     void AcceptLoop() {
-        for (;;) {
-            int connection = accept(m_listener, nullptr, nullptr);
-            if (connection < 0 || m_stopping) {
-                if (connection >= 0)
-                    close(connection);
-                return;
-            }
-            m_workers.emplace_back([this, connection] {
-                m_handler(connection);
-                close(connection);
-            });
+        for (int connection; (connection = accept(m_listener, nullptr, nullptr)) >= 0;) {
+            m_handler(connection);
+            close(connection);
         }
     }
 
@@ -125,126 +112,13 @@ private:
     std::function<void(int)> m_handler;
     ScopedEnv m_env;
     int m_listener = -1;
-    std::atomic<bool> m_stopping{false};
     std::thread m_acceptor;
-    std::vector<std::thread> m_workers;
 };
 
+// The service answers each request with the command as code and the payload as reply:
+// bytes and codes, negative ones and empty replies included, pass both ways unchanged,
+// and eight threads calling at once each get their own reply.
 TEST(IpcCallTest, RoundTripsCommandPayloadCodeAndReply) {
-    Request seen;
-    FakeService service([&seen](int fd) {
-        if (ReadRequest(fd, &seen)) {
-            WriteAll(fd, Le32(7) + Le32(static_cast<uint32_t>(seen.payload.size() + 5)) +
-                             "echo:" + seen.payload);
-        }
-    });
-    const Bytes request("event\0bytes", 11);
-    void* reply = nullptr;
-    int replyLength = 0;
-    EXPECT_EQ(
-        ipc::call(65567, request.data(), static_cast<int>(request.size()), &reply, &replyLength),
-        7);
-    ASSERT_NE(reply, nullptr);
-    EXPECT_EQ(Bytes(static_cast<char*>(reply), replyLength), "echo:" + request);
-    ipc::free(reply, replyLength);
-    EXPECT_EQ(seen.command, 65567u);
-    EXPECT_EQ(seen.payload, request);
-}
-
-TEST(IpcCallTest, EmptyReplyGivesNullBufferAndNegativeCodesPassThrough) {
-    FakeService service([](int fd) {
-        Request request;
-        if (ReadRequest(fd, &request)) {
-            WriteAll(fd, Le32(static_cast<uint32_t>(-20010)) + Le32(0));
-        }
-    });
-    void* reply = reinterpret_cast<void*>(0x1);
-    int replyLength = 99;
-    EXPECT_EQ(ipc::call(3, nullptr, 0, &reply, &replyLength), -20010);
-    EXPECT_EQ(reply, nullptr);
-    EXPECT_EQ(replyLength, 0);
-    ipc::free(nullptr, 0);
-}
-
-TEST(IpcCallTest, AbsentServiceFailsQuickly) {
-    TempDir dir;
-    ScopedEnv env("QV_IPC_SOCKET", dir.file("nobody.sock"));
-    void* reply = nullptr;
-    int replyLength = 0;
-    Clock::time_point start = Clock::now();
-    EXPECT_EQ(ipc::call(1, "x", 1, &reply, &replyLength), -1);
-    EXPECT_LT(SecondsSince(start), 1.0);
-    EXPECT_EQ(reply, nullptr);
-}
-
-TEST(IpcCallTest, SilentServiceTimesOutAfterAboutThreeSeconds) {
-    std::atomic<bool> release{false};
-    FakeService service([&release](int fd) {
-        Request request;
-        ReadRequest(fd, &request);
-        Clock::time_point deadline = Clock::now() + std::chrono::seconds(10);
-        while (!release && Clock::now() < deadline) {
-            std::this_thread::sleep_for(std::chrono::milliseconds(5));
-        }
-    });
-    void* reply = nullptr;
-    int replyLength = 0;
-    Clock::time_point start = Clock::now();
-    EXPECT_EQ(ipc::call(1, "x", 1, &reply, &replyLength), -1);
-    double elapsed = SecondsSince(start);
-    release = true;
-    EXPECT_GE(elapsed, 2.5);
-    EXPECT_LT(elapsed, 6.0);
-    EXPECT_EQ(reply, nullptr);
-}
-
-TEST(IpcCallTest, PeerClosingMidFrameFailsWithoutAReply) {
-    FakeService service([](int fd) {
-        Request request;
-        if (ReadRequest(fd, &request)) {
-            WriteAll(fd, Le32(0) + Le32(100) + Bytes(10, 'p'));
-        }
-    });
-    void* reply = nullptr;
-    int replyLength = 0;
-    EXPECT_EQ(ipc::call(1, "x", 1, &reply, &replyLength), -1);
-    EXPECT_EQ(reply, nullptr);
-    EXPECT_EQ(replyLength, 0);
-}
-
-TEST(IpcCallTest, ShortHeaderOrOversizedReplyFails) {
-    for (const Bytes& answer : {Bytes("\x00\x00\x00", 3), Le32(0) + Le32(ipc::kMaxPayload + 1)}) {
-        FakeService service([&answer](int fd) {
-            Request request;
-            if (ReadRequest(fd, &request)) {
-                WriteAll(fd, answer);
-            }
-        });
-        void* reply = nullptr;
-        int replyLength = 0;
-        EXPECT_EQ(ipc::call(1, "x", 1, &reply, &replyLength), -1);
-        EXPECT_EQ(reply, nullptr);
-    }
-}
-
-TEST(IpcCallTest, ServiceHangingUpDuringALargeRequestRaisesNoSigpipe) {
-    FakeService service([](int) {});  // closes without reading
-    Bytes large(4 * 1024 * 1024, 'z');
-    void* reply = nullptr;
-    int replyLength = 0;
-    EXPECT_EQ(ipc::call(1, large.data(), static_cast<int>(large.size()), &reply, &replyLength), -1);
-}
-
-TEST(IpcCallTest, RefusesInvalidArguments) {
-    void* reply = nullptr;
-    int replyLength = 0;
-    EXPECT_EQ(ipc::call(1, "x", -1, &reply, &replyLength), -1);
-    EXPECT_EQ(ipc::call(1, nullptr, 4, &reply, &replyLength), -1);
-    EXPECT_EQ(ipc::call(1, "x", 1, nullptr, &replyLength), -1);
-    EXPECT_EQ(ipc::call(1, "x", 1, &reply, nullptr), -1);
-}
-
-TEST(IpcCallTest, ConcurrentCallsEachGetTheirOwnReply) {
     FakeService service([](int fd) {
         Request request;
         if (ReadRequest(fd, &request)) {
@@ -252,6 +126,28 @@ TEST(IpcCallTest, ConcurrentCallsEachGetTheirOwnReply) {
                              Le32(static_cast<uint32_t>(request.payload.size())) + request.payload);
         }
     });
+    const Bytes request("event\0bytes", 11);
+    void* reply = nullptr;
+    int replyLength = 0;
+    EXPECT_EQ(
+        ipc::call(65567, request.data(), static_cast<int>(request.size()), &reply, &replyLength),
+        65567);
+    ASSERT_NE(reply, nullptr);
+    EXPECT_EQ(Bytes(static_cast<char*>(reply), replyLength), request);
+    ipc::free(reply, replyLength);
+
+    reply = reinterpret_cast<void*>(0x1);
+    replyLength = 99;
+    EXPECT_EQ(ipc::call(-20010, nullptr, 0, &reply, &replyLength), -20010);
+    EXPECT_EQ(reply, nullptr);
+    EXPECT_EQ(replyLength, 0);
+    ipc::free(nullptr, 0);
+    // Invalid arguments are refused before any connection.
+    EXPECT_EQ(ipc::call(1, "x", -1, &reply, &replyLength), -1);
+    EXPECT_EQ(ipc::call(1, nullptr, 4, &reply, &replyLength), -1);
+    EXPECT_EQ(ipc::call(1, "x", 1, nullptr, &replyLength), -1);
+    EXPECT_EQ(ipc::call(1, "x", 1, &reply, nullptr), -1);
+
     constexpr int kThreads = 8;
     std::vector<std::thread> threads;
     std::atomic<int> good{0};
@@ -274,6 +170,66 @@ TEST(IpcCallTest, ConcurrentCallsEachGetTheirOwnReply) {
         thread.join();
     }
     EXPECT_EQ(good, kThreads * 20);
+}
+
+// Answers each request with `answer`, then closes.
+std::function<void(int)> Answer(const Bytes& answer) {
+    return [answer](int fd) {
+        Request request;
+        if (ReadRequest(fd, &request)) {
+            WriteAll(fd, answer);
+        }
+    };
+}
+
+TEST(IpcCallTest, BrokenServicesFailTheCallWithoutAReply) {
+    std::atomic<bool> release{false};
+    const auto silent = [&release](int fd) {
+        Request request;
+        ReadRequest(fd, &request);
+        Clock::time_point deadline = Clock::now() + std::chrono::seconds(10);
+        while (!release && Clock::now() < deadline) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(5));
+        }
+    };
+    const struct {
+        const char* name;
+        std::function<void(int)> service;  // none: nobody listens
+        double minSeconds;
+        double maxSeconds;
+    } rows[] = {
+        {"absent", nullptr, 0, 1.0},
+        {"silent", silent, 2.5, 6.0},
+        {"closes mid-frame", Answer(Le32(0) + Le32(100) + Bytes(10, 'p')), 0, 2.5},
+        {"short header", Answer(Bytes("\x00\x00\x00", 3)), 0, 2.5},
+        // The whole payload follows, so only the length check can refuse it.
+        {"oversized reply",
+         Answer(Le32(0) + Le32(ipc::kMaxPayload + 1) + Bytes(ipc::kMaxPayload + 1, 'o')), 0, 6.0},
+        // Closes without reading: writing the rest of the request must raise no SIGPIPE.
+        {"hangs up", [](int) {}, 0, 2.5},
+    };
+    const Bytes large(4 * 1024 * 1024, 'z');
+    for (const auto& row : rows) {
+        release = false;
+        TempDir dir;
+        ScopedEnv absent("QV_IPC_SOCKET", dir.file("nobody.sock"));
+        std::unique_ptr<FakeService> service;
+        if (row.service) {
+            service = std::make_unique<FakeService>(row.service);
+        }
+        void* reply = reinterpret_cast<void*>(0x1);
+        int replyLength = 99;
+        Clock::time_point start = Clock::now();
+        EXPECT_EQ(ipc::call(1, large.data(), static_cast<int>(large.size()), &reply, &replyLength),
+                  -1)
+            << row.name;
+        double elapsed = SecondsSince(start);
+        release = true;
+        EXPECT_GE(elapsed, row.minSeconds) << row.name;
+        EXPECT_LT(elapsed, row.maxSeconds) << row.name;
+        EXPECT_EQ(reply, nullptr) << row.name;
+        EXPECT_EQ(replyLength, 0) << row.name;
+    }
 }
 
 }  // namespace

@@ -23,12 +23,7 @@ using qvtest::TempDir;
 
 qvlog::LogStamp FixedStamp() {
     qvlog::LogStamp stamp{};
-    stamp.localTime.tm_year = 2026 - 1900;
-    stamp.localTime.tm_mon = 10;
-    stamp.localTime.tm_mday = 22;
-    stamp.localTime.tm_hour = 9;
-    stamp.localTime.tm_min = 5;
-    stamp.localTime.tm_sec = 7;
+    stamp.localTime = tm{7, 5, 9, 22, 10, 2026 - 1900, 0, 0, 0, 0, nullptr};  // 09:05:07
     stamp.milliseconds = 23;
     stamp.pid = 1234;
     stamp.tid = 1240;
@@ -41,26 +36,28 @@ std::string Format(const char* name, const char* text, int level = 3) {
     return std::string(line, length);
 }
 
-TEST(LogLineTest, LaysOutTimeLevelIdsNameAndText) {
-    EXPECT_EQ(Format("QvFw", "RuleMgr::DoCmd failed"),
-              "2026-11-22 09:05:07.023 <3> 1234:1240 QvFw RuleMgr::DoCmd failed\n");
-}
-
-TEST(LogLineTest, DropsExactlyOneTrailingNewline) {
-    EXPECT_EQ(Format("n", "text\n"), "2026-11-22 09:05:07.023 <3> 1234:1240 n text\n");
-    EXPECT_EQ(Format("n", "text\n\n"), "2026-11-22 09:05:07.023 <3> 1234:1240 n text\n\n");
-    EXPECT_EQ(Format("n", ""), "2026-11-22 09:05:07.023 <3> 1234:1240 n \n");
-}
-
-TEST(LogLineTest, CutsLongNameAndText) {
-    std::string name(500, 'N');
-    std::string text(9000, 'x');
-    std::string line = Format(name.c_str(), text.c_str());
-    std::string prefix = "2026-11-22 09:05:07.023 <3> 1234:1240 ";
-    ASSERT_EQ(line.size(), prefix.size() + qvlog::kMaxNameBytes + 1 + qvlog::kMaxTextBytes + 1);
-    EXPECT_EQ(line.substr(prefix.size(), qvlog::kMaxNameBytes + 1),
-              std::string(qvlog::kMaxNameBytes, 'N') + " ");
-    EXPECT_EQ(line.back(), '\n');
+TEST(LogLineTest, LaysOutTimeLevelIdsNameAndTextCuttingWhatIsTooLong) {
+    const std::string prefix = "2026-11-22 09:05:07.023 <3> 1234:1240 ";
+    const std::string longName(500, 'N');
+    const std::string longText(9000, 'x');
+    const struct {
+        std::string name;
+        std::string text;
+        std::string line;  // after the prefix
+    } rows[] = {
+        {"QvFw", "RuleMgr::DoCmd failed", "QvFw RuleMgr::DoCmd failed\n"},
+        // Exactly one trailing newline is dropped.
+        {"n", "text\n", "n text\n"},
+        {"n", "text\n\n", "n text\n\n"},
+        {"n", "", "n \n"},
+        {longName, longText,
+         std::string(qvlog::kMaxNameBytes, 'N') + " " + std::string(qvlog::kMaxTextBytes, 'x') +
+             "\n"},
+    };
+    for (const auto& row : rows) {
+        EXPECT_EQ(Format(row.name.c_str(), row.text.c_str()), prefix + row.line)
+            << row.line.substr(0, 40);
+    }
 }
 
 // A context on a file in a fresh directory, released at scope end.
@@ -77,33 +74,13 @@ protected:
     void* m_context = nullptr;
 };
 
-TEST_F(LogFileTest, WritesTheLineWithLocalTimeAndIds) {
-    ASSERT_NE(Open(7), nullptr);
-    time_t before = time(nullptr);
-    QvrnWriteDbgLog(m_context, 3, "%s: code %d\n", "FwMgr::Init", 20016);
-
-    std::vector<std::string> lines = SplitLines(readFile(path()));
-    ASSERT_EQ(lines.size(), 1u);
-    std::smatch match;
-    std::regex layout(
-        R"(^(\d{4}-\d\d-\d\d \d\d:\d\d:\d\d)\.\d{3} <3> (\d+):(\d+) QvFw FwMgr::Init: code 20016$)");
-    ASSERT_TRUE(std::regex_match(lines[0], match, layout)) << lines[0];
-    EXPECT_EQ(std::stol(match[2]), static_cast<long>(getpid()));
-    EXPECT_EQ(std::stol(match[3]), static_cast<long>(syscall(SYS_gettid)));
-
-    struct tm local {};
-    localtime_r(&before, &local);
-    char expected[32];
-    strftime(expected, sizeof expected, "%Y-%m-%d %H:%M", &local);
-    EXPECT_EQ(match[1].str().substr(0, 16), expected);
-}
-
-TEST_F(LogFileTest, WritesOnlyLevelsUpToTheContextLevel) {
+TEST_F(LogFileTest, WritesLevelsUpToTheContextLevelWithLocalTimeAndIds) {
     ASSERT_NE(Open(4), nullptr);
     EXPECT_TRUE(QvrnIsEnableLog(m_context, 4));
     EXPECT_FALSE(QvrnIsEnableLog(m_context, 5));
+    time_t before = time(nullptr);
     for (int level = 0; level <= 7; ++level) {
-        QvrnWriteDbgLog(m_context, level, "level %d", level);
+        QvrnWriteDbgLog(m_context, level, "%s %d\n", "level", level);
     }
     QvrnSetDbgLogLevel(m_context, 1);
     QvrnWriteDbgLog(m_context, 2, "dropped after lowering");
@@ -111,14 +88,25 @@ TEST_F(LogFileTest, WritesOnlyLevelsUpToTheContextLevel) {
 
     std::vector<std::string> lines = SplitLines(readFile(path()));
     ASSERT_EQ(lines.size(), 6u);
+    std::regex layout(
+        R"(^(\d{4}-\d\d-\d\d \d\d:\d\d):\d\d\.\d{3} <(\d)> (\d+):(\d+) QvFw level (\d)$)");
     for (int level = 0; level <= 4; ++level) {
-        EXPECT_NE(lines[level].find("<" + std::to_string(level) + ">"), std::string::npos);
+        std::smatch match;
+        ASSERT_TRUE(std::regex_match(lines[level], match, layout)) << lines[level];
+        EXPECT_EQ(match[2], std::to_string(level));
+        EXPECT_EQ(match[5], std::to_string(level));
+        EXPECT_EQ(std::stol(match[3]), static_cast<long>(getpid()));
+        EXPECT_EQ(std::stol(match[4]), static_cast<long>(syscall(SYS_gettid)));
+        struct tm local {};
+        localtime_r(&before, &local);
+        char expected[32];
+        strftime(expected, sizeof expected, "%Y-%m-%d %H:%M", &local);
+        EXPECT_EQ(match[1].str(), expected);
     }
     EXPECT_NE(lines[5].find("kept after lowering"), std::string::npos);
-}
 
-TEST_F(LogFileTest, ClampsLevelsOutsideTheRange) {
-    ASSERT_NE(Open(99), nullptr);
+    // Levels outside 0..7 are clamped.
+    QvrnSetDbgLogLevel(m_context, 99);
     EXPECT_TRUE(QvrnIsEnableLog(m_context, 7));
     EXPECT_FALSE(QvrnIsEnableLog(m_context, 8));
     QvrnSetDbgLogLevel(m_context, -5);
@@ -126,7 +114,7 @@ TEST_F(LogFileTest, ClampsLevelsOutsideTheRange) {
     EXPECT_FALSE(QvrnIsEnableLog(m_context, 1));
 }
 
-TEST_F(LogFileTest, CreatesTheFileOnFirstLineOnlyAndAppends) {
+TEST_F(LogFileTest, CreatesTheFileOnItsFirstLineAndAppendsAndRefusesNulls) {
     qvtest::writeFile(path(), "earlier content\n");
     ASSERT_NE(Open(7), nullptr);
     QvrnWriteDbgLog(m_context, 6, "appended");
@@ -134,7 +122,8 @@ TEST_F(LogFileTest, CreatesTheFileOnFirstLineOnlyAndAppends) {
     ASSERT_EQ(lines.size(), 2u);
     EXPECT_EQ(lines[0], "earlier content");
 
-    void* other = QvrnCreateDbgLog("Other", (m_dir.file("new.log")).c_str(), 7);
+    void* other = QvrnCreateDbgLog("Other", (m_dir.file("new.log")).c_str(), 99);
+    EXPECT_TRUE(QvrnIsEnableLog(other, 7) && !QvrnIsEnableLog(other, 8)) << "level clamped to 7";
     struct stat info {};
     EXPECT_NE(stat((m_dir.file("new.log")).c_str(), &info), 0) << "created before any line";
     QvrnWriteDbgLog(other, 6, "first");
@@ -143,28 +132,25 @@ TEST_F(LogFileTest, CreatesTheFileOnFirstLineOnlyAndAppends) {
     umask(mask);
     EXPECT_EQ(info.st_mode & 0777, 0644 & ~mask);
     QvrnReleaseDbgLog(other);
-}
-
-TEST_F(LogFileTest, RetriesWhenTheDirectoryAppearsLater) {
-    std::string dir = m_dir.file("later");
-    void* context = QvrnCreateDbgLog("QvFw", (dir + "/x.log").c_str(), 7);
-    ASSERT_NE(context, nullptr);
-    QvrnWriteDbgLog(context, 3, "lost: no directory yet");
-    ASSERT_EQ(mkdir(dir.c_str(), 0755), 0);
-    QvrnWriteDbgLog(context, 3, "kept");
-    std::vector<std::string> lines = SplitLines(readFile(dir + "/x.log"));
-    ASSERT_EQ(lines.size(), 1u);
-    EXPECT_NE(lines[0].find("kept"), std::string::npos);
-    QvrnReleaseDbgLog(context);
-}
-
-TEST(LogContextTest, NullContextEnablesAndWritesNothing) {
+    // Without a name or path there is no context, and a null one does nothing.
+    EXPECT_EQ(QvrnCreateDbgLog(nullptr, "/tmp/x", 3), nullptr);
+    EXPECT_EQ(QvrnCreateDbgLog("n", nullptr, 3), nullptr);
     EXPECT_EQ(QvrnIsEnableLog(nullptr, 0), 0);
     QvrnWriteDbgLog(nullptr, 0, "%s", "ignored");
     QvrnSetDbgLogLevel(nullptr, 7);
     QvrnReleaseDbgLog(nullptr);
-    EXPECT_EQ(QvrnCreateDbgLog(nullptr, "/tmp/x", 3), nullptr);
-    EXPECT_EQ(QvrnCreateDbgLog("n", nullptr, 3), nullptr);
+
+    // A line for a directory that does not exist yet is lost; later ones are kept.
+    std::string dir = m_dir.file("later");
+    void* later = QvrnCreateDbgLog("QvFw", (dir + "/x.log").c_str(), 7);
+    ASSERT_NE(later, nullptr);
+    QvrnWriteDbgLog(later, 3, "lost: no directory yet");
+    ASSERT_EQ(mkdir(dir.c_str(), 0755), 0);
+    QvrnWriteDbgLog(later, 3, "kept");
+    QvrnReleaseDbgLog(later);
+    lines = SplitLines(readFile(dir + "/x.log"));
+    ASSERT_EQ(lines.size(), 1u);
+    EXPECT_NE(lines[0].find("kept"), std::string::npos);
 }
 
 // The payload of each line names its writer and sequence number and carries filler long
@@ -172,14 +158,6 @@ TEST(LogContextTest, NullContextEnablesAndWritesNothing) {
 std::string Payload(int writer, int sequence) {
     return "w" + std::to_string(writer) + " s" + std::to_string(sequence) + " " +
            std::string(300 + (sequence % 7) * 100, static_cast<char>('a' + writer % 26));
-}
-
-void WriteMany(const std::string& path, int writer, int count) {
-    void* context = QvrnCreateDbgLog("Conc", path.c_str(), 7);
-    for (int i = 0; i < count; ++i) {
-        QvrnWriteDbgLog(context, 6, "%s", Payload(writer, i).c_str());
-    }
-    QvrnReleaseDbgLog(context);
 }
 
 // Every line is one of the expected payloads, whole, and each appears exactly once.
@@ -206,48 +184,46 @@ void ExpectWholeLines(const std::string& content, int writers, int count) {
     }
 }
 
-TEST(LogConcurrencyTest, EightThreadsOnOneContextWriteWholeLines) {
+// Four processes, each with its own context, and eight threads of this one sharing a
+// context, all writing to one file at once.
+TEST(LogConcurrencyTest, ProcessesAndThreadsOnOneFileWriteWholeLines) {
     TempDir dir;
-    std::string path = dir.file("threads.log");
-    void* context = QvrnCreateDbgLog("Conc", path.c_str(), 7);
+    std::string path = dir.file("shared.log");
+    constexpr int kProcesses = 4;
     constexpr int kThreads = 8;
-    constexpr int kLines = 400;
+    constexpr int kLines = 300;
+    auto writeLines = [](void* context, int writer) {
+        for (int i = 0; i < kLines; ++i) {
+            QvrnWriteDbgLog(context, 6, "%s", Payload(writer, i).c_str());
+        }
+    };
+    std::vector<pid_t> children;
+    for (int p = 0; p < kProcesses; ++p) {
+        pid_t child = fork();  // before any thread starts
+        ASSERT_GE(child, 0);
+        if (child == 0) {
+            void* context = QvrnCreateDbgLog("Conc", path.c_str(), 7);
+            writeLines(context, kThreads + p);
+            QvrnReleaseDbgLog(context);
+            _exit(0);
+        }
+        children.push_back(child);
+    }
+    void* context = QvrnCreateDbgLog("Conc", path.c_str(), 7);
     std::vector<std::thread> threads;
     for (int t = 0; t < kThreads; ++t) {
-        threads.emplace_back([context, t] {
-            for (int i = 0; i < kLines; ++i) {
-                QvrnWriteDbgLog(context, 6, "%s", Payload(t, i).c_str());
-            }
-        });
+        threads.emplace_back(writeLines, context, t);
     }
     for (auto& thread : threads) {
         thread.join();
     }
     QvrnReleaseDbgLog(context);
-    ExpectWholeLines(readFile(path), kThreads, kLines);
-}
-
-TEST(LogConcurrencyTest, SeveralProcessesOnOneFileWriteWholeLines) {
-    TempDir dir;
-    std::string path = dir.file("processes.log");
-    constexpr int kProcesses = 4;
-    constexpr int kLines = 300;
-    std::vector<pid_t> children;
-    for (int p = 0; p < kProcesses; ++p) {
-        pid_t child = fork();
-        ASSERT_GE(child, 0);
-        if (child == 0) {
-            WriteMany(path, p, kLines);
-            _exit(0);
-        }
-        children.push_back(child);
-    }
     for (pid_t child : children) {
         int status = 0;
         ASSERT_EQ(waitpid(child, &status, 0), child);
         ASSERT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
     }
-    ExpectWholeLines(readFile(path), kProcesses, kLines);
+    ExpectWholeLines(readFile(path), kThreads + kProcesses, kLines);
 }
 
 }  // namespace

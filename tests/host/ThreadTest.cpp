@@ -56,35 +56,14 @@ std::thread ReleaseLater(Gate& gate) {
     });
 }
 
-TEST(ThreadTest, RunsAtConstructionAndStopWaitsForTheResult) {
+TEST(ThreadTest, RunsAtConstructionAndStopOrDestructorWaitsForTheResult) {
     Gate gate;
     Thread thread(Gate::Body, &gate, false, PRIORITY_NORMAL);
     ASSERT_TRUE(thread.started());
     EXPECT_TRUE(WaitUntil([&] { return gate.running.load(); }));
     EXPECT_FALSE(gate.finished);
 
-    std::thread releaser = ReleaseLater(gate);
-    void* result = thread.stop();
-    EXPECT_TRUE(gate.finished) << "stop returned before the function did";
-    EXPECT_EQ(result, &gate.result);
-    EXPECT_EQ(thread.stop(), &gate.result) << "a second stop gives the same result";
-    releaser.join();
-}
-
-TEST(ThreadTest, DestructorWaitsForTheFunction) {
-    Gate gate;
-    std::thread releaser = ReleaseLater(gate);
-    {
-        Thread thread(Gate::Body, &gate, false, PRIORITY_NORMAL);
-        ASSERT_TRUE(thread.started());
-    }
-    EXPECT_TRUE(gate.finished);
-    releaser.join();
-}
-
-TEST(ThreadTest, ConcurrentStopsBothWaitAndAgree) {
-    Gate gate;
-    Thread thread(Gate::Body, &gate, false, PRIORITY_NORMAL);
+    // Two threads stop it at once: both wait for the function and get its result.
     std::atomic<int> finishedSeen{0};
     void* results[2] = {nullptr, nullptr};
     std::thread stoppers[2];
@@ -99,9 +78,21 @@ TEST(ThreadTest, ConcurrentStopsBothWaitAndAgree) {
         stopper.join();
     }
     releaser.join();
-    EXPECT_EQ(finishedSeen, 2);
+    EXPECT_EQ(finishedSeen, 2) << "stop returned before the function did";
     EXPECT_EQ(results[0], &gate.result);
     EXPECT_EQ(results[1], &gate.result);
+    EXPECT_EQ(thread.stop(), &gate.result) << "a later stop gives the same result";
+
+    Thread none(nullptr, nullptr, false, PRIORITY_NORMAL);
+    EXPECT_FALSE(none.started());
+    EXPECT_EQ(none.stop(), nullptr);
+
+    // The destructor waits for the function too.
+    Gate second;
+    std::thread secondReleaser = ReleaseLater(second);
+    { Thread unstopped(Gate::Body, &second, false, PRIORITY_NORMAL); }
+    EXPECT_TRUE(second.finished);
+    secondReleaser.join();
 }
 
 // A thread body that gets hold of its own Thread object, tries to stop it and deletes it.
@@ -128,12 +119,6 @@ TEST(ThreadTest, AThreadCanNeitherWaitForItselfNorHangWhenDeletingItself) {
     EXPECT_TRUE(owner.stopReturnedNull);
 }
 
-TEST(ThreadTest, NullFunctionNeverStarts) {
-    Thread thread(nullptr, nullptr, false, PRIORITY_NORMAL);
-    EXPECT_FALSE(thread.started());
-    EXPECT_EQ(thread.stop(), nullptr);
-}
-
 // Records, from inside the thread, its signal mask and nice value.
 struct Probe {
     sigset_t mask;
@@ -146,41 +131,36 @@ struct Probe {
     }
 };
 
-TEST(ThreadTest, BlockSignalsBlocksAsynchronousSignalsOnly) {
-    Probe probe;
-    Thread(Probe::Body, &probe, true, PRIORITY_NORMAL).stop();
-    EXPECT_TRUE(sigismember(&probe.mask, SIGTERM));
-    EXPECT_TRUE(sigismember(&probe.mask, SIGINT));
-    EXPECT_TRUE(sigismember(&probe.mask, SIGCHLD));
-    EXPECT_FALSE(sigismember(&probe.mask, SIGSEGV));
-
-    sigset_t creatorMask;
-    pthread_sigmask(SIG_SETMASK, nullptr, &creatorMask);
-    EXPECT_FALSE(sigismember(&creatorMask, SIGTERM)) << "the creator's mask was left changed";
-}
-
-TEST(ThreadTest, WithoutBlockingTheCreatorsMaskIsInherited) {
+// Blocking signals blocks the asynchronous ones only, and low priority lowers the nice
+// value by 10; both in the new thread alone. Otherwise the creator's mask is inherited.
+TEST(ThreadTest, OptionsApplyToTheNewThreadOnly) {
+    const id_t creator = static_cast<id_t>(syscall(SYS_gettid));
+    const int creatorNice = getpriority(PRIO_PROCESS, creator);
     sigset_t usr1;
     sigemptyset(&usr1);
     sigaddset(&usr1, SIGUSR1);
     pthread_sigmask(SIG_BLOCK, &usr1, nullptr);
-    Probe probe;
-    Thread(Probe::Body, &probe, false, PRIORITY_NORMAL).stop();
-    pthread_sigmask(SIG_UNBLOCK, &usr1, nullptr);
-    EXPECT_TRUE(sigismember(&probe.mask, SIGUSR1));
-    EXPECT_FALSE(sigismember(&probe.mask, SIGTERM));
-}
-
-TEST(ThreadTest, LowPriorityLowersOnlyTheNewThread) {
-    int creatorNice = getpriority(PRIO_PROCESS, static_cast<id_t>(syscall(SYS_gettid)));
+    Probe blocking;
+    Probe plain;
     Probe low;
-    Probe normal;
+    Thread(Probe::Body, &blocking, true, PRIORITY_NORMAL).stop();
+    Thread(Probe::Body, &plain, false, PRIORITY_NORMAL).stop();
     Thread(Probe::Body, &low, false, PRIORITY_LOW).stop();
-    Thread(Probe::Body, &normal, false, PRIORITY_NORMAL).stop();
-    int expected = creatorNice + 10 > 19 ? 19 : creatorNice + 10;
-    EXPECT_EQ(low.nice, expected);
-    EXPECT_EQ(normal.nice, creatorNice);
-    EXPECT_EQ(getpriority(PRIO_PROCESS, static_cast<id_t>(syscall(SYS_gettid))), creatorNice);
+    pthread_sigmask(SIG_UNBLOCK, &usr1, nullptr);
+
+    for (int signal : {SIGTERM, SIGINT, SIGCHLD}) {
+        EXPECT_TRUE(sigismember(&blocking.mask, signal)) << signal;
+        EXPECT_FALSE(sigismember(&plain.mask, signal)) << signal;
+    }
+    EXPECT_FALSE(sigismember(&blocking.mask, SIGSEGV));
+    EXPECT_TRUE(sigismember(&plain.mask, SIGUSR1));
+    sigset_t creatorMask;
+    pthread_sigmask(SIG_SETMASK, nullptr, &creatorMask);
+    EXPECT_FALSE(sigismember(&creatorMask, SIGTERM)) << "the creator's mask was left changed";
+
+    EXPECT_EQ(low.nice, creatorNice + 10 > 19 ? 19 : creatorNice + 10);
+    EXPECT_EQ(plain.nice, creatorNice);
+    EXPECT_EQ(getpriority(PRIO_PROCESS, creator), creatorNice);
 }
 
 }  // namespace

@@ -3,8 +3,6 @@
 
 #include <gtest/gtest.h>
 
-#include <cmath>
-#include <limits>
 #include <string>
 #include <vector>
 
@@ -25,25 +23,41 @@ CFHolder array(std::vector<CFTypeRef> values) {
 TEST(PlistWriter, ReferenceDocumentByteForByte) {
     CFHolder root(newDictionary());
     auto dictionary = (CFMutableDictionaryRef)root.get();
+    // Only & < > are escaped.
     put(dictionary, "name", str("a & b <c>"));
+    put(dictionary, "text", array({str(""), str("\"quoted\" 'single' \xC3\xA9 \t")}).release());
     CFMutableDictionaryRef zeta = newDictionary();
     put(zeta, "b", int32Number(1));
     put(zeta, "a", int32Number(-2));
     put(dictionary, "zeta", zeta);
-    CFHolder list =
-        array({int32Number(42), int32Number(-7), int64Number(3000000000LL), doubleNumber(0.5),
-               doubleNumber(1.0), doubleNumber(0.1), kCFBooleanTrue, kCFBooleanFalse});
+    // An unsigned value stored through SInt32 is written signed.
+    const uint32_t unsignedValue = 3000000000U;
+    CFHolder list = array({int32Number(42), int32Number(-7), int64Number(3000000000LL),
+                           CFNumberCreate(kCFAllocatorDefault, kCFNumberSInt32Type, &unsignedValue),
+                           doubleNumber(0.5), doubleNumber(1.0), doubleNumber(0.1), kCFBooleanTrue,
+                           kCFBooleanFalse});
     put(dictionary, "list", CFRetain(list.get()));
     put(dictionary, "Empty", newDictionary());
+    // Keys sort by UTF-16 code unit: U+1F600 (D83D DE00) before U+FF01, a prefix first.
+    for (const char* key : {"\xEF\xBC\x81", "\xF0\x9F\x98\x80", "rules", "rule"}) {
+        put(dictionary, key, CFRetain(kCFBooleanTrue));
+    }
+    // Dates can only come from a file; they are written in UTC.
+    CFHolder date = parse(xmlDocument("<date>2020-01-02T03:04:05Z</date>\n"));
+    ASSERT_NE(date, nullptr);
+    put(dictionary, "date", CFRetain(date.get()));
 
     EXPECT_EQ(toXml(root.get()), xmlDocument(R"(<dict>
 	<key>Empty</key>
 	<dict/>
+	<key>date</key>
+	<date>2020-01-02T03:04:05Z</date>
 	<key>list</key>
 	<array>
 		<integer>42</integer>
 		<integer>-7</integer>
 		<integer>3000000000</integer>
+		<integer>-1294967296</integer>
 		<real>0.5</real>
 		<real>1</real>
 		<real>0.10000000000000001</real>
@@ -52,6 +66,15 @@ TEST(PlistWriter, ReferenceDocumentByteForByte) {
 	</array>
 	<key>name</key>
 	<string>a &amp; b &lt;c&gt;</string>
+	<key>rule</key>
+	<true/>
+	<key>rules</key>
+	<true/>
+	<key>text</key>
+	<array>
+		<string></string>
+		<string>"quoted" 'single' é 	</string>
+	</array>
 	<key>zeta</key>
 	<dict>
 		<key>a</key>
@@ -59,40 +82,12 @@ TEST(PlistWriter, ReferenceDocumentByteForByte) {
 		<key>b</key>
 		<integer>1</integer>
 	</dict>
+	<key>😀</key>
+	<true/>
+	<key>！</key>
+	<true/>
 </dict>
 )"));
-}
-
-TEST(PlistWriter, RealsUseCoreFoundationSpellings) {
-    const double inf = std::numeric_limits<double>::infinity();
-    CFHolder list = array({doubleNumber(std::nan("")), doubleNumber(inf), doubleNumber(-inf),
-                           doubleNumber(0.0), doubleNumber(-0.0), doubleNumber(1e20),
-                           doubleNumber(-1.5e-7), doubleNumber(123456789.125)});
-    EXPECT_EQ(toXml(list.get()), xmlDocument("<array>\n"
-                                             "\t<real>nan</real>\n"
-                                             "\t<real>+infinity</real>\n"
-                                             "\t<real>-infinity</real>\n"
-                                             "\t<real>0.0</real>\n"
-                                             "\t<real>0.0</real>\n"
-                                             "\t<real>1e+20</real>\n"
-                                             "\t<real>-1.4999999999999999e-07</real>\n"
-                                             "\t<real>123456789.125</real>\n"
-                                             "</array>\n"));
-}
-
-TEST(PlistWriter, UnsignedThroughSInt32IsWrittenSigned) {
-    const uint32_t value = 3000000000U;
-    CFHolder number(CFNumberCreate(kCFAllocatorDefault, kCFNumberSInt32Type, &value));
-    EXPECT_EQ(toXml(number.get()), xmlDocument("<integer>-1294967296</integer>\n"));
-}
-
-TEST(PlistWriter, StringsEscapeOnlyAmpersandAndAngleBrackets) {
-    CFHolder list = array({str(""), str("\"quoted\" 'single' \xC3\xA9 \t"), str("<&>")});
-    EXPECT_EQ(toXml(list.get()), xmlDocument("<array>\n"
-                                             "\t<string></string>\n"
-                                             "\t<string>\"quoted\" 'single' \xC3\xA9 \t</string>\n"
-                                             "\t<string>&lt;&amp;&gt;</string>\n"
-                                             "</array>\n"));
 }
 
 TEST(PlistWriter, DataLinesShrinkWithIndentationUpToEightTabs) {
@@ -120,12 +115,6 @@ TEST(PlistWriter, DataLinesShrinkWithIndentationUpToEightTabs) {
                                                 base64.substr(76) + "\n</data>\n"));
 }
 
-TEST(PlistWriter, DatesAreWrittenInUtc) {
-    CFHolder date = parse(xmlDocument("<date>2020-01-02T03:04:05Z</date>\n"));
-    ASSERT_NE(date, nullptr);
-    EXPECT_EQ(toXml(date.get()), xmlDocument("<date>2020-01-02T03:04:05Z</date>\n"));
-}
-
 TEST(PlistWriter, InvalidDocumentsProduceNothing) {
     // A dictionary that contains itself.
     CFHolder loop(newDictionary());
@@ -149,19 +138,27 @@ TEST(PlistWriter, InvalidDocumentsProduceNothing) {
     EXPECT_FALSE(CFPropertyListIsValid(withHole.get(), kCFPropertyListBinaryFormat_v1_0));
 }
 
-TEST(PlistWriter, SharedValuesAreValidAndOnlyXmlIsWritten) {
-    CFHolder shared(newDictionary());
-    CFHolder root(newDictionary());
-    auto dictionary = (CFMutableDictionaryRef)root.get();
-    put(dictionary, "one", CFRetain(shared.get()));
-    put(dictionary, "two", CFRetain(shared.get()));
-    EXPECT_TRUE(CFPropertyListIsValid(root.get(), kCFPropertyListBinaryFormat_v1_0));
-    EXPECT_EQ(toXml(root.get()),
-              xmlDocument("<dict>\n\t<key>one</key>\n\t<dict/>\n\t<key>two</key>\n\t<dict/>\n"
-                          "</dict>\n"));
+// An immutable dictionary keeps its text from the first writing for the next ones, at
+// its own depth only. Shared, it is valid and written wherever it is held; only XML is
+// written.
+TEST(PlistWriter, KeptTextIsExactAndPerDepthAndSharedValuesAreWrittenTwice) {
+    const std::string inner = "<dict><key>b</key><array><dict/><integer>1</integer></array></dict>";
+    CFHolder frozen = parse(xmlDocument(inner), kCFPropertyListImmutable);
+    CFHolder fresh = parse(xmlDocument(inner));
+    ASSERT_NE(frozen, nullptr);
+    for (int round = 0; round < 2; ++round) {
+        EXPECT_EQ(toXml(frozen.get()), toXml(fresh.get())) << "writing " << round;
+    }
+    CFHolder outer(newDictionary());
+    put((CFMutableDictionaryRef)outer.get(), "a", CFRetain(frozen.get()));
+    put((CFMutableDictionaryRef)outer.get(), "c", CFRetain(frozen.get()));
+    EXPECT_TRUE(CFPropertyListIsValid(outer.get(), kCFPropertyListBinaryFormat_v1_0));
+    CFHolder nested =
+        parse(xmlDocument("<dict><key>a</key>" + inner + "<key>c</key>" + inner + "</dict>"));
+    EXPECT_EQ(toXml(outer.get()), toXml(nested.get()));
 
     CFErrorRef error = nullptr;
-    EXPECT_EQ(CFPropertyListCreateData(kCFAllocatorDefault, root.get(),
+    EXPECT_EQ(CFPropertyListCreateData(kCFAllocatorDefault, outer.get(),
                                        kCFPropertyListBinaryFormat_v1_0, 0, &error),
               nullptr);
     ASSERT_NE(error, nullptr);

@@ -100,7 +100,7 @@ private:
         const uint64_t bits = readBigEndian(bytes_ + offset, 8);
         double seconds = 0;
         std::memcpy(&seconds, &bits, sizeof seconds);
-        return seconds >= kMinPlistDate && seconds < kMaxPlistDate;
+        return seconds >= kMinPlistDate && seconds <= kMaxPlistDate;
     }
 
     // Whether a string holds U+0000, on which libplist 2.2.0 asserts when the string is
