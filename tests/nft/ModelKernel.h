@@ -5,6 +5,7 @@
 // deleting a missing element or table).
 #pragma once
 
+#include <algorithm>
 #include <map>
 #include <set>
 #include <sstream>
@@ -36,6 +37,19 @@ public:
         return ipfwsim::Status::success();
     }
 
+    ipfwsim::Status listChain(const std::string& table, const std::string& chain,
+                              std::vector<ipfwnft::KernelRule>& rules) override {
+        const auto found = tables_.find(table.substr(table.find(' ') + 1));
+        if (found == tables_.end() || found->second.chains.count(chain) == 0) {
+            return ipfwsim::Status::failure(ipfwsim::kExitUnavailable,
+                                            "nftables: No such file or directory");
+        }
+        rules = found->second.chains.at(chain);
+        ++listings;
+        return ipfwsim::Status::success();
+    }
+    int listings = 0;  // chains listed
+
     // As "nft flush ruleset" behind the back of ipfw.
     void flushRuleset() { tables_.clear(); }
 
@@ -54,7 +68,8 @@ public:
         if (found == tables_.end() || found->second.chains.count(chain) == 0) {
             return lines;
         }
-        for (const std::string& line : found->second.chains.at(chain)) {
+        for (const ipfwnft::KernelRule& rule : found->second.chains.at(chain)) {
+            const std::string& line = rule.text;
             const std::string target = jumpTarget(line);
             if (line.rfind("jump ", 0) == 0 && found->second.chains.count(target) != 0) {
                 const std::vector<std::string> inner = walk(table, target);
@@ -88,8 +103,12 @@ public:
 
 private:
     struct Table {
-        std::map<std::string, std::vector<std::string>> chains;
+        std::map<std::string, std::vector<ipfwnft::KernelRule>> chains;
         std::map<std::string, std::set<std::string>> sets;
+        uint64_t nextHandle = 1;
+        void append(const std::string& chain, const std::string& text) {
+            chains[chain].push_back(ipfwnft::KernelRule{nextHandle++, text});
+        }
     };
     // By name, "ipfw_s3"; in number order of their shards for names of equal length.
     struct ByShard {
@@ -110,9 +129,9 @@ private:
     }
 
     static bool referenced(const Table& table, const std::string& chain) {
-        for (const auto& [name, lines] : table.chains) {
-            for (const std::string& line : lines) {
-                if (jumpTarget(line) == chain) {
+        for (const auto& [name, rules] : table.chains) {
+            for (const ipfwnft::KernelRule& rule : rules) {
+                if (jumpTarget(rule.text) == chain) {
                     return true;
                 }
             }
@@ -158,14 +177,14 @@ private:
             } else if (!set.empty() && line.find("elements = {") != std::string::npos) {
                 block->sets[set] = braced(line);
             } else if (!chain.empty() && line.rfind("\t\ttype ", 0) != 0) {
-                block->chains[chain].push_back(line.substr(2));
+                block->append(chain, line.substr(2));
             }
         }
         // Jumps are checked once all chains of the script exist, as the kernel does.
         for (const auto& [name, table] : tables) {
-            for (const auto& [chainName, lines] : table.chains) {
-                for (const std::string& line : lines) {
-                    const std::string target = jumpTarget(line);
+            for (const auto& [chainName, rules] : table.chains) {
+                for (const ipfwnft::KernelRule& rule : rules) {
+                    const std::string target = jumpTarget(rule.text);
                     if (!target.empty() && table.chains.count(target) == 0) {
                         error = "jump to missing chain " + target;
                         return false;
@@ -217,7 +236,18 @@ private:
                    table.chains[object].empty() && !referenced(table, object)) {
             table.chains.erase(object);
         } else if (verb == "add" && what == "rule" && table.chains.count(object) != 0) {
-            table.chains[object].push_back(rest);
+            table.append(object, rest);
+        } else if (verb == "delete" && what == "rule" && table.chains.count(object) != 0 &&
+                   rest.rfind("handle ", 0) == 0) {
+            std::vector<ipfwnft::KernelRule>& rules = table.chains[object];
+            const uint64_t handle = std::stoull(rest.substr(7));
+            const auto doomed = std::find_if(rules.begin(), rules.end(),
+                                             [handle](const auto& rule) { return rule.handle == handle; });
+            if (doomed == rules.end()) {
+                error = "No such file or directory";
+                return false;
+            }
+            rules.erase(doomed);
         } else if (what == "element" && table.sets.count(object) != 0) {
             for (const std::string& value : braced(rest)) {
                 if (verb == "add") {

@@ -208,6 +208,8 @@ TEST_F(EnforcingIpfwTest, EachChangeTouchesOnlyItsOwnChains) {
     ASSERT_EQ(ipfw("-q set enable 19"), 0);
     ASSERT_EQ(ipfw("-q delete 3100"), 0);
     EXPECT_EQ(lastScript().find("rules_in_b8"), std::string::npos) << "2100 stays untouched";
+    EXPECT_EQ(lastScript().find("flush"), std::string::npos) << "3110 stays: " << lastScript();
+    EXPECT_EQ(lastScript().rfind("delete rule inet ipfw_s0 rules_in_b12 handle ", 0), 0u);
     expectKernelAsRebuilt("delete 3100");
     // A rule past 16,383 goes into a table of its own, hooked after the first.
     ASSERT_EQ(ipfw("-q add 20000 set 19 allow proto tcp"), 0);

@@ -7,18 +7,11 @@
 #include <unistd.h>
 
 #include <cstdlib>
-#include <memory>
+#include <sstream>
 #include <string>
-
 
 namespace ipfwnft {
 namespace {
-
-struct ContextDeleter {
-    void operator()(nft_ctx* context) const { nft_ctx_free(context); }
-};
-
-using Context = std::unique_ptr<nft_ctx, ContextDeleter>;
 
 // nft's message without the echo of the script lines it points into.
 std::string firstLine(const char* text) {
@@ -75,29 +68,64 @@ void lingerSocketClose() {
     // ended[1] stays open until this process ends; then the child wakes and closes.
 }
 
-ipfwsim::Status run(const std::string& script) {
-    Context context(nft_ctx_new(NFT_CTX_DEFAULT));
-    if (!context) {
+}  // namespace
+
+void LibNftTable::ContextDeleter::operator()(nft_ctx* context) const {
+    nft_ctx_free(context);
+}
+
+LibNftTable::LibNftTable() : context_(nft_ctx_new(NFT_CTX_DEFAULT)) {
+    if (context_) {
+        nft_ctx_buffer_error(context_.get());
+        nft_ctx_buffer_output(context_.get());
+    }
+}
+
+LibNftTable::~LibNftTable() = default;
+
+ipfwsim::Status LibNftTable::run(const std::string& script, unsigned int outputFlags,
+                                 std::string& output) {
+    if (!context_) {
         return ipfwsim::Status::failure(ipfwsim::kExitSoftware, "nftables: no context");
     }
-    nft_ctx_buffer_error(context.get());
-    nft_ctx_buffer_output(context.get());
-    if (nft_run_cmd_from_buffer(context.get(), script.c_str()) != 0) {
-        return ipfwsim::Status::failure(
-            ipfwsim::kExitUnavailable,
-            "nftables: " + firstLine(nft_ctx_get_error_buffer(context.get())));
-    }
-    if (script.find("delete ") != std::string::npos ||
-        script.find("flush ") != std::string::npos) {
-        lingerSocketClose();
+    nft_ctx_output_set_flags(context_.get(), outputFlags);
+    const bool failed = nft_run_cmd_from_buffer(context_.get(), script.c_str()) != 0;
+    // Reading a buffer empties it for the next command.
+    const char* text = nft_ctx_get_output_buffer(context_.get());
+    output = text != nullptr ? text : "";
+    const std::string error = firstLine(nft_ctx_get_error_buffer(context_.get()));
+    if (failed) {
+        return ipfwsim::Status::failure(ipfwsim::kExitUnavailable, "nftables: " + error);
     }
     return ipfwsim::Status::success();
 }
 
-}  // namespace
+// Listing one chain reads that chain's rules only.
+ipfwsim::Status LibNftTable::listChain(const std::string& table, const std::string& chain,
+                                       std::vector<KernelRule>& rules) {
+    std::string listing;
+    const ipfwsim::Status status =
+        run("list chain " + table + " " + chain + "\n", NFT_CTX_OUTPUT_HANDLE, listing);
+    rules.clear();
+    std::istringstream lines(listing);
+    for (std::string line; status.ok() && std::getline(lines, line);) {
+        const size_t mark = line.rfind(" # handle ");
+        if (line.rfind("\t\t", 0) == 0 && mark != std::string::npos) {
+            rules.push_back(KernelRule{std::strtoull(line.c_str() + mark + 10, nullptr, 10),
+                                       line.substr(2, mark - 2)});
+        }
+    }
+    return status;
+}
 
 ipfwsim::Status LibNftTable::apply(const std::string& script) {
-    return run(script);
+    std::string ignored;
+    const ipfwsim::Status status = run(script, 0, ignored);
+    if (status.ok() && (script.find("delete ") != std::string::npos ||
+                        script.find("flush ") != std::string::npos)) {
+        lingerSocketClose();
+    }
+    return status;
 }
 
 }  // namespace ipfwnft

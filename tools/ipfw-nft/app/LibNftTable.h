@@ -1,13 +1,34 @@
 #pragma once
 
+#include <memory>
+
 #include "ipfwnft/KernelTable.h"
+
+struct nft_ctx;
 
 namespace ipfwnft {
 
-// The table through libnftables, the library behind nft(8): one buffer, one transaction.
+// The tables through libnftables, the library behind nft(8): one buffer, one
+// transaction. One context serves the whole command, so that what nft read of the
+// tables for a listing serves the transaction after it.
 class LibNftTable : public KernelTable {
 public:
+    LibNftTable();
+    ~LibNftTable() override;
+    LibNftTable(const LibNftTable&) = delete;
+    LibNftTable& operator=(const LibNftTable&) = delete;
+
     ipfwsim::Status apply(const std::string& script) override;
+    ipfwsim::Status listChain(const std::string& table, const std::string& chain,
+                              std::vector<KernelRule>& rules) override;
+
+private:
+    ipfwsim::Status run(const std::string& script, unsigned int outputFlags, std::string& output);
+
+    struct ContextDeleter {
+        void operator()(nft_ctx* context) const;
+    };
+    std::unique_ptr<nft_ctx, ContextDeleter> context_;
 };
 
 }  // namespace ipfwnft

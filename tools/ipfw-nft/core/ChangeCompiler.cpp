@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <functional>
+#include <cstdlib>
 #include <set>
 
 #include "ipfwnft/TableCompiler.h"
@@ -26,13 +27,44 @@ struct ShardScript {
     std::string deleted;
 };
 
+// The number a listed line names in its comment, or -1.
+long commentNumber(const std::string& text) {
+    const size_t at = text.rfind("comment \"");
+    return at == std::string::npos ? -1 : std::strtol(text.c_str() + at + 9, nullptr, 10);
+}
+
+// Statements that delete, by their handles, the rules of `chain` that `doomed` picks.
+Status deleteListed(KernelTable& kernel, uint32_t shard, const std::string& chain,
+                    const std::function<bool(const std::string&)>& doomed, std::string& out) {
+    std::vector<KernelRule> rules;
+    const Status status = kernel.listChain(shardTable(shard), chain, rules);
+    for (const KernelRule& rule : rules) {
+        if (doomed(rule.text)) {
+            out += statement("delete rule", shard, chain, "handle " + std::to_string(rule.handle));
+        }
+    }
+    return status;
+}
+
 // A chain whose lines are jumps, one per member, in order: appended to when the new
-// members all come after the old ones, else written anew.
-void updateJumps(uint32_t shard, const std::string& chain, const std::vector<uint32_t>& before,
-                 const std::vector<uint32_t>& after,
-                 const std::function<std::string(uint32_t)>& target, ShardScript& out) {
+// members all come after the old ones, the gone ones' jumps deleted when members only
+// went, else written anew.
+Status updateJumps(KernelTable& kernel, uint32_t shard, const std::string& chain,
+                   const std::vector<uint32_t>& before, const std::vector<uint32_t>& after,
+                   const std::function<std::string(uint32_t)>& target, ShardScript& out) {
     if (before == after) {
-        return;
+        return Status::success();
+    }
+    if (std::includes(before.begin(), before.end(), after.begin(), after.end())) {
+        std::set<std::string> gone;
+        for (uint32_t member : before) {
+            if (!std::binary_search(after.begin(), after.end(), member)) {
+                gone.insert("jump " + target(member));
+            }
+        }
+        return deleteListed(
+            kernel, shard, chain, [&gone](const std::string& text) { return gone.count(text) != 0; },
+            out.rewritten);
     }
     const bool onlyAppended =
         std::includes(after.begin(), after.end(), before.begin(), before.end()) &&
@@ -43,13 +75,14 @@ void updateJumps(uint32_t shard, const std::string& chain, const std::vector<uin
     for (size_t i = onlyAppended ? before.size() : 0; i < after.size(); ++i) {
         out.rewritten += statement("add rule", shard, chain, "jump " + target(after[i]));
     }
+    return Status::success();
 }
 
 class ChangeScript {
 public:
     ChangeScript(const ipfwsim::StateFile& before, const ipfwsim::StateFile& after,
-                 uint32_t disabledSets)
-        : before_(before), after_(after), disabledSets_(disabledSets) {}
+                 uint32_t disabledSets, KernelTable& kernel)
+        : before_(before), after_(after), disabledSets_(disabledSets), kernel_(kernel) {}
 
     // `possible` false when the bucket holds a rule that looks up kept flows.
     Status addBucket(uint32_t bucket, bool& possible) {
@@ -95,8 +128,12 @@ public:
                 created += table;
             } else {
                 for (Pass pass : kPasses) {
-                    updateJumps(shard, passChain(pass), was, is,
-                                [pass](uint32_t b) { return bucketChain(pass, b); }, out);
+                    Status status = updateJumps(
+                        kernel_, shard, passChain(pass), was, is,
+                        [pass](uint32_t b) { return bucketChain(pass, b); }, out);
+                    if (!status.ok()) {
+                        return status;
+                    }
                 }
                 created += out.created;
                 rewritten += out.rewritten;
@@ -108,8 +145,11 @@ public:
     }
 
 private:
-    static Status bucketScript(Pass pass, uint32_t bucket, const RuleStretch& was,
-                               const RuleStretch& is, ShardScript& out) {
+    // A bucket that lost rules only loses their lines, found by the number in their
+    // comments; one that gained rules after its last gets their lines appended; any other
+    // change writes it anew.
+    Status bucketScript(Pass pass, uint32_t bucket, const RuleStretch& was, const RuleStretch& is,
+                        ShardScript& out) const {
         const uint32_t shard = shardOf(bucket);
         const std::string chain = bucketChain(pass, bucket);
         if (is.empty()) {
@@ -118,6 +158,15 @@ private:
                 out.deleted += statement("delete chain", shard, chain);
             }
             return Status::success();
+        }
+        if (!was.empty() && is.keepsOnlyFrom(was)) {
+            return deleteListed(
+                kernel_, shard, chain,
+                [&is](const std::string& text) {
+                    const long number = commentNumber(text);
+                    return number >= 0 && !is.holdsNumber(static_cast<uint32_t>(number));
+                },
+                out.rewritten);
         }
         const bool appended = !was.empty() && is.extends(was);
         std::vector<PlacedRule> rules = is.placed();
@@ -161,6 +210,7 @@ private:
     const ipfwsim::StateFile& before_;
     const ipfwsim::StateFile& after_;
     const uint32_t disabledSets_;
+    KernelTable& kernel_;
     std::map<uint32_t, ShardScript> shards_;
 };
 
@@ -173,7 +223,8 @@ bool holdsStateLookups(const ipfwsim::StateFile& file) {
 }
 
 Status compileChange(const ipfwsim::StateFile& before, const ipfwsim::StateFile& after,
-                     const RuleChange& change, std::string& script, bool& rebuild) {
+                     const RuleChange& change, KernelTable& kernel, std::string& script,
+                     bool& rebuild) {
     script.clear();
     rebuild = change.whole;
     ipfwsim::StateHeader was;
@@ -198,7 +249,7 @@ Status compileChange(const ipfwsim::StateFile& before, const ipfwsim::StateFile&
             buckets.insert(bucket);
         }
     }
-    ChangeScript changes(before, after, is.disabledSets);
+    ChangeScript changes(before, after, is.disabledSets, kernel);
     for (uint32_t bucket : buckets) {
         bool possible = true;
         status = changes.addBucket(bucket, possible);

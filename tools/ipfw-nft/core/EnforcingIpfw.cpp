@@ -183,7 +183,7 @@ Status EnforcingIpfw::keepKernelInStep(const std::vector<std::string>& arguments
     std::string script;
     bool whole = false;
     if (status.ok()) {
-        status = compileChange(was, is, describeChange(arguments, is), script, whole);
+        status = compileChange(was, is, describeChange(arguments, is), table_, script, whole);
     }
     if (status.ok()) {
         status = whole ? rebuild(false) : table_.apply(script);

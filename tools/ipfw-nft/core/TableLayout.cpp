@@ -64,6 +64,27 @@ bool RuleStretch::extends(const RuleStretch& earlier) const {
     return true;
 }
 
+bool RuleStretch::keepsOnlyFrom(const RuleStretch& earlier) const {
+    size_t next = 0;
+    for (const ipfwsim::StoredRule& was : earlier.stored_) {
+        if (!holdsNumber(was.rule.number)) {
+            continue;
+        }
+        if (next == stored_.size() || stored_[next].rule.set != was.rule.set ||
+            ipfwsim::encodeRule(stored_[next].rule) != ipfwsim::encodeRule(was.rule)) {
+            return false;
+        }
+        ++next;
+    }
+    return next == stored_.size();
+}
+
+bool RuleStretch::holdsNumber(uint32_t number) const {
+    return std::any_of(stored_.begin(), stored_.end(), [number](const ipfwsim::StoredRule& stored) {
+        return stored.rule.number == number;
+    });
+}
+
 Status compileLines(const std::vector<PlacedRule>& rules, Pass pass,
                     std::vector<std::string>& lines) {
     for (const PlacedRule& placed : rules) {

@@ -5,6 +5,7 @@
 #include <utility>
 #include <vector>
 
+#include "ipfwnft/KernelTable.h"
 #include "ipfwsim/StateFile.h"
 #include "ipfwsim/Status.h"
 
@@ -18,13 +19,15 @@ struct RuleChange {
     bool whole = false;
 };
 
-// The script that takes the kernel's table from the state `before` to the state `after`
-// by rewriting only the chains of the changed numbers, appending where the rules were
-// only added at the end of their chains. Empty with `rebuild` set when only a whole
+// The script that takes the kernel's tables from the state `before` to the state `after`
+// by touching only the chains of the changed numbers: appending where rules were only
+// added after the last of their chain, deleting by handle (read from `kernel`) where
+// rules or whole chains only went. Empty with `rebuild` set when only a whole
 // table will do: a change that touches a rule looking up kept flows (their lookup lines
 // depend on every rule), or a set switch while such rules exist.
 ipfwsim::Status compileChange(const ipfwsim::StateFile& before, const ipfwsim::StateFile& after,
-                              const RuleChange& change, std::string& script, bool& rebuild);
+                              const RuleChange& change, KernelTable& kernel, std::string& script,
+                              bool& rebuild);
 
 // Whether any rule in `file` looks up kept flows; read off the stored words.
 bool holdsStateLookups(const ipfwsim::StateFile& file);

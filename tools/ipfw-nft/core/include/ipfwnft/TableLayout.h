@@ -74,6 +74,9 @@ public:
     bool looksUpState() const;
     // Whether this stretch is `earlier` with rules added after its last one.
     bool extends(const RuleStretch& earlier) const;
+    // Whether this stretch is `earlier` without the rules of some numbers.
+    bool keepsOnlyFrom(const RuleStretch& earlier) const;
+    bool holdsNumber(uint32_t number) const;
 
 private:
     std::vector<ipfwsim::StoredRule> stored_;
