@@ -207,7 +207,7 @@ std::vector<std::string_view> StateFile::linesInRange(uint32_t low, uint32_t hig
         if (number > static_cast<long>(high)) {
             break;
         }
-        if (!isTombstone(line)) {
+        if (number >= static_cast<long>(low) && !isTombstone(line)) {
             found.emplace_back(number, line);
         }
         pos = next;
@@ -241,10 +241,11 @@ bool StateFile::holdsRulesIn(uint32_t low, uint32_t high) const {
     for (size_t pos = lowerBound(low); pos < sortedEnd_;) {
         size_t next = lineEnd(pos);
         std::string_view line = content_.substr(pos, next - pos - 1);
-        if (ruleLineNumber(line) > static_cast<long>(high)) {
+        const long number = ruleLineNumber(line);
+        if (number > static_cast<long>(high)) {
             break;
         }
-        if (!isTombstone(line)) {
+        if (number >= static_cast<long>(low) && !isTombstone(line)) {
             return true;
         }
         pos = next;
@@ -286,8 +287,16 @@ size_t StateFile::overflowLines() const {
                                           content_.begin() + static_cast<long>(end_), '\n'));
 }
 
+// A marked line keeps its number and its place, so the order counts it.
 bool StateFile::appendKeepsOrder(uint32_t number) const {
-    return sortedEnd_ == end_ && end_ == content_.size() && number >= lastNumber();
+    if (sortedEnd_ != end_ || end_ != content_.size()) {
+        return false;
+    }
+    if (sortedEnd_ == rulesAt_) {
+        return true;
+    }
+    const size_t start = lineStart(sortedEnd_ - 1);
+    return static_cast<long>(number) >= ruleLineNumber(content_.substr(start, sortedEnd_ - start));
 }
 
 Status StateFile::readAll(StateHeader& header, std::vector<StoredRule>& rules) const {
