@@ -11,6 +11,7 @@
 #include "QvControlErrors.h"
 #include "QvControlStatus.h"
 #include "QvFirewall.h"
+#include "RuleArguments.h"
 #include "RuleTable.h"
 #include "SubCommand.h"
 #include "VelaCommonMsg.pb.h"
@@ -39,28 +40,6 @@ bool NeedArguments(CtlContext& context, size_t count, int* status) {
     return false;
 }
 
-bool ReadJsonArgument(CtlContext& context, size_t index, std::string* json, int* status) {
-    std::string error;
-    if (!ReadInputText(context.arguments.positional[index], context.in, json, &error)) {
-        *status = Fail(context, kExitUsage, error);
-        return false;
-    }
-    return true;
-}
-
-bool ReadRule(CtlContext& context, size_t index, FwRule* rule, int* status) {
-    std::string json;
-    std::string error;
-    if (!ReadJsonArgument(context, index, &json, status)) {
-        return false;
-    }
-    if (!ParseRuleJson(json, rule, &error)) {
-        *status = Fail(context, kExitUsage, error);
-        return false;
-    }
-    return true;
-}
-
 bool ReadNumber(CtlContext& context, size_t index, unsigned int* number, int* status) {
     const std::string& text = context.arguments.positional[index];
     if (!ParseUnsigned(text, number)) {
@@ -73,7 +52,7 @@ bool ReadNumber(CtlContext& context, size_t index, unsigned int* number, int* st
 int AddRuleTo(CtlContext& context, uint32_t command, RuleSet set) {
     int status = kExitOk;
     FwRule rule;
-    if (!NeedArguments(context, 1, &status) || !ReadRule(context, 0, &rule, &status)) {
+    if (!ReadRuleArguments(context, 0, &rule, &status)) {
         return status;
     }
     std::string reply;
@@ -139,14 +118,9 @@ int PrintPairs(CtlContext& context, const std::string& reply) {
 
 int SendRuleList(CtlContext& context, uint32_t command) {
     int status = kExitOk;
-    std::string json;
-    std::string error;
     FwRuleInfoList list;
-    if (!NeedArguments(context, 1, &status) || !ReadJsonArgument(context, 0, &json, &status)) {
+    if (!ReadRuleListArguments(context, &list, &status)) {
         return status;
-    }
-    if (!ParseRuleListJson(json, &list, &error)) {
-        return Fail(context, kExitUsage, error);
     }
     std::string reply;
     int32_t code = 0;
@@ -231,8 +205,11 @@ int RunModifyRule(CtlContext& context) {
     int status = kExitOk;
     unsigned int number = 0;
     FwRule rule;
-    if (!NeedArguments(context, 2, &status) || !ReadNumber(context, 0, &number, &status) ||
-        !ReadRule(context, 1, &rule, &status)) {
+    if (context.arguments.positional.empty()) {
+        return Fail(context, kExitUsage, "modify needs a rule number and a rule");
+    }
+    if (!ReadNumber(context, 0, &number, &status) ||
+        !ReadRuleArguments(context, 1, &rule, &status)) {
         return status;
     }
     rule.set_rule_index(number);
@@ -280,7 +257,7 @@ int RunSetExceptionList(CtlContext& context) {
 int RunCheckRule(CtlContext& context) {
     int status = kExitOk;
     FwRule rule;
-    if (!NeedArguments(context, 1, &status) || !ReadRule(context, 0, &rule, &status)) {
+    if (!ReadRuleArguments(context, 0, &rule, &status)) {
         return status;
     }
     int32_t code = 0;
