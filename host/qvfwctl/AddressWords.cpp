@@ -80,6 +80,27 @@ bool ReadAddressEntry(const std::string& entry, IpAddr* addr, std::string* expec
     return true;
 }
 
+// "167838211/24,host" as "10.1.2.3/24,host".
+std::string DottedList(const std::string& word) {
+    std::string out;
+    size_t start = 0;
+    while (true) {
+        size_t comma = word.find(',', start);
+        std::string entry = word.substr(start, comma - start);
+        std::string head = entry.substr(0, entry.find('/'));
+        unsigned int address = 0;
+        if (head.find('.') == std::string::npos && ParseUnsigned(head, &address)) {
+            entry = DottedAddress(address) + entry.substr(head.size());
+        }
+        out += entry;
+        if (comma == std::string::npos) {
+            return out;
+        }
+        out += ",";
+        start = comma + 1;
+    }
+}
+
 bool IsMacPair(const std::string& text, size_t at) {
     return isxdigit(static_cast<unsigned char>(text[at])) &&
            isxdigit(static_cast<unsigned char>(text[at + 1]));
@@ -115,6 +136,23 @@ bool ReadAddress(const std::string& text, uint32_t* address) {
 std::string DottedAddress(uint32_t address) {
     return std::to_string(address >> 24) + "." + std::to_string((address >> 16) & 0xff) + "." +
            std::to_string((address >> 8) & 0xff) + "." + std::to_string(address & 0xff);
+}
+
+std::string WithDottedAddresses(const std::string& text) {
+    std::string out;
+    std::string previous;
+    size_t start = 0;
+    while (start < text.size()) {
+        size_t end = text.find(' ', start);
+        std::string word = text.substr(start, end == std::string::npos ? end : end - start);
+        if (previous == "src-ip" || previous == "dst-ip" || previous == "via") {
+            word = DottedList(word);
+        }
+        out += word + (end == std::string::npos ? "" : " ");
+        previous = word;
+        start = end == std::string::npos ? text.size() : end + 1;
+    }
+    return out;
 }
 
 bool ReadAddressList(const std::string& word, FwIp* ip, std::string* expected) {

@@ -16,6 +16,10 @@ namespace qvctl {
 bool ReadAddress(const std::string& text, uint32_t* address);
 std::string DottedAddress(uint32_t address);
 
+// Rule text with the addresses after src-ip, dst-ip and via dotted, for a person; the
+// reader reads it back as it reads the text itself.
+std::string WithDottedAddresses(const std::string& text);
+
 bool ReadAddressList(const std::string& word, qor::vela::FwIp* ip, std::string* expected);
 bool ReadInterface(const std::string& word, qor::vela::FwIfSpec* iface, std::string* expected);
 bool ReadMacAddress(const std::string& word, qor::vela::MacAddr* mac, std::string* expected);

@@ -1,5 +1,7 @@
 // The sub-commands that add, change, list and check rules.
 #include <algorithm>
+#include <map>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -154,6 +156,16 @@ std::string IpfwTextOf(CtlContext& context, const FwRule& rule) {
     return code == 0 ? text : "(" + DescribeCode(code) + ")";
 }
 
+// ipfw's counters by rule number; none when ipfw cannot be asked, and the list goes on.
+std::optional<std::map<uint32_t, RuleCounters>> CountersOf(CtlContext& context) {
+    int32_t code = 0;
+    std::string listing;
+    if (!context.client.Call(kRuleCounters, "", &code, &listing) || code != 0) {
+        return std::nullopt;
+    }
+    return ParseIpfwShow(listing);
+}
+
 int ListSet(CtlContext& context, uint32_t command, RuleSet set) {
     int status = kExitOk;
     if (!NeedArguments(context, 0, &status)) {
@@ -168,9 +180,15 @@ int ListSet(CtlContext& context, uint32_t command, RuleSet set) {
     if (!ReadReply(context, reply, "the list", &rules, &status)) {
         return status;
     }
+    const auto counters = CountersOf(context);
     std::vector<ListedRule> listed;
     for (const FwRule& rule : rules.rules()) {
-        listed.push_back(ListedRule{rule, IpfwTextOf(context, rule)});
+        listed.push_back(ListedRule{rule, IpfwTextOf(context, rule), std::nullopt});
+        // A stored rule that ipfw does not hold has no counters to show.
+        auto found = counters ? counters->find(rule.rule_index()) : decltype(counters->end()){};
+        if (counters && found != counters->end()) {
+            listed.back().counters = found->second;
+        }
     }
     // In ipfw's order, which is the order the rules are matched in.
     std::stable_sort(listed.begin(), listed.end(), [](const ListedRule& a, const ListedRule& b) {
