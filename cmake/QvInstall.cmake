@@ -1,7 +1,8 @@
 # What `cmake --install` puts where (GNUInstallDirs): the plug-in and the host libraries
 # in the library directory, qvfwd and qvfwctl in the binary directory, the public headers
-# under include/Quorvane, a systemd unit (Linux) or a launchd property list (macOS), and
-# the default QvFw.conf.plist, which is never overwritten when one is already there.
+# under include/Quorvane, the manual pages, qvfwctl's bash completion, a systemd unit
+# (Linux) or a launchd property list (macOS), and the default QvFw.conf.plist, which is
+# never overwritten when one is already there.
 #
 # Included by the top directory once every target is defined.
 
@@ -41,6 +42,21 @@ function(qv_install_binaries)
     DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/Quorvane)
 endfunction()
 
+# The manual pages qvfwctl(8) and qvfwd(8), and qvfwctl's bash completion, which the
+# tool writes itself from its command table.
+function(qv_install_manuals_and_completion)
+  install(FILES ${PROJECT_SOURCE_DIR}/host/qvfwctl/man/qvfwctl.8
+                ${PROJECT_SOURCE_DIR}/host/qvfwd/man/qvfwd.8
+          DESTINATION ${CMAKE_INSTALL_MANDIR}/man8)
+  set(completion ${CMAKE_BINARY_DIR}/dist/qvfwctl.bash-completion)
+  add_custom_command(OUTPUT ${completion}
+    COMMAND sh -c "\"$1\" completion bash > \"$2\"" sh $<TARGET_FILE:qvfwctl> ${completion}
+    DEPENDS qvfwctl VERBATIM)
+  add_custom_target(qvfwctl-completion ALL DEPENDS ${completion})
+  install(FILES ${completion} DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions
+          RENAME qvfwctl)
+endfunction()
+
 function(qv_install_service_files)
   set(dist ${PROJECT_SOURCE_DIR}/host/qvfwd/dist)
   set(out ${CMAKE_BINARY_DIR}/dist)
@@ -76,6 +92,7 @@ function(qv_install_all)
   qv_install_set_rpath()
   qv_install_binaries()
   qv_install_service_files()
+  qv_install_manuals_and_completion()
   qv_install_default_configuration()
 endfunction()
 
