@@ -6,6 +6,8 @@
 #include <algorithm>
 #include <cctype>
 #include <cstring>
+#include <locale>
+#include <sstream>
 
 #include "AddressWords.h"
 #include "CtlArguments.h"
@@ -53,6 +55,13 @@ bool ReadProbabilityValue(const std::string& text, double* probability) {
     char* end = nullptr;
     double value = strtod(text.c_str(), &end);
     if (*end != '\0' || !isfinite(value) || value < 0 || value > 1) {
+        return false;
+    }
+    // The rule text keeps six significant digits: more would be rounded away unseen.
+    std::ostringstream written;
+    written.imbue(std::locale::classic());
+    written << value;
+    if (strtod(written.str().c_str(), nullptr) != value) {
         return false;
     }
     *probability = value;
@@ -150,7 +159,7 @@ private:
             return false;
         }
         if (!ReadProbabilityValue(word, &probability)) {
-            return RefuseTaken("a probability from 0 to 1 (e.g. 0.5)");
+            return RefuseTaken("a probability from 0 to 1 of at most six significant digits");
         }
         m_rule->set_probability(probability);
         return true;

@@ -231,6 +231,7 @@ TEST(RuleWordsTest, RefusalsNameTheWordAndItsPlace) {
         {"unreach 256", 2, "256"},
         {"prob 1.5 deny", 2, "1.5"},
         {"prob nan deny", 2, "nan"},
+        {"prob 0.3333333 deny", 2, "0.3333333"},
         {"deny src-ip 10.1.2.256", 3, "10.1.2.256"},
         {"deny src-ip 10.1.2.3/33", 3, "10.1.2.3/33"},
         {"deny src-ip 10.1.2", 3, "10.1.2"},
