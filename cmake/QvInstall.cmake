@@ -76,6 +76,11 @@ function(qv_install_default_configuration)
   set(QV_SYSLOG_CONF /etc/syslog.conf)
   set(conf ${CMAKE_BINARY_DIR}/dist/QvFw.conf.plist)
   configure_file(${PROJECT_SOURCE_DIR}/host/qvfwd/dist/QvFw.conf.plist.in ${conf} @ONLY)
+  # The pristine default, beside the unit files: a package copies it into place.
+  install(FILES ${conf} DESTINATION ${CMAKE_INSTALL_DATADIR}/quorvane)
+  if(QV_PACKAGE)
+    return()  # the package's postinst puts it in place, only where none is
+  endif()
   # The file holds the stored rules once the firewall runs: install it only where none is.
   install(CODE "
     set(target \"\$ENV{DESTDIR}${QV_CONF_DIR}/QvFw.conf.plist\")
@@ -85,6 +90,8 @@ function(qv_install_default_configuration)
       file(INSTALL DESTINATION \"${QV_CONF_DIR}\" TYPE FILE FILES \"${conf}\")
     endif()")
 endfunction()
+
+option(QV_PACKAGE "Lay the install out for a Debian package (scripts/package)" OFF)
 
 function(qv_install_all)
   include(GNUInstallDirs)
@@ -97,3 +104,4 @@ function(qv_install_all)
 endfunction()
 
 qv_install_all()
+include(${CMAKE_CURRENT_LIST_DIR}/QvPackage.cmake)
