@@ -43,17 +43,12 @@ function(qv_install_binaries)
 endfunction()
 
 # The manual pages qvfwctl(8) and qvfwd(8), and qvfwctl's bash completion, which the
-# tool writes itself from its command table.
+# tool writes from its command table every time it is built.
 function(qv_install_manuals_and_completion)
   install(FILES ${PROJECT_SOURCE_DIR}/host/qvfwctl/man/qvfwctl.8
                 ${PROJECT_SOURCE_DIR}/host/qvfwd/man/qvfwd.8
           DESTINATION ${CMAKE_INSTALL_MANDIR}/man8)
-  set(completion ${CMAKE_BINARY_DIR}/dist/qvfwctl.bash-completion)
-  add_custom_command(OUTPUT ${completion}
-    COMMAND sh -c "\"$1\" completion bash > \"$2\"" sh $<TARGET_FILE:qvfwctl> ${completion}
-    DEPENDS qvfwctl VERBATIM)
-  add_custom_target(qvfwctl-completion ALL DEPENDS ${completion})
-  install(FILES ${completion} DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions
+  install(FILES ${QV_CTL_COMPLETION} DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions
           RENAME qvfwctl)
 endfunction()
 
