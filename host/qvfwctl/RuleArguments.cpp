@@ -21,11 +21,15 @@ bool StartsWithAny(const std::string& text, const char* characters) {
     return first != std::string::npos && strchr(characters, text[first]) != nullptr;
 }
 
-// JSON, standard input or a file, rather than the first of the rule's words.
+// JSON, standard input or a file, rather than the first of the rule's words. A rule's
+// first word is never taken for a file of that name.
 bool NamesInput(const std::vector<std::string>& arguments, size_t index) {
     const std::string& first = arguments[index];
-    return arguments.size() == index + 1 &&
-           (StartsWithAny(first, "{[") || first == "-" || access(first.c_str(), F_OK) == 0);
+    const std::vector<std::string> words = SplitWords(first);
+    if (arguments.size() != index + 1 || (!words.empty() && StartsRuleWords(words[0]))) {
+        return false;
+    }
+    return StartsWithAny(first, "{[") || first == "-" || access(first.c_str(), F_OK) == 0;
 }
 
 std::string JoinFrom(const std::vector<std::string>& arguments, size_t index) {
