@@ -16,7 +16,7 @@ namespace qvctl {
 
 struct ListedRule {
     qor::vela::FwRule rule;
-    std::string ipfwText;  // or, when the text could not be made, why
+    std::string ipfwText;                  // or, when the text could not be made, why
     std::optional<RuleCounters> counters;  // none when ipfw could not be asked
 };
 
