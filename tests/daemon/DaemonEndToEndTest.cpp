@@ -174,6 +174,13 @@ TEST_F(DaemonTest, RulesInWordsAreTheRulesOfTheirJsonAndListWithDottedAddressesA
                                "src-ip 10.1.2.3 dst-port 2222 in"),
               std::string::npos);
 
+    // A list in words: one rule per line of standard input, comments skipped.
+    EXPECT_EQ(Ctl("add-rules -", "# web\nallow proto tcp dst-port 80\n\nreset proto udp\n"),
+              "order 1 -> rule 3120\norder 2 -> rule 3130\n");
+    RunResult badList = sandbox.Run("qvfwctl add-rules 'allow proto udp' 'deny proto icmpp'");
+    EXPECT_EQ(badList.exitCode, 2);
+    EXPECT_NE(badList.err.find("rule 2: word 3 'icmpp'"), std::string::npos) << badList.err;
+
     RunResult misspelled = sandbox.Run("qvfwctl add deny proto tcp scr-ip 10.1.2.3");
     EXPECT_EQ(misspelled.exitCode, 2);
     EXPECT_NE(misspelled.err.find("word 4 'scr-ip': expected an option"), std::string::npos)
