@@ -1,7 +1,8 @@
 # What `cmake --install` puts where (GNUInstallDirs): the plug-in and the host libraries
 # in the library directory, qvfwd and qvfwctl in the binary directory, the public headers
-# under include/Quorvane, a systemd unit (Linux) or a launchd property list (macOS), and
-# the default QvFw.conf.plist, which is never overwritten when one is already there.
+# under include/Quorvane, the manual pages, qvfwctl's bash completion, a systemd unit
+# (Linux) or a launchd property list (macOS), and the default QvFw.conf.plist, which is
+# never overwritten when one is already there.
 #
 # Included by the top directory once every target is defined.
 
@@ -41,6 +42,16 @@ function(qv_install_binaries)
     DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/Quorvane)
 endfunction()
 
+# The manual pages qvfwctl(8) and qvfwd(8), and qvfwctl's bash completion, which the
+# tool writes from its command table every time it is built.
+function(qv_install_manuals_and_completion)
+  install(FILES ${PROJECT_SOURCE_DIR}/host/qvfwctl/man/qvfwctl.8
+                ${PROJECT_SOURCE_DIR}/host/qvfwd/man/qvfwd.8
+          DESTINATION ${CMAKE_INSTALL_MANDIR}/man8)
+  install(FILES ${QV_CTL_COMPLETION} DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions
+          RENAME qvfwctl)
+endfunction()
+
 function(qv_install_service_files)
   set(dist ${PROJECT_SOURCE_DIR}/host/qvfwd/dist)
   set(out ${CMAKE_BINARY_DIR}/dist)
@@ -60,6 +71,11 @@ function(qv_install_default_configuration)
   set(QV_SYSLOG_CONF /etc/syslog.conf)
   set(conf ${CMAKE_BINARY_DIR}/dist/QvFw.conf.plist)
   configure_file(${PROJECT_SOURCE_DIR}/host/qvfwd/dist/QvFw.conf.plist.in ${conf} @ONLY)
+  # The pristine default, beside the unit files: a package copies it into place.
+  install(FILES ${conf} DESTINATION ${CMAKE_INSTALL_DATADIR}/quorvane)
+  if(QV_PACKAGE)
+    return()  # the package's postinst puts it in place, only where none is
+  endif()
   # The file holds the stored rules once the firewall runs: install it only where none is.
   install(CODE "
     set(target \"\$ENV{DESTDIR}${QV_CONF_DIR}/QvFw.conf.plist\")
@@ -70,13 +86,17 @@ function(qv_install_default_configuration)
     endif()")
 endfunction()
 
+option(QV_PACKAGE "Lay the install out for a Debian package (scripts/package)" OFF)
+
 function(qv_install_all)
   include(GNUInstallDirs)
   set(QV_CONF_DIR ${CMAKE_INSTALL_FULL_SYSCONFDIR}/Quorvane/QvrnCore)
   qv_install_set_rpath()
   qv_install_binaries()
   qv_install_service_files()
+  qv_install_manuals_and_completion()
   qv_install_default_configuration()
 endfunction()
 
 qv_install_all()
+include(${CMAKE_CURRENT_LIST_DIR}/QvPackage.cmake)

@@ -34,6 +34,9 @@ enum Command : uint32_t {
     // then what `ipfw -n add` said when it refused; code 0 when ipfw accepts the rule,
     // 20704 when it refuses, 20016 when ipfw cannot be run, or the generator's code.
     kCheckRule = 0x51000004,
+    // Request: empty. Reply: code 0 and what "ipfw -S show" printed (rule number, packets,
+    // bytes, set, rule per line), or 20016 when ipfw cannot be run.
+    kRuleCounters = 0x51000005,
 };
 
 enum StreamFlags : uint32_t {

@@ -1,36 +1,41 @@
 #include "CommandTable.h"
 
+#include <iterator>
+
 #include "QvControl.h"
 
 namespace qvctl {
 
 namespace {
 
+constexpr size_t kHelpColumn = 32;
+
+// `head` padded to the column where the summaries start, or on a line of its own.
+std::string Column(const std::string& head) {
+    return head + (head.size() < kHelpColumn ? std::string(kHelpColumn - head.size(), ' ')
+                                             : "\n" + std::string(kHelpColumn, ' '));
+}
+
 const SubCommandEntry kSubCommands[] = {
     {"add", "RULE", "add a rule to the normal set; prints its rule number",
-     "qvfwctl add '{\"action\":\"ACTION_DENY\",\"protocol\":{\"type\":\"PROTO_SPECIFIED\","
-     "\"protocol\":\"PROTO_VALUE_TCP\"},\"dst_port\":{\"port_type\":\"PORT_LIST\",\"ports\":"
-     "[{\"use_range\":false,\"port\":22}]}}'",
-     RunAddRule},
+     "qvfwctl add deny proto tcp src-ip 10.1.2.0/24 dst-port 22,8000-8080 in", RunAddRule},
     {"add-exception", "RULE", "add a rule to the exception set; prints its rule number",
-     "qvfwctl add-exception '{\"action\":\"ACTION_ALLOW\",\"src_ip\":{\"ip_type\":\"IP_LIST\","
-     "\"ips\":[{\"use_host_name\":false,\"ip\":167772161,\"mask_len\":32}]}}'",
-     RunAddException},
+     "qvfwctl add-exception allow src-ip 10.0.0.1,fileserver keep-state", RunAddException},
     {"delete", "NUMBER", "delete a normal rule by its rule number", "qvfwctl delete 3100",
      RunDeleteRule},
     {"delete-exception", "NUMBER", "delete an exception rule by its rule number",
      "qvfwctl delete-exception 2100", RunDeleteException},
     {"modify", "NUMBER RULE", "replace the normal rule NUMBER with RULE, keeping its number",
-     "qvfwctl modify 3100 '{\"action\":\"ACTION_RESET\"}'", RunModifyRule},
+     "qvfwctl modify 3100 reset proto tcp dst-port 22", RunModifyRule},
     {"swap", "A B", "swap the places of two normal rules", "qvfwctl swap 3100 3110", RunSwapRules},
-    {"list", "", "list the normal rules with their ipfw text", "qvfwctl list --json", RunListRules},
-    {"list-exceptions", "", "list the exception rules with their ipfw text",
+    {"list", "", "list the normal rules with their counters and rule text", "qvfwctl list --json",
+     RunListRules},
+    {"list-exceptions", "", "list the exception rules with their counters and rule text",
      "qvfwctl list-exceptions", RunListExceptions},
-    {"add-rules", "LIST",
-     "add a list of rules ([{\"order\": N, \"rule\": {...}}]) to the normal set",
-     "qvfwctl add-rules rules.json", RunAddRuleList},
+    {"add-rules", "LIST", "add a list of rules to the normal set",
+     "qvfwctl add-rules 'deny proto tcp dst-port 22' 'allow proto udp'", RunAddRuleList},
     {"set-rules", "LIST", "replace the normal set with a list of rules",
-     "qvfwctl set-rules - < rules.json", RunSetRuleList},
+     "qvfwctl set-rules - < rules.txt", RunSetRuleList},
     {"set-exception-rules", "LIST", "replace the exception set with a list of rules",
      "qvfwctl set-exception-rules '[{\"order\":1,\"rule\":{\"action\":\"ACTION_ALLOW\"}}]'",
      RunSetExceptionList},
@@ -56,10 +61,30 @@ const SubCommandEntry kSubCommands[] = {
      "qvfwctl events --count 20 --json", RunEvents},
     {"check", "RULE",
      "print the ipfw text a rule would get and whether ipfw accepts it; installs nothing",
-     "qvfwctl check '{\"action\":\"ACTION_DENY\",\"keep_state\":true}'", RunCheckRule},
+     "qvfwctl check unreach 3 proto udp dst-port 53 via en0", RunCheckRule},
+    {"completion", "bash", "print the bash completion of qvfwctl",
+     "source <(qvfwctl completion bash)", RunCompletion},
+};
+
+const ToolOption kToolOptions[] = {
+    {"--control", "SOCKET",
+     "qvfwd's control socket (default $QV_CONTROL_SOCKET, else "
+     "/var/run/Quorvane/qvfw.sock)"},
+    {"--json", "", "print JSON for scripts instead of text"},
+    {"--count", "N", "watch, events: how many kept events"},
+    {"--all", "", "watch, events: the notification callback's copies too"},
+    {"--help", "", "this text; after a command, that command's help"},
 };
 
 }  // namespace
+
+std::vector<SubCommandEntry> SubCommands() {
+    return std::vector<SubCommandEntry>(std::begin(kSubCommands), std::end(kSubCommands));
+}
+
+std::vector<ToolOption> ToolOptions() {
+    return std::vector<ToolOption>(std::begin(kToolOptions), std::end(kToolOptions));
+}
 
 const SubCommandEntry* FindSubCommand(const std::string& name) {
     for (const SubCommandEntry& entry : kSubCommands) {
@@ -74,32 +99,35 @@ std::string ToolHelp() {
     std::string help =
         "usage: qvfwctl [--control SOCKET] [--json] COMMAND [ARGUMENTS]\n"
         "\n"
-        "Drives the firewall plug-in through qvfwd. RULE is one rule and LIST a JSON array of\n"
-        "{\"order\": N, \"rule\": RULE}, both in protobuf's JSON mapping of qor.vela.FwRule\n"
-        "with the schema's field and enum names; give the JSON itself, a file name, or - for\n"
-        "standard input.\n"
+        "Drives the firewall plug-in through qvfwd. RULE is one rule in the words of its ipfw\n"
+        "text, as separate arguments or one quoted argument:\n"
+        "  [prob P] ACTION [log [logamount 0]] OPTION...\n"
+        "  ACTION  allow | deny | reset | unreach CODE | check-state (alone)\n"
+        "  OPTION  [not] proto all|ip|icmp|tcp|udp   src-ip|dst-ip me|any|ADDR[/MASK],HOST,...\n"
+        "          src-port|dst-port any|PORT,FROM-TO,...   icmptypes T,...\n"
+        "          tcpflags|tcpoptions|ipoptions|iptos [!]NAME,...   mac DST SRC\n"
+        "          in | out   via IFACE|ADDR   keep-state\n"
+        "A RULE may also be protobuf JSON of qor.vela.FwRule, a file name, or - for standard\n"
+        "input. LIST is one rule per argument or per line of a file (or -), or a JSON array of\n"
+        "{\"order\": N, \"rule\": {...}}.\n"
         "\n"
         "commands:\n";
     for (const SubCommandEntry& entry : kSubCommands) {
-        std::string head = std::string("  ") + entry.name + " " + entry.arguments;
         help +=
-            head +
-            (head.size() < 32 ? std::string(32 - head.size(), ' ') : "\n" + std::string(32, ' ')) +
-            entry.summary + "\n";
+            Column(std::string("  ") + entry.name + " " + entry.arguments) + entry.summary + "\n";
     }
-    help += std::string(
-                "\n"
-                "options:\n"
-                "  --control SOCKET  qvfwd's control socket (default $QV_CONTROL_SOCKET, else ") +
-            kDefaultControlSocket +
-            ")\n"
-            "  --json            print JSON for scripts instead of text\n"
-            "  --help            this text; after a command, that command's help\n"
-            "\n"
-            "exit status: 0 done, 1 the plug-in or daemon refused (the code and its meaning are\n"
-            "printed), 2 wrong arguments or bad JSON, 3 qvfwd not reachable.\n"
-            "\n"
-            "example: qvfwctl status\n";
+    help += "\noptions:\n";
+    for (const ToolOption& option : kToolOptions) {
+        help +=
+            Column(std::string("  ") + option.name + " " + option.value) + option.summary + "\n";
+    }
+    help +=
+        "\n"
+        "exit status: 0 done, 1 the plug-in or daemon refused (the code and its meaning are\n"
+        "printed), 2 wrong arguments, a rule word that cannot be read or bad JSON, 3 qvfwd not\n"
+        "reachable.\n"
+        "\n"
+        "example: qvfwctl add deny proto tcp dst-port 22 in\n";
     return help;
 }
 

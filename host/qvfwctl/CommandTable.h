@@ -2,6 +2,7 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 #include "SubCommand.h"
 
@@ -14,6 +15,16 @@ struct SubCommandEntry {
     const char* example;
     int (*run)(CtlContext& context);
 };
+
+// The options of every sub-command.
+struct ToolOption {
+    const char* name;
+    const char* value;  // what follows it, or "" for a switch
+    const char* summary;
+};
+
+std::vector<SubCommandEntry> SubCommands();
+std::vector<ToolOption> ToolOptions();
 
 // The entry named `name`, or null.
 const SubCommandEntry* FindSubCommand(const std::string& name);

@@ -1,5 +1,7 @@
 // The sub-commands that add, change, list and check rules.
 #include <algorithm>
+#include <map>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -11,6 +13,7 @@
 #include "QvControlErrors.h"
 #include "QvControlStatus.h"
 #include "QvFirewall.h"
+#include "RuleArguments.h"
 #include "RuleTable.h"
 #include "SubCommand.h"
 #include "VelaCommonMsg.pb.h"
@@ -39,28 +42,6 @@ bool NeedArguments(CtlContext& context, size_t count, int* status) {
     return false;
 }
 
-bool ReadJsonArgument(CtlContext& context, size_t index, std::string* json, int* status) {
-    std::string error;
-    if (!ReadInputText(context.arguments.positional[index], context.in, json, &error)) {
-        *status = Fail(context, kExitUsage, error);
-        return false;
-    }
-    return true;
-}
-
-bool ReadRule(CtlContext& context, size_t index, FwRule* rule, int* status) {
-    std::string json;
-    std::string error;
-    if (!ReadJsonArgument(context, index, &json, status)) {
-        return false;
-    }
-    if (!ParseRuleJson(json, rule, &error)) {
-        *status = Fail(context, kExitUsage, error);
-        return false;
-    }
-    return true;
-}
-
 bool ReadNumber(CtlContext& context, size_t index, unsigned int* number, int* status) {
     const std::string& text = context.arguments.positional[index];
     if (!ParseUnsigned(text, number)) {
@@ -73,7 +54,7 @@ bool ReadNumber(CtlContext& context, size_t index, unsigned int* number, int* st
 int AddRuleTo(CtlContext& context, uint32_t command, RuleSet set) {
     int status = kExitOk;
     FwRule rule;
-    if (!NeedArguments(context, 1, &status) || !ReadRule(context, 0, &rule, &status)) {
+    if (!ReadRuleArguments(context, 0, &rule, &status)) {
         return status;
     }
     std::string reply;
@@ -139,14 +120,9 @@ int PrintPairs(CtlContext& context, const std::string& reply) {
 
 int SendRuleList(CtlContext& context, uint32_t command) {
     int status = kExitOk;
-    std::string json;
-    std::string error;
     FwRuleInfoList list;
-    if (!NeedArguments(context, 1, &status) || !ReadJsonArgument(context, 0, &json, &status)) {
+    if (!ReadRuleListArguments(context, &list, &status)) {
         return status;
-    }
-    if (!ParseRuleListJson(json, &list, &error)) {
-        return Fail(context, kExitUsage, error);
     }
     std::string reply;
     int32_t code = 0;
@@ -180,6 +156,16 @@ std::string IpfwTextOf(CtlContext& context, const FwRule& rule) {
     return code == 0 ? text : "(" + DescribeCode(code) + ")";
 }
 
+// ipfw's counters by rule number; none when ipfw cannot be asked, and the list goes on.
+std::optional<std::map<uint32_t, RuleCounters>> CountersOf(CtlContext& context) {
+    int32_t code = 0;
+    std::string listing;
+    if (!context.client.Call(kRuleCounters, "", &code, &listing) || code != 0) {
+        return std::nullopt;
+    }
+    return ParseIpfwShow(listing);
+}
+
 int ListSet(CtlContext& context, uint32_t command, RuleSet set) {
     int status = kExitOk;
     if (!NeedArguments(context, 0, &status)) {
@@ -194,9 +180,15 @@ int ListSet(CtlContext& context, uint32_t command, RuleSet set) {
     if (!ReadReply(context, reply, "the list", &rules, &status)) {
         return status;
     }
+    const auto counters = CountersOf(context);
     std::vector<ListedRule> listed;
     for (const FwRule& rule : rules.rules()) {
-        listed.push_back(ListedRule{rule, IpfwTextOf(context, rule)});
+        listed.push_back(ListedRule{rule, IpfwTextOf(context, rule), std::nullopt});
+        // A stored rule that ipfw does not hold has no counters to show.
+        auto found = counters ? counters->find(rule.rule_index()) : decltype(counters->end()){};
+        if (counters && found != counters->end()) {
+            listed.back().counters = found->second;
+        }
     }
     // In ipfw's order, which is the order the rules are matched in.
     std::stable_sort(listed.begin(), listed.end(), [](const ListedRule& a, const ListedRule& b) {
@@ -231,8 +223,11 @@ int RunModifyRule(CtlContext& context) {
     int status = kExitOk;
     unsigned int number = 0;
     FwRule rule;
-    if (!NeedArguments(context, 2, &status) || !ReadNumber(context, 0, &number, &status) ||
-        !ReadRule(context, 1, &rule, &status)) {
+    if (context.arguments.positional.empty()) {
+        return Fail(context, kExitUsage, "modify needs a rule number and a rule");
+    }
+    if (!ReadNumber(context, 0, &number, &status) ||
+        !ReadRuleArguments(context, 1, &rule, &status)) {
         return status;
     }
     rule.set_rule_index(number);
@@ -280,7 +275,7 @@ int RunSetExceptionList(CtlContext& context) {
 int RunCheckRule(CtlContext& context) {
     int status = kExitOk;
     FwRule rule;
-    if (!NeedArguments(context, 1, &status) || !ReadRule(context, 0, &rule, &status)) {
+    if (!ReadRuleArguments(context, 0, &rule, &status)) {
         return status;
     }
     int32_t code = 0;

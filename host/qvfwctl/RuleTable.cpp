@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cctype>
 
+#include "AddressWords.h"
 #include "JsonWriter.h"
 #include "MessageJson.h"
 
@@ -14,6 +15,11 @@ namespace {
 
 constexpr size_t kNumberWidth = 6;
 constexpr size_t kSetWidth = 4;
+constexpr size_t kCounterWidth = 9;
+
+std::string CounterText(const ListedRule& listed, uint64_t RuleCounters::*field) {
+    return listed.counters ? std::to_string((*listed.counters).*field) : "-";
+}
 
 std::string PadRight(const std::string& text, size_t width) {
     return text.size() >= width ? text + " " : text + std::string(width - text.size(), ' ');
@@ -38,11 +44,15 @@ std::string FormatRuleTable(int setNumber, const std::vector<ListedRule>& rules)
         actionWidth = std::max(actionWidth, ActionName(listed.rule.action()).size() + 1);
     }
     std::string out = PadRight("NUMBER", kNumberWidth + 1) + PadRight("SET", kSetWidth) +
-                      PadRight("ACTION", actionWidth + 1) + "IPFW\n";
+                      PadRight("ACTION", actionWidth + 1) + PadRight("PACKETS", kCounterWidth) +
+                      PadRight("BYTES", kCounterWidth) + "RULE\n";
     for (const ListedRule& listed : rules) {
         out += PadRight(std::to_string(listed.rule.rule_index()), kNumberWidth + 1) +
                PadRight(std::to_string(setNumber), kSetWidth) +
-               PadRight(ActionName(listed.rule.action()), actionWidth + 1) + listed.ipfwText + "\n";
+               PadRight(ActionName(listed.rule.action()), actionWidth + 1) +
+               PadRight(CounterText(listed, &RuleCounters::packets), kCounterWidth) +
+               PadRight(CounterText(listed, &RuleCounters::bytes), kCounterWidth) +
+               WithDottedAddresses(listed.ipfwText) + "\n";
     }
     if (rules.empty()) {
         out += "(no rules)\n";
@@ -53,13 +63,16 @@ std::string FormatRuleTable(int setNumber, const std::vector<ListedRule>& rules)
 std::string RuleTableJson(int setNumber, const std::vector<ListedRule>& rules) {
     JsonArray array;
     for (const ListedRule& listed : rules) {
-        array.Raw(JsonObject()
-                      .Number("number", listed.rule.rule_index())
-                      .Number("set", setNumber)
-                      .Text("action", ActionName(listed.rule.action()))
-                      .Text("ipfw", listed.ipfwText)
-                      .Raw("rule", MessageToJson(listed.rule))
-                      .str());
+        JsonObject entry;
+        entry.Number("number", listed.rule.rule_index())
+            .Number("set", setNumber)
+            .Text("action", ActionName(listed.rule.action()));
+        if (listed.counters) {
+            entry.Number("packets", static_cast<int64_t>(listed.counters->packets))
+                .Number("bytes", static_cast<int64_t>(listed.counters->bytes));
+        }
+        array.Raw(
+            entry.Text("ipfw", listed.ipfwText).Raw("rule", MessageToJson(listed.rule)).str());
     }
     return JsonObject().Number("set", setNumber).Raw("rules", array.str()).str();
 }

@@ -1,11 +1,14 @@
-// A rule set as a table for a person (number, set, action, the ipfw text beside each
-// rule) or as JSON for a script:
-//   {"set": 19, "rules": [{"number": 3100, "set": 19, "action": "deny",
-//                          "ipfw": "deny log ...", "rule": {...}}]}
+// A rule set as a table for a person (number, set, action, ipfw's packet and byte
+// counters, and the rule text with dotted addresses) or as JSON for a script:
+//   {"set": 19, "rules": [{"number": 3100, "set": 19, "action": "deny", "packets": 1,
+//                          "bytes": 40, "ipfw": "deny log ...", "rule": {...}}]}
 #pragma once
 
+#include <optional>
 #include <string>
 #include <vector>
+
+#include "RuleCounters.h"
 
 #include "VelaFwMsg.pb.h"
 
@@ -13,7 +16,8 @@ namespace qvctl {
 
 struct ListedRule {
     qor::vela::FwRule rule;
-    std::string ipfwText;  // or, when the text could not be made, why
+    std::string ipfwText;                  // or, when the text could not be made, why
+    std::optional<RuleCounters> counters;  // none when ipfw could not be asked
 };
 
 // "deny" for ACTION_DENY.

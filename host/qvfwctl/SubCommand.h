@@ -80,4 +80,6 @@ int RunStatus(CtlContext& context);
 int RunWatch(CtlContext& context);
 int RunEvents(CtlContext& context);
 
+int RunCompletion(CtlContext& context);
+
 }  // namespace qvctl

@@ -74,6 +74,7 @@ const ControlSession::Route ControlSession::kRoutes[] = {
     {qvctl::kStreamEvents, &ControlSession::StreamEvents},
     {qvctl::kRuleText, &ControlSession::RuleText},
     {qvctl::kCheckRule, &ControlSession::CheckRule},
+    {qvctl::kRuleCounters, &ControlSession::RuleCounters},
 };
 
 void ControlSession::operator()(int fd) const {
@@ -116,6 +117,12 @@ bool ControlSession::CheckRule(qvctl::FrameChannel& channel, int,
     std::string report;
     int32_t code = m_services.checker.Check(request, &report);
     return channel.Write(static_cast<uint32_t>(code), report);
+}
+
+bool ControlSession::RuleCounters(qvctl::FrameChannel& channel, int, const std::string&) const {
+    std::string listing;
+    int32_t code = m_services.counters.Show(&listing);
+    return channel.Write(static_cast<uint32_t>(code), code == 0 ? listing : std::string());
 }
 
 bool ControlSession::StreamEvents(qvctl::FrameChannel& channel, int fd,

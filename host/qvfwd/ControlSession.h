@@ -10,6 +10,7 @@
 
 #include "EventHub.h"
 #include "FrameChannel.h"
+#include "IpfwCounters.h"
 #include "PluginLibrary.h"
 #include "QvControlStatus.h"
 #include "RuleChecker.h"
@@ -21,6 +22,7 @@ struct ControlServices {
     const PluginLibrary& plugin;
     EventHub& events;
     const RuleChecker& checker;
+    const IpfwCounters& counters;
     const StopSignal& stop;
     std::function<qvctl::DaemonStatus()> status;
 };
@@ -45,6 +47,7 @@ private:
     bool StreamEvents(qvctl::FrameChannel& channel, int fd, const std::string& request) const;
     bool RuleText(qvctl::FrameChannel& channel, int fd, const std::string& request) const;
     bool CheckRule(qvctl::FrameChannel& channel, int fd, const std::string& request) const;
+    bool RuleCounters(qvctl::FrameChannel& channel, int fd, const std::string& request) const;
     bool ToPlugin(qvctl::FrameChannel& channel, uint32_t command, const std::string& request) const;
     bool FollowEvents(qvctl::FrameChannel& channel, int fd, uint64_t next) const;
 

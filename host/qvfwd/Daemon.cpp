@@ -126,8 +126,8 @@ int Daemon::Run() {
     service.Start();
     int status = 1;
     if (StartPlugin()) {
-        ControlServices services{m_plugin, m_events, m_checker, m_controlStop,
-                                 [this] { return Status(); }};
+        ControlServices services{m_plugin,   m_events,      m_checker,
+                                 m_counters, m_controlStop, [this] { return Status(); }};
         Acceptor control(m_control.fd(), m_controlStop, m_controlClients, ControlSession(services));
         control.Start();
         Log("started: pid " + std::to_string(getpid()) + ", plug-in " +

@@ -8,6 +8,7 @@
 #include "ConnectionPool.h"
 #include "DaemonOptions.h"
 #include "EventHub.h"
+#include "IpfwCounters.h"
 #include "ListeningSocket.h"
 #include "PluginLibrary.h"
 #include "QvControlStatus.h"
@@ -46,6 +47,7 @@ private:
     EventHub m_events{kKeptEvents};
     PluginLibrary m_plugin;
     RuleChecker m_checker;
+    IpfwCounters m_counters;
 };
 
 }  // namespace qvfwd

@@ -7,15 +7,13 @@
 
 #include "QvDebugLog.h"
 #include "QvFirewall.h"
+#include "QvRuleNames.h"
 #include "StringMap.h"
 
 namespace qor {
 namespace vela {
 
 namespace {
-
-constexpr size_t kMaxHostNameLength = 253;
-constexpr size_t kMaxInterfaceNameLength = 15;
 
 // The probability as an output stream writes a double by default: six significant
 // digits, shortest form, always with a decimal point regardless of the host's locale.
@@ -24,30 +22,6 @@ std::string formatProbability(double probability) {
     stream.imbue(std::locale::classic());
     stream << probability;
     return stream.str();
-}
-
-bool isNameCharacter(char c, const char* extra) {
-    if ((c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9')) {
-        return true;
-    }
-    for (const char* p = extra; *p != '\0'; ++p) {
-        if (c == *p) {
-            return true;
-        }
-    }
-    return false;
-}
-
-bool consistsOf(const std::string& text, size_t maxLength, const char* extra) {
-    if (text.size() > maxLength) {
-        return false;
-    }
-    for (char c : text) {
-        if (!isNameCharacter(c, extra)) {
-            return false;
-        }
-    }
-    return true;
 }
 
 template <typename T>
@@ -72,11 +46,11 @@ struct FlagEnum<IpTosOpt> {
 }  // namespace
 
 bool RuleGenerator::IsSafeHostName(const std::string& host) {
-    return consistsOf(host, kMaxHostNameLength, ".-_");
+    return qor::vela::IsSafeHostName(host);
 }
 
 bool RuleGenerator::IsSafeInterfaceName(const std::string& device) {
-    return consistsOf(device, kMaxInterfaceNameLength, "._-*");
+    return qor::vela::IsSafeInterfaceName(device);
 }
 
 RuleGenerator::RuleGenerator() {

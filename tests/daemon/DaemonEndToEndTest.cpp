@@ -2,6 +2,7 @@
 // temporary state directory and the simulated ipfw.
 #include <google/protobuf/struct.pb.h>
 #include <google/protobuf/util/json_util.h>
+#include <google/protobuf/util/message_differencer.h>
 #include <gtest/gtest.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -108,7 +109,8 @@ TEST_F(DaemonTest, RulesOfBothSetsGoThroughTheirWholeLifecycleFromJson) {
     EXPECT_EQ(Field(first, "ipfw").string_value(), "deny log logamount 0 proto tcp dst-port 22");
     EXPECT_EQ(Field(Field(first, "rule"), "action").string_value(), "ACTION_DENY");
     EXPECT_EQ(ListedNumbers(sandbox, "list"), (std::vector<int>{3100, 3110, 3120}));
-    EXPECT_NE(Ctl("list-exceptions").find("2100   18  allow  allow src-ip admin.example"),
+    EXPECT_NE(Ctl("list-exceptions")
+                  .find("2100   18  allow  0        0        allow src-ip admin.example"),
               std::string::npos);
     EXPECT_NE(IpfwShow().find("03100 0 0 set 19 deny log ip from any to any proto tcp dst-port 22"),
               std::string::npos);
@@ -141,6 +143,48 @@ TEST_F(DaemonTest, RulesOfBothSetsGoThroughTheirWholeLifecycleFromJson) {
 
     EXPECT_EQ(sandbox.StopDaemon(SIGTERM), 0);
     EXPECT_NE(sandbox.daemonLog().find("qvfwd: stopped"), std::string::npos);
+}
+
+TEST_F(DaemonTest, RulesInWordsAreTheRulesOfTheirJsonAndListWithDottedAddressesAndCounters) {
+    EXPECT_EQ(Ctl("add deny proto tcp src-ip 10.1.2.3 dst-port 2222 in"),
+              "added rule 3100 to the normal set\n");
+    Ctl(R"(add '{"action":"ACTION_DENY","protocol":{"type":"PROTO_SPECIFIED","protocol":)"
+        R"("PROTO_VALUE_TCP"},"src_ip":{"ip_type":"IP_LIST","ips":[{"use_host_name":false,"ip":)"
+        R"(167838211}]},"dst_port":{"port_type":"PORT_LIST","ports":[{"use_range":false,"port":)"
+        R"(2222}]},"direction":"DIRECT_IN"}')");
+    sandbox.Run("ipfw packet tcp 10.1.2.3:1234 10.0.0.2:2222 in via en0");
+
+    Value listed = ParseJson(Ctl("list --json"));
+    Value words = Field(listed, "rules").list_value().values(0);
+    Value json = Field(listed, "rules").list_value().values(1);
+    EXPECT_EQ(Field(words, "packets").number_value(), 1);
+    EXPECT_EQ(Field(json, "packets").number_value(), 0);
+    for (Value* rule : {&words, &json}) {
+        rule->mutable_struct_value()
+            ->mutable_fields()
+            ->at("rule")
+            .mutable_struct_value()
+            ->mutable_fields()
+            ->erase("rule_index");
+    }
+    EXPECT_TRUE(google::protobuf::util::MessageDifferencer::Equals(Field(words, "rule"),
+                                                                   Field(json, "rule")))
+        << JsonText(Field(words, "rule"));
+    EXPECT_NE(Ctl("list").find("3100   19  deny   1        40       deny log logamount 0 proto tcp "
+                               "src-ip 10.1.2.3 dst-port 2222 in"),
+              std::string::npos);
+
+    // A list in words: one rule per line of standard input, comments skipped.
+    EXPECT_EQ(Ctl("add-rules -", "# web\nallow proto tcp dst-port 80\n\nreset proto udp\n"),
+              "order 1 -> rule 3120\norder 2 -> rule 3130\n");
+    RunResult badList = sandbox.Run("qvfwctl add-rules 'allow proto udp' 'deny proto icmpp'");
+    EXPECT_EQ(badList.exitCode, 2);
+    EXPECT_NE(badList.err.find("rule 2: word 3 'icmpp'"), std::string::npos) << badList.err;
+
+    RunResult misspelled = sandbox.Run("qvfwctl add deny proto tcp scr-ip 10.1.2.3");
+    EXPECT_EQ(misspelled.exitCode, 2);
+    EXPECT_NE(misspelled.err.find("word 4 'scr-ip': expected an option"), std::string::npos)
+        << misspelled.err;
 }
 
 TEST_F(DaemonTest, RefusalsPrintTheirCodeAndMeaningAndExitNonZero) {

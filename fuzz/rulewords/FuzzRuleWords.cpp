@@ -1,0 +1,31 @@
+// Whatever qvfwctl's reader accepts as a rule in words, the plug-in's generator must
+// write, and that text must read back into the very same message.
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <string>
+
+#include "RuleGenerator.h"
+#include "RuleReader.h"
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+    static const qor::vela::RuleGenerator generator;
+    const std::string typed(reinterpret_cast<const char*>(data), size);
+    qor::vela::FwRule rule;
+    if (!qvctl::ReadRuleText(typed, &rule).ok) {
+        return 0;
+    }
+    std::string text;
+    if (generator.CreateRule(rule, text) != 0) {
+        std::fprintf(stderr, "read but not written: %s\n", typed.c_str());
+        std::abort();
+    }
+    qor::vela::FwRule again;
+    qvctl::ReadResult reread = qvctl::ReadRuleText(text, &again);
+    if (!reread.ok || again.SerializeAsString() != rule.SerializeAsString()) {
+        std::fprintf(stderr, "typed: %s\nwritten: %s\nread back: %s\n", typed.c_str(), text.c_str(),
+                     reread.Describe().c_str());
+        std::abort();
+    }
+    return 0;
+}

@@ -1,0 +1,25 @@
+// The packet and byte counters of every installed rule, as "ipfw -S show" reports them.
+// The command line is fixed: nothing a client sends reaches it.
+#pragma once
+
+#include <stdint.h>
+
+#include <string>
+
+#include "RuleChecker.h"
+
+namespace qvfwd {
+
+class IpfwCounters {
+public:
+    IpfwCounters();
+    explicit IpfwCounters(RuleChecker::Runner runner) : m_run(std::move(runner)) {}
+
+    // 0 with ipfw's listing in `listing`, or 20016 when ipfw could not be run.
+    int32_t Show(std::string* listing) const;
+
+private:
+    RuleChecker::Runner m_run;
+};
+
+}  // namespace qvfwd
