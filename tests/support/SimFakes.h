@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cstdlib>
 #include <ctime>
+#include <initializer_list>
 #include <map>
 #include <string>
 #include <vector>
@@ -166,6 +167,12 @@ struct Session {
         console.errors.clear();
         exitCode = Simulator(env, store, console).run(splitAtBlanks(commandLine));
         return console.output;
+    }
+    // Runs "-q add RULE" for each rule, in order.
+    void add(std::initializer_list<const char*> rules) {
+        for (const char* rule : rules) {
+            run(std::string("-q add ") + rule);
+        }
     }
 };
 
