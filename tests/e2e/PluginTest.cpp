@@ -64,21 +64,12 @@ TEST_F(PluginTest, FrameHandsOutTheTableAndExportsNothingElse) {
     ASSERT_EQ(count, 21);
     EXPECT_EQ(table, plugin->handlerArr);
 
-    const std::vector<std::pair<int, std::string>> rows = {
-        {0x8000, "add a rule"},           {0x8001, "delete a rule"},
-        {0x8002, "flush all rules"},      {0x8004, "enable fw"},
-        {0x8005, "disable fw"},           {0x8007, "get all rules"},
-        {0x8009, "swap rules"},           {0x8008, "add rule list"},
-        {0x8003, "flush vela's rule"},    {0x8006, "is fw enable"},
-        {0x800a, "enable event log"},     {0x800b, "disable event log"},
-        {0x800c, "is event log enabled"}, {0x800d, "set rules"},
-        {0x800e, "add excp rule"},        {0x800f, "del excp rule"},
-        {0x8010, "flush excp rule"},      {0x8011, "set excp rules"},
-        {0x8012, "get excp rules"},       {0x8013, "modify a rule"},
-        {258, "set debug level"}};
+    // The command numbers a host sends, in the table's order.
+    const int commands[] = {0x8000, 0x8001, 0x8002, 0x8004, 0x8005, 0x8007, 0x8009,
+                            0x8008, 0x8003, 0x8006, 0x800a, 0x800b, 0x800c, 0x800d,
+                            0x800e, 0x800f, 0x8010, 0x8011, 0x8012, 0x8013, 258};
     for (int i = 0; i < count; ++i) {
-        EXPECT_EQ(table[i].cmd, rows[i].first) << "row " << i;
-        EXPECT_STREQ(table[i].desc, rows[i].second.c_str()) << "row " << i;
+        EXPECT_EQ(table[i].cmd, commands[i]) << "row " << i;
     }
     EXPECT_EQ(fallback(0x9999, nullptr, 0, nullptr, nullptr), 0);
     EXPECT_EQ(plugin->free(nullptr), 0);

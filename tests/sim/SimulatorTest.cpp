@@ -134,18 +134,6 @@ TEST(SetAndFlushCommands, SwitchSetsAndAskOnlyAPersonAtATerminal) {
     EXPECT_EQ(flush.run("list"), "65535 allow ip from any to any\n");
 }
 
-// A word ending in a comma is joined to the next; one argument can hold the whole
-// command, a comment included.
-TEST(CommandLine, JoinsWordsAfterACommaAndSplitsASingleArgument) {
-    Session s;
-    EXPECT_EQ(s.run("add 100 allow proto tcp dst-port 80, 443"),
-              "00100 allow ip from any to any proto tcp dst-port 80,443\n");
-    s.console.output.clear();
-    Simulator(s.env, s.store, s.console)
-        .run({"add 200 allow proto tcp dst-port 80,  443 # a comment"});
-    EXPECT_EQ(s.console.output, "00200 allow ip from any to any proto tcp dst-port 80,443\n");
-}
-
 // Each refusal on a fresh state: its whole message on standard error, nothing on
 // standard output, and the exit code of the real command.
 TEST(Refusals, GiveTheMessageAndExitCodeOfTheRealCommand) {
