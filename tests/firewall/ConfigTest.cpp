@@ -118,8 +118,8 @@ TEST_F(FwConfigTest, ReadingTakesDefaultsAndSortsRulesStably) {
         int normal, exception;
         int normalAfter, exceptionAfter;
     };
-    for (const Case& c : {Case{0, 31, 19, 18}, Case{31, 0, 19, 18}, Case{30, 30, 30, 30},
-                          Case{1, 1, 1, 1}, Case{-5, 17, 19, 17}}) {
+    for (const Case& c :
+         {Case{0, 31, 19, 18}, Case{31, 0, 19, 18}, Case{30, 1, 30, 1}, Case{-5, 17, 19, 17}}) {
         FwOptions options;
         options.set_default_set_num(c.normal);
         options.set_exception_set_num(c.exception);
