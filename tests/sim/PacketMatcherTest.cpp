@@ -129,18 +129,18 @@ TEST(PacketLog, WritesTheKernelLineWithinItsBudgetWhileVerbose) {
     Session budget;
     budget.run("-q add 3100 deny log logamount 2 proto tcp");
     const std::string packet = "packet tcp 10.0.0.1:1 10.0.0.2:2 via en0";
+    const std::string& log = budget.env.files["/var/log/ipfw.log"];
     budget.run("disable verbose");
-    budget.run(packet);  // unlogged: the budget stays
+    budget.run(packet);
+    EXPECT_EQ(log, "");
     budget.run("enable verbose");
     for (int i = 0; i < 4; ++i) {
         budget.run(packet);
     }
     const std::string line =
         "Nov 14 22:13:20 myhost kernel: ipfw: 3100 Deny TCP 10.0.0.1:1 10.0.0.2:2 in via en0\n";
-    const std::string limit =
-        "Nov 14 22:13:20 myhost kernel: ipfw: limit 2 reached on entry 3100\n";
-    const std::string& log = budget.env.files["/var/log/ipfw.log"];
-    EXPECT_EQ(log, line + line + limit);
+    EXPECT_EQ(log,
+              line + line + "Nov 14 22:13:20 myhost kernel: ipfw: limit 2 reached on entry 3100\n");
     EXPECT_EQ(budget.run("show 3100"),
               "03100 5 200 deny log logamount 2 ip from any to any proto tcp\n");
 }
