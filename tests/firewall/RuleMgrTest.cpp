@@ -45,6 +45,12 @@ protected:
         return rule;
     }
 
+    // The number a new TCP rule gets from `mgr`, or 0 when the add failed.
+    static uint32_t added(RuleMgr& mgr) {
+        FwRule rule = tcpRule();
+        return mgr.AddRule(rule) == 0 ? rule.rule_index() : 0;
+    }
+
     // A manager of set `set` from `start` that has taken over its set with no rules.
     std::unique_ptr<RuleMgr> cleanSet(int start = 3100, int set = 19) {
         auto mgr = std::make_unique<RuleMgr>(generator, ipfw, start, set);
@@ -86,19 +92,13 @@ TEST_F(RuleMgrTest, InitReinstallsSavedRulesInACleanSetAndStartsAfterTheLargest)
     EXPECT_EQ((std::vector<int>{3500}), listed(7));
     EXPECT_TRUE(log.has(3, "RuleMgr::Init failed to excute cmd"));
 
-    FwRule added = tcpRule();
-    EXPECT_EQ(0, mgr.AddRule(added));
-    EXPECT_EQ(1020u, added.rule_index());
-    FwRule next = tcpRule();
-    EXPECT_EQ(0, mgr.AddRule(next));
-    EXPECT_EQ(1030u, next.rule_index());
+    EXPECT_EQ(1020u, added(mgr));
+    EXPECT_EQ(1030u, added(mgr));
 
     RuleMgr low(generator, ipfw, 5, 3);
     Guard<Mutex> lowLock(low.mutex());
     low.Init(FwRuleList());
-    FwRule first = tcpRule();
-    EXPECT_EQ(0, low.AddRule(first));
-    EXPECT_EQ(10u, first.rule_index());
+    EXPECT_EQ(10u, added(low));
 }
 
 // Numbers other sets hold are probed past, then numbering spaces by ten; at the top of
@@ -110,12 +110,8 @@ TEST_F(RuleMgrTest, AllocationProbesUpwardSpacesByTenAndStopsAtTheTop) {
     }
     auto mgr = cleanSet();
     Guard<Mutex> lock(mgr->mutex());
-    FwRule first = tcpRule();
-    ASSERT_EQ(0, mgr->AddRule(first));
-    EXPECT_EQ(3103u, first.rule_index());
-    FwRule second = tcpRule();
-    ASSERT_EQ(0, mgr->AddRule(second));
-    EXPECT_EQ(3110u, second.rule_index());
+    EXPECT_EQ(3103u, added(*mgr));
+    EXPECT_EQ(3110u, added(*mgr));
 
     EXPECT_TRUE(log.has(4, "RuleMgr::GenNextRuleNumPriv rule 3100 is already used"));
     EXPECT_TRUE(log.has(6, "RuleMgr::GenNextRuleNumPriv rule 3103 can be used"));
@@ -150,11 +146,8 @@ TEST_F(RuleMgrTest, AllocationProbesUpwardSpacesByTenAndStopsAtTheTop) {
     });
     auto probed = cleanSet(1020, 4);
     Guard<Mutex> probedLock(probed->mutex());
-    for (uint32_t expected : {1021u, 1030u}) {
-        FwRule probe = tcpRule();
-        EXPECT_EQ(0, probed->AddRule(probe));
-        EXPECT_EQ(expected, probe.rule_index());
-    }
+    EXPECT_EQ(1021u, added(*probed));
+    EXPECT_EQ(1030u, added(*probed));
 }
 
 // A refused rule consumes its number and logs its exact command line; a quiet command
@@ -169,9 +162,7 @@ TEST_F(RuleMgrTest, RefusalsAndRunnersThatFail) {
     FwRule bare;  // " allow": ipfw wants a protocol
     EXPECT_EQ(FW_ERR_RULE_REFUSED, mgr->AddRule(bare));
     EXPECT_EQ(3100u, bare.rule_index());
-    FwRule next = tcpRule();
-    EXPECT_EQ(0, mgr->AddRule(next));
-    EXPECT_EQ(3110u, next.rule_index());
+    EXPECT_EQ(3110u, added(*mgr));
     EXPECT_EQ((std::vector<int>{3110}), listed(19));
     EXPECT_TRUE(log.has(3, "RuleMgr::AddRulePriv invalid rule"));
     // The exact command line, two blanks after the set number included.
@@ -224,32 +215,24 @@ TEST_F(RuleMgrTest, DeletesAndFlushesReachTheirSetsAndResetNumbering) {
     Guard<Mutex> normalLock(normal->mutex());
     Guard<Mutex> exceptionLock(exception->mutex());
     for (int i = 0; i < 2; ++i) {
-        FwRule n = tcpRule();
-        FwRule e = tcpRule();
-        ASSERT_EQ(0, normal->AddRule(n));
-        ASSERT_EQ(0, exception->AddRule(e));
+        ASSERT_NE(0u, added(*normal));
+        ASSERT_NE(0u, added(*exception));
     }
     ipfw.ipfw("-q add 1010 set 7 allow proto tcp");
     EXPECT_EQ(0, exception->DeleteSet(7));
     EXPECT_TRUE(log.has(7, "RuleMgr::DeleteSet delete set 7"));
     EXPECT_TRUE(listed(18).empty());
     EXPECT_EQ((std::vector<int>{1010}), listed(7));
-    FwRule third = tcpRule();
-    ASSERT_EQ(0, exception->AddRule(third));
-    EXPECT_EQ(2120u, third.rule_index());
+    EXPECT_EQ(2120u, added(*exception));
 
     EXPECT_EQ(0, exception->FlushVelaRules());
     EXPECT_EQ((std::vector<int>{3100, 3110}), listed(19));
     EXPECT_EQ(0, normal->DeleteRule(3100));
     EXPECT_EQ((std::vector<int>{3110}), listed(19));
 
-    FwRule e = tcpRule();
-    ASSERT_EQ(0, exception->AddRule(e));
-    EXPECT_EQ(2100u, e.rule_index());
+    EXPECT_EQ(2100u, added(*exception));
     EXPECT_EQ(0, normal->FlushRules());
-    FwRule n = tcpRule();
-    ASSERT_EQ(0, normal->AddRule(n));
-    EXPECT_EQ(3100u, n.rule_index());
+    EXPECT_EQ(3100u, added(*normal));
     EXPECT_EQ((std::vector<int>{3100}), listed());
     EXPECT_NE(std::string::npos, ipfw.ipfw("list").find("65535 allow ip from any to any"));
 }

@@ -89,15 +89,7 @@ TEST_F(IpfwBinary, ThePlugInsCommandLinesBehaveAsTheRealCommand) {
          "", 0},
         {"ipfw -q delete set 19", "", "", 0},
         {"ipfw -q delete set 19", "", "ipfw: rule 0 not found\n", 69},
-        {add +
-             "allow proto tcp src-ip me dst-ip 3232235777/24,fileserver dst-port 80,8000-8080 "
-             "out keep-state" +
-             toOut,
-         "ipfw: hostname ``fileserver'' unknown\n", "", 68},
         {add + "bogus-keyword" + toOut, "ipfw: invalid action bogus-keyword\n\n", "", 65},
-        {add + "allow tcpflags \\!" + toOut, "ipfw: invalid flag \n", "", 65},
-        {add + "allow src-ip 3232235777," + toOut, "ipfw: hostname ``'' unknown\n", "", 68},
-        {add + "allow" + toOut, "ipfw: missing protocol\n", "", 64},
         {"ipfw show 3140", "", "ipfw: rule 3140 does not exist\n", 69},
     });
 }
@@ -108,26 +100,13 @@ TEST_F(IpfwBinary, CreatesItsStateWhereToldAndResolvesHostsAtAddTime) {
     ipfwsim::FirewallState state;
     EXPECT_TRUE(ipfwsim::FirewallState::load(readFile(dir.file("a/b/c/rules")), state).ok());
 
-    writeFile(dir.file("file"), "");
-    ShellResult blocked = run("IPFW_SIM_STATE=" + dir.file("file/rules") + " ipfw show");
-    EXPECT_EQ(blocked.exitCode, 73);
-    EXPECT_EQ(blocked.err,
-              "ipfw: cannot create " + dir.file("file/rules.lock") + ": Not a directory\n");
-
-    ShellResult malformed = run("IPFW_SIM_NOW=soon ipfw show");
-    EXPECT_EQ(malformed.exitCode, 64);
-    EXPECT_EQ(malformed.err, "ipfw: IPFW_SIM_NOW: malformed value ``soon''\n");
-
     EXPECT_EQ(run("unset IPFW_SIM_HOSTS; ipfw add 100 allow dst-ip localhost").out,
               "00100 allow ip from any to any dst-ip 127.0.0.1\n");
-    ShellResult unknown =
-        run("unset IPFW_SIM_HOSTS; ipfw -q add 200 allow dst-ip no-such-host.invalid 2>&1");
-    EXPECT_EQ(unknown.out, "ipfw: hostname ``no-such-host.invalid'' unknown\n");
-    EXPECT_EQ(unknown.exitCode, 68);
 }
 
 // sysctl's rows run in order against one state: each row's value is what earlier rows
-// left. killall accepts only the syslogd reload.
+// left; the plug-in sets the verbose switch with -w. killall accepts only the syslogd
+// reload.
 TEST_F(IpfwBinary, SysctlAndKillallAnswerAsFreeBSDsCommands) {
     const std::string usage =
         "usage: sysctl [-bdehNnoqx] name[=value] ...\n"
@@ -137,20 +116,9 @@ TEST_F(IpfwBinary, SysctlAndKillallAnswerAsFreeBSDsCommands) {
         {"sysctl -w net.inet.ip.fw.verbose=0", "net.inet.ip.fw.verbose: 1 -> 0\n", "", 0},
         {"sysctl -n net.inet.ip.fw.verbose", "0\n", "", 0},
         {"ipfw enable verbose", "", "", 0},
-        {"sysctl -e net.inet.ip.fw.verbose", "net.inet.ip.fw.verbose=1\n", "", 0},
-        {"sysctl net.inet.ip.fw.verbose=0x0", "net.inet.ip.fw.verbose: 1 -> 0\n", "", 0},
-        {"sysctl -n net.inet.ip.fw.verbose=7", "0 -> 1\n", "", 0},
         {"sysctl -q net.inet.ip.fw.verbose=yes", "", "sysctl: invalid integer 'yes'\n", 1},
-        {"sysctl net.inet.ip.fw.verbose=", "", "sysctl: empty numeric value\n", 1},
         {"sysctl net.inet.ip.fw.verbos=0", "", "sysctl: unknown oid 'net.inet.ip.fw.verbos'\n", 1},
-        {"sysctl -q net.inet.ip.fw.bogus", "", "", 1},
-        {"sysctl net.inet.ip.fw.verbose kern.hostname net.inet.ip.fw.verbose=0 2>&1",
-         "net.inet.ip.fw.verbose: 1\nsysctl: unknown oid 'kern.hostname'\n", "", 1},
-        {"sysctl -n net.inet.ip.fw.verbose", "1\n", "", 0},
-        {"sysctl -z net.inet.ip.fw.verbose", "", "sysctl: illegal option -- z\n" + usage, 1},
-        {"sysctl -nN net.inet.ip.fw.verbose", "", usage, 1},
         {"sysctl", "", usage, 1},
-        {"sysctl -a", "", "sysctl: option -a: not supported by the simulator\n", 1},
     });
 
     const std::string refusal = "killall: only 'killall -HUP syslogd' is simulated\n";
@@ -159,10 +127,8 @@ TEST_F(IpfwBinary, SysctlAndKillallAnswerAsFreeBSDsCommands) {
         bool accepted;
     };
     const Row rows[] = {
-        {"killall -HUP syslogd", true},   {"killall -SIGHUP syslogd", true},
-        {"killall -hup syslogd", true},   {"killall -1 syslogd", true},
-        {"killall syslogd", false},       {"killall -TERM syslogd", false},
-        {"killall -HUP sshd", false},     {"killall -HUP syslogd sshd", false},
+        {"killall -HUP syslogd", true},   {"killall -1 syslogd", true},
+        {"killall syslogd", false},       {"killall -HUP sshd", false},
         {"killall -HUPX syslogd", false}, {"killall", false},
     };
     for (const Row& row : rows) {

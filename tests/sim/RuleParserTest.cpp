@@ -51,15 +51,10 @@ INSTANTIATE_TEST_SUITE_P(
     ::testing::Values(
         Accepted{"unreach 3 log logamount 0 proto all mac any 00:1A:2b:3c:4d:5e in via en0",
                  "unreach port log ip from any to any MAC any 00:1a:2b:3c:4d:5e in via en0"},
-        Accepted{"check-state", "check-state"},
         Accepted{"reset log logamount 0 not proto ip src-ip any", "reset log ip from any to any"},
-        Accepted{"allow proto icmp icmptypes 8,0",
-                 "allow ip from any to any proto icmp icmptypes 0,8"},
         Accepted{"allow tcpoptions mss,!sack ipoptions rr iptos lowdelay,!mincost",
                  "allow ip from any to any tcpoptions mss,!sack ipoptions rr iptos "
                  "lowdelay,!mincost"},
-        Accepted{"allow via 3232235777", "allow ip from any to any via 192.168.1.1"},
-        Accepted{"allow proto tcp dst-port 0-0", "allow ip from any to any proto tcp dst-port 0"},
         Accepted{"prob 0.5 deny log logamount 0 proto tcp src-port any tcpflags syn,!ack",
                  "prob 0.500000 deny log ip from any to any proto tcp setup"},
         // Every fragment the generator writes, in its order.
@@ -74,36 +69,17 @@ INSTANTIATE_TEST_SUITE_P(
                  "allow ip from any to any not proto udp src-port 0,0,65535 MAC "
                  "00:1a:2b:3c:4d:00/40 any via bridge100.1_a-*"},
         // The grammar beyond what the plug-in writes.
-        Accepted{"allow ip from any to any", "allow ip from any to any"},
         Accepted{"deny tcp from 10.1.2.3 to any 22", "deny tcp from 10.1.2.3 to any dst-port 22"},
-        Accepted{"allow udp from any 53 to me", "allow udp from any 53 to me"},
-        Accepted{"allow tcp from any to any http keep-state",
-                 "allow tcp from any to any dst-port 80 keep-state"},
-        Accepted{"allow keep-state in proto tcp",
-                 "allow ip from any to any in proto tcp keep-state"},
         Accepted{"deny log logamount 5 proto udp",
                  "deny log logamount 5 ip from any to any proto udp"},
-        Accepted{"unreach 1 proto tcp", "reject ip from any to any proto tcp"},
-        Accepted{"unreach 200 proto tcp", "unreach 200 ip from any to any proto tcp"},
-        Accepted{"unreach filter-prohib proto tcp",
-                 "unreach filter-prohib ip from any to any proto tcp"},
         Accepted{"allow dst-ip 10.1.2.3:255.0.255.0",
                  "allow ip from any to any dst-ip 10.0.2.0:255.0.255.0"},
         Accepted{"allow dst-ip 10.1.2.3/0,fileserver", "allow ip from any to any"},
         Accepted{"allow not proto ip dst-port 80", "allow ip from any to any not dst-port 80"},
         Accepted{"allow !in via any proto tcp", "allow ip from any to any out proto tcp"},
-        Accepted{"allow not via en0", "allow ip from any to any not via en0"},
-        Accepted{"allow via en*", "allow ip from any to any via en*"},
-        Accepted{"count mac 00:11:22:33:44:55/24 any",
-                 "count ip from any to any MAC 00:11:22:00:00:00/24 any"},
-        Accepted{"skipto 4000 proto icmp", "skipto 4000 ip from any to any proto icmp"},
         Accepted{"allow tcpflags fin,syn,!rst,ack",
                  "allow ip from any to any tcpflags syn,fin,ack,!rst"},
-        Accepted{"allow icmptypes 256", "allow ip from any to any icmptypes 0"},
-        Accepted{"allow dst-port 70000", "allow ip from any to any dst-port 4464"},
-        Accepted{"allow proto 300", "allow ip from any to any proto 300"},
         Accepted{"check-state proto tcp bogus", "check-state"},
-        Accepted{"allow established setup", "allow ip from any to any established setup"},
         // "log" is a leading part of "logamount", so the real command takes it as one.
         Accepted{"deny log log 5 proto tcp", "deny log logamount 5 ip from any to any proto tcp"}));
 
@@ -127,36 +103,19 @@ INSTANTIATE_TEST_SUITE_P(
         Refused{"deny log logamount 0", kExitUsage, "missing protocol"},
         Refused{"allow src-ip", kExitUsage, "missing source IP"},
         Refused{"prob 0 allow proto tcp", kExitDataErr, "illegal match prob. 0"},
-        Refused{"prob 1.5 allow proto tcp", kExitDataErr, "illegal match prob. 1.5"},
         Refused{"", kExitUsage, "missing action"},
-        Refused{"set 32 allow proto tcp", kExitDataErr, "illegal set 32"},
         Refused{"unreach", kExitUsage, "missing reject code"},
-        Refused{"unreach bogus proto tcp", kExitDataErr, "unknown ICMP unreachable code ``bogus''"},
-        Refused{"deny log logamount -1 proto tcp", kExitDataErr, "logamount must be positive"},
-        Refused{"deny log logamount", kExitUsage, "logamount requires argument"},
         Refused{"allow proto foo", kExitDataErr, "invalid protocol ``foo''"},
         Refused{"allow dst-ip 1.2.3.4/33", kExitDataErr, "bad width ``33''"},
-        Refused{"allow dst-ip", kExitUsage, "missing destination IP"},
         Refused{"allow dst-port 80x", kExitDataErr, "invalid destination port 80x"},
-        Refused{"allow src-port", kExitUsage, "missing source port"},
-        Refused{"allow icmptypes 40", kExitDataErr, "ICMP type out of range"},
-        Refused{"allow icmptypes 8x", kExitDataErr, "invalid ICMP type"},
         Refused{"allow tcpoptions mss,bogus", kExitDataErr, "invalid flag bogus"},
         Refused{"allow mac 00:11:22:33:44:55", kExitDataErr, "MAC dst src"},
-        Refused{"allow mac 00-11-22-33-44-55 any", kExitDataErr, "Incorrect MAC address"},
         Refused{"allow mac 00:11:22:33:44:55/49 any", kExitDataErr, "Incorrect mask length"},
         Refused{"allow via", kExitUsage, "recv, xmit, via require interface name or address"},
-        Refused{"allow via 1.2.3.x", kExitDataErr, "bad ip address ``1.2.3.x''"},
         Refused{"allow keep-state keep-state", kExitUsage,
                 "only one of keep-state and limit is allowed"},
-        Refused{"allow not not proto tcp", kExitUsage, "double \"not\" not allowed\n"},
         Refused{"allow foo", kExitUsage, "unrecognised option [-1] foo\n"},
-        Refused{"allow tcp 10.0.0.1 to any", kExitUsage, "missing ``from''"},
-        Refused{"allow tcp from any", kExitUsage, "missing ``to''"},
-        Refused{"allow not src-ip 0.0.0.0/0", kExitDataErr, "not any never matches"},
-        Refused{"allow uid root", kExitUsage, "uid: not supported by the ipfw simulator"},
-        Refused{"pipe 1 ip from any to any", kExitUsage,
-                "pipe: not supported by the ipfw simulator"}));
+        Refused{"allow not src-ip 0.0.0.0/0", kExitDataErr, "not any never matches"}));
 
 // The rule's head, abbreviations with their warnings, a bad separator's warning before
 // its refusal, and services looked up for the rule's protocol.
@@ -167,8 +126,6 @@ TEST(RuleParserHead, NumberSetProbabilityWarningsAndServices) {
     EXPECT_EQ(result.rule.set, 19u);
     EXPECT_EQ(result.rule.probability, static_cast<int32_t>(0.25 * 0x7fffffff));
     EXPECT_EQ(compile("deny proto tcp").number, 0u);
-    // The range is the kernel's business; the parser reports what was asked for.
-    EXPECT_EQ(compile("65536 allow proto tcp").number, 65536u);
     EXPECT_FALSE(compile("prob 1 allow proto tcp").rule.hasProbability);
 
     result = compile("allow src-ip a dst-ip m");

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cstdlib>
 #include <ctime>
+#include <initializer_list>
 #include <map>
 #include <string>
 #include <vector>
@@ -100,7 +101,6 @@ public:
     int64_t clock = 1700000000;  // Tue Nov 14 22:13:20 2023 UTC
     std::vector<uint32_t> me{0x0a000002};
     uint64_t seed = 42;
-    bool terminal = false;
     std::string syslogConf = "!ipfw\n*.*\t/var/log/ipfw.log\n!*\n";
     std::map<std::string, std::string> files;
 
@@ -115,7 +115,7 @@ public:
     std::vector<uint32_t> localAddresses() const override { return me; }
     std::string hostName() const override { return "myhost"; }
     uint64_t randomSeed() const override { return seed; }
-    bool stdinIsTerminal() const override { return terminal; }
+    bool stdinIsTerminal() const override { return false; }
     std::string syslogConfiguration() const override { return syslogConf; }
     Status appendToFile(const std::string& path, std::string_view text) override {
         files[path] += text;
@@ -127,19 +127,11 @@ class FakeConsole : public Console {
 public:
     std::string output;
     std::string errors;
-    std::vector<std::string> input;
 
     void out(std::string_view text) override { output += text; }
     void err(std::string_view text) override { errors += text; }
     void flushOut() override {}
-    bool readLine(std::string& line) override {
-        if (input.empty()) {
-            return false;
-        }
-        line = input.front();
-        input.erase(input.begin());
-        return true;
-    }
+    bool readLine(std::string&) override { return false; }
 };
 
 // Splits at blanks as /bin/sh would (no quoting needed by the tests).
@@ -166,6 +158,12 @@ struct Session {
         console.errors.clear();
         exitCode = Simulator(env, store, console).run(splitAtBlanks(commandLine));
         return console.output;
+    }
+    // Runs "-q add RULE" for each rule, in order.
+    void add(std::initializer_list<const char*> rules) {
+        for (const char* rule : rules) {
+            run(std::string("-q add ") + rule);
+        }
     }
 };
 
