@@ -131,20 +131,36 @@ struct Probe {
     }
 };
 
-// A thread made as the product makes them (no signal blocking, normal priority) starts
-// with its creator's signal mask and nice value.
-TEST(ThreadTest, PlainThreadInheritsTheCreatorsMaskAndNiceValue) {
-    const int creatorNice = getpriority(PRIO_PROCESS, static_cast<id_t>(syscall(SYS_gettid)));
+// Blocking signals blocks the asynchronous ones only, and low priority lowers the nice
+// value by 10; both in the new thread alone. Otherwise the creator's mask is inherited.
+TEST(ThreadTest, OptionsApplyToTheNewThreadOnly) {
+    const id_t creator = static_cast<id_t>(syscall(SYS_gettid));
+    const int creatorNice = getpriority(PRIO_PROCESS, creator);
     sigset_t usr1;
     sigemptyset(&usr1);
     sigaddset(&usr1, SIGUSR1);
     pthread_sigmask(SIG_BLOCK, &usr1, nullptr);
+    Probe blocking;
     Probe plain;
+    Probe low;
+    Thread(Probe::Body, &blocking, true, PRIORITY_NORMAL).stop();
     Thread(Probe::Body, &plain, false, PRIORITY_NORMAL).stop();
+    Thread(Probe::Body, &low, false, PRIORITY_LOW).stop();
     pthread_sigmask(SIG_UNBLOCK, &usr1, nullptr);
+
+    for (int signal : {SIGTERM, SIGINT, SIGCHLD}) {
+        EXPECT_TRUE(sigismember(&blocking.mask, signal)) << signal;
+        EXPECT_FALSE(sigismember(&plain.mask, signal)) << signal;
+    }
+    EXPECT_FALSE(sigismember(&blocking.mask, SIGSEGV));
     EXPECT_TRUE(sigismember(&plain.mask, SIGUSR1));
-    EXPECT_FALSE(sigismember(&plain.mask, SIGTERM));
+    sigset_t creatorMask;
+    pthread_sigmask(SIG_SETMASK, nullptr, &creatorMask);
+    EXPECT_FALSE(sigismember(&creatorMask, SIGTERM)) << "the creator's mask was left changed";
+
+    EXPECT_EQ(low.nice, creatorNice + 10 > 19 ? 19 : creatorNice + 10);
     EXPECT_EQ(plain.nice, creatorNice);
+    EXPECT_EQ(getpriority(PRIO_PROCESS, creator), creatorNice);
 }
 
 }  // namespace
