@@ -6,25 +6,21 @@
 #include <cstdlib>
 #include <string>
 
+#include "FuzzWorld.h"
 #include "MessageJson.h"
 
 namespace {
 
-[[noreturn]] void Fail(const char* what, const std::string& json) {
-    std::fprintf(stderr, "fuzz_clijson: %s: %s\n", what, json.c_str());
-    std::abort();
-}
-
 template <typename T>
 void CheckRoundTrip(const T& message, bool (*parse)(const std::string&, T*, std::string*)) {
     if (!message.IsInitialized()) {
-        Fail("parsed message is incomplete", message.ShortDebugString());
+        qvfuzz::Fail("parsed message is incomplete", message.ShortDebugString());
     }
     const std::string json = qvctl::MessageToJson(message);
     T again;
     std::string error;
     if (!parse(json, &again, &error) || again.SerializeAsString() != message.SerializeAsString()) {
-        Fail("written JSON does not read back the same", json + " " + error);
+        qvfuzz::Fail("written JSON does not read back the same", json + " " + error);
     }
 }
 

@@ -1,8 +1,10 @@
-// A configuration directory for fuzz targets that drive the store: made once per process
-// in memory-backed /dev/shm when there is one (every save ends in fsync), and pointed to
-// by $QV_CONF_DIR.
+// What the fuzz targets share: the report of a broken property (the target's name, what
+// broke, the input's detail, then abort) and, for targets that drive the store, a
+// configuration directory made once per process in memory-backed /dev/shm when there is
+// one (every save ends in fsync), pointed to by $QV_CONF_DIR.
 #pragma once
 
+#include <errno.h>
 #include <stdlib.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -14,12 +16,17 @@
 
 namespace qvfuzz {
 
+[[noreturn]] inline void Fail(const char* what, const std::string& detail = "") {
+    std::fprintf(stderr, "%s: %s%s%s\n", program_invocation_short_name, what,
+                 detail.empty() ? "" : ": ", detail.c_str());
+    std::abort();
+}
+
 inline std::string MakeConfDir() {
     const bool shm = access("/dev/shm", W_OK) == 0;
     std::string pattern = std::string(shm ? "/dev/shm" : "/tmp") + "/qvfuzz.XXXXXX";
     if (mkdtemp(pattern.data()) == nullptr) {
-        std::perror("mkdtemp");
-        std::abort();
+        Fail("mkdtemp", pattern);
     }
     setenv("QV_CONF_DIR", pattern.c_str(), 1);
     return pattern;

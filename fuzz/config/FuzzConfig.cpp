@@ -76,11 +76,6 @@ void RewriteEverything(FwConfig& config) {
     config.SetFwEnable(config.IsFwEnable());
 }
 
-[[noreturn]] void Fail(const char* what) {
-    std::fprintf(stderr, "fuzz_config: %s\n", what);
-    std::abort();
-}
-
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
@@ -98,19 +93,19 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         first = Read(config);
         RewriteEverything(config);
         if (!(Read(config).normal == first.normal && Read(config).exception == first.exception)) {
-            Fail("rewriting the lists changed them in memory");
+            qvfuzz::Fail("rewriting the lists changed them in memory");
         }
     }
     FwConfig again;
     if (!again.IsReady()) {
-        Fail("a document the store accepted and rewrote does not load again");
+        qvfuzz::Fail("a document the store accepted and rewrote does not load again");
     }
     const Loaded second = Read(again);
     if (second.normal != first.normal || second.exception != first.exception) {
-        Fail("the rule lists changed on their way through the file");
+        qvfuzz::Fail("the rule lists changed on their way through the file");
     }
     if (second.options != first.options) {
-        Fail("the options changed on their way through the file");
+        qvfuzz::Fail("the options changed on their way through the file");
     }
     return 0;
 }

@@ -10,6 +10,8 @@
 #include <cstdlib>
 #include <string>
 
+#include "FuzzPlist.h"
+#include "FuzzWorld.h"
 #include "RuleGenerator.h"
 #include "ShellInert.h"
 #include "VelaFwInternalMsgConvert.h"
@@ -19,30 +21,12 @@ namespace {
 
 using namespace qor::vela;
 
-[[noreturn]] void Fail(const char* what, const std::string& detail) {
-    std::fprintf(stderr, "fuzz_convert: %s: %s\n", what, detail.c_str());
-    std::abort();
-}
-
-CFPropertyListRef ReadPlist(const uint8_t* bytes, size_t size) {
-    CFDataRef data = CFDataCreateWithBytesNoCopy(kCFAllocatorDefault, bytes,
-                                                 static_cast<CFIndex>(size), kCFAllocatorNull);
-    if (data == nullptr) {
-        return nullptr;
-    }
-    CFPropertyListFormat format = kCFPropertyListXMLFormat_v1_0;
-    CFPropertyListRef plist = CFPropertyListCreateWithData(
-        kCFAllocatorDefault, data, kCFPropertyListMutableContainers, &format, nullptr);
-    CFRelease(data);
-    return plist;
-}
-
 void CheckRuleText(const FwRule& rule) {
     static const RuleGenerator generator;
     std::string text;
     if (generator.CreateRule(rule, text) == 0 &&
         qvfuzz::FirstShellActiveChar(text) != std::string::npos) {
-        Fail("stored rule gives rule text the shell acts on", text);
+        qvfuzz::Fail("stored rule gives rule text the shell acts on", text);
     }
 }
 
@@ -53,13 +37,13 @@ void CheckRoundTrip(const T& message) {
         kCFAllocatorDefault, 0, &kCFTypeDictionaryKeyCallBacks, &kCFTypeDictionaryValueCallBacks);
     if (!convert(message, dict)) {
         CFRelease(dict);
-        Fail("a message read from a dictionary cannot be written", message.GetTypeName());
+        qvfuzz::Fail("a message read from a dictionary cannot be written", message.GetTypeName());
     }
     T again;
     const bool read = convert(static_cast<CFDictionaryRef>(dict), again);
     CFRelease(dict);
     if (!read || again.SerializePartialAsString() != message.SerializePartialAsString()) {
-        Fail("a message changed on its way through a dictionary", message.GetTypeName());
+        qvfuzz::Fail("a message changed on its way through a dictionary", message.GetTypeName());
     }
 }
 
@@ -85,7 +69,7 @@ void ConvertEntry(CFDictionaryRef dict) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    CFPropertyListRef plist = ReadPlist(data, size);
+    CFPropertyListRef plist = qvfuzz::ReadPlist(data, size);
     if (plist == nullptr) {
         return 0;
     }

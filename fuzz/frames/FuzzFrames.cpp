@@ -11,19 +11,15 @@
 #include <string>
 
 #include "FrameChannel.h"
+#include "FuzzWorld.h"
 
 namespace {
-
-[[noreturn]] void Fail(const char* what) {
-    std::fprintf(stderr, "fuzz_frames: %s\n", what);
-    std::abort();
-}
 
 // The bytes `frames` make when written, read back from a socket.
 std::string Written(const std::string& payloads, uint32_t head) {
     int fds[2];
     if (socketpair(AF_UNIX, SOCK_STREAM, 0, fds) != 0) {
-        Fail("socketpair");
+        qvfuzz::Fail("socketpair");
     }
     qvctl::FrameChannel(fds[0]).Write(head, payloads);
     close(fds[0]);
@@ -44,7 +40,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         return 0;
     }
     if (write(fds[1], data, size) != static_cast<ssize_t>(size)) {
-        Fail("cannot hand over the input");
+        qvfuzz::Fail("cannot hand over the input");
     }
     shutdown(fds[1], SHUT_WR);
     // A time-out turns a wait for bytes that never come into a failure of the target.
@@ -58,14 +54,14 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     close(fds[0]);
     close(fds[1]);
     if (status == qvctl::FrameStatus::kTimedOut || status == qvctl::FrameStatus::kStopped) {
-        Fail("reading waited instead of ending");
+        qvfuzz::Fail("reading waited instead of ending");
     }
     const std::string input(reinterpret_cast<const char*>(data), size);
     if (input.compare(0, consumed.size(), consumed) != 0) {
-        Fail("frames read are not the bytes sent");
+        qvfuzz::Fail("frames read are not the bytes sent");
     }
     if (status == qvctl::FrameStatus::kClosed && consumed.size() != size) {
-        Fail("a clean end inside a frame");
+        qvfuzz::Fail("a clean end inside a frame");
     }
     return 0;
 }

@@ -34,11 +34,6 @@ enum Switch : uint8_t {
 
 uint8_t g_switches = 0;
 
-[[noreturn]] void Fail(const char* what, const char* detail) {
-    std::fprintf(stderr, "fuzz_handlers: %s: %s\n", what, detail);
-    std::abort();
-}
-
 std::optional<Result<std::string>> Fault(const std::string& command) {
     if ((g_switches & kRunnerFails) != 0) {
         return Result<std::string>::Failure(QV_ERR_CMD);
@@ -60,7 +55,7 @@ void MakeManager() {
     ipfw->override(Fault);
     g_pFwMgr = new qor::vela::FwMgr(std::move(ipfw));
     if (g_pFwMgr->Init() != 0) {
-        Fail("the manager did not start", dir.c_str());
+        qvfuzz::Fail("the manager did not start", dir.c_str());
     }
 }
 
@@ -68,10 +63,10 @@ void MakeManager() {
 void CheckResponse(int code, const void* out, int outLen) {
     const bool untouched = out == reinterpret_cast<void*>(1) && outLen == -1;
     if ((code == QV_ERR_INVALID_ARG || code == QV_ERR_INCOMPLETE) && !untouched) {
-        Fail("a refused request wrote a response", std::to_string(code).c_str());
+        qvfuzz::Fail("a refused request wrote a response", std::to_string(code).c_str());
     }
     if (!untouched && (out == nullptr) != (outLen == 0)) {
-        Fail("response buffer and length disagree", std::to_string(outLen).c_str());
+        qvfuzz::Fail("response buffer and length disagree", std::to_string(outLen).c_str());
     }
 }
 

@@ -9,35 +9,31 @@
 #include <cstring>
 #include <string>
 
+#include "FuzzWorld.h"
 #include "FwLogParser.h"
 
 namespace {
 
 using qor::vela::EventLogItemFw;
 
-[[noreturn]] void Fail(const char* what, const char* line) {
-    std::fprintf(stderr, "fuzz_logline: %s: %s\n", what, line);
-    std::abort();
-}
-
 void CheckEvent(const char* line, const EventLogItemFw& event) {
     const std::string& detail = event.detail();
     const size_t length = std::strlen(line);
     if (detail.empty() || detail.back() != '\0' || detail.size() > length + 1 ||
         std::memcmp(line + length - (detail.size() - 1), detail.data(), detail.size() - 1) != 0) {
-        Fail("detail is not the end of the line", line);
+        qvfuzz::Fail("detail is not the end of the line", line);
     }
     unsigned int number = 0;
     if (std::sscanf(detail.c_str(), "%u", &number) != 1) {
         number = 0;
     }
     if (static_cast<uint32_t>(event.rule_index()) != number || event.time() != 1234) {
-        Fail("rule number or time differ from the line", line);
+        qvfuzz::Fail("rule number or time differ from the line", line);
     }
     EventLogItemFw received;
     if (!received.ParseFromString(event.SerializeAsString()) || received.detail() != detail ||
         received.rule_index() != event.rule_index()) {
-        Fail("record does not reach the host intact", line);
+        qvfuzz::Fail("record does not reach the host intact", line);
     }
 }
 
@@ -46,7 +42,7 @@ void CheckEvent(const char* line, const EventLogItemFw& event) {
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     static const qor::vela::FwLogParser parser;
     if (!parser.IsValid()) {
-        Fail("pattern did not compile", "");
+        qvfuzz::Fail("pattern did not compile", "");
     }
     if (size == 0) {
         return 0;

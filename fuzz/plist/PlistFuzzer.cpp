@@ -9,33 +9,14 @@
 #include <cstdlib>
 #include <cstring>
 
-namespace {
+#include "FuzzPlist.h"
+#include "FuzzWorld.h"
 
-CFPropertyListRef readPlist(const uint8_t* bytes, size_t size) {
-    CFDataRef data = CFDataCreateWithBytesNoCopy(kCFAllocatorDefault, bytes,
-                                                 static_cast<CFIndex>(size), kCFAllocatorNull);
-    if (data == nullptr) {
-        return nullptr;
-    }
-    CFPropertyListFormat format = kCFPropertyListXMLFormat_v1_0;
-    CFErrorRef error = nullptr;
-    CFPropertyListRef plist = CFPropertyListCreateWithData(
-        kCFAllocatorDefault, data, kCFPropertyListMutableContainers, &format, &error);
-    CFRelease(data);
-    if (error != nullptr) {
-        CFRelease(error);
-    }
-    return plist;
-}
+namespace {
 
 CFDataRef writeXml(CFPropertyListRef plist) {
     return CFPropertyListCreateData(kCFAllocatorDefault, plist, kCFPropertyListXMLFormat_v1_0, 0,
                                     nullptr);
-}
-
-[[noreturn]] void fail(const char* problem) {
-    std::fprintf(stderr, "fuzz_plist: %s\n", problem);
-    std::abort();
 }
 
 bool sameBytes(CFDataRef a, CFDataRef b) {
@@ -47,26 +28,26 @@ bool sameBytes(CFDataRef a, CFDataRef b) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* bytes, size_t size) {
-    CFPropertyListRef plist = readPlist(bytes, size);
+    CFPropertyListRef plist = qvfuzz::ReadPlist(bytes, size);
     if (plist == nullptr) {
         return 0;
     }
     if (!CFPropertyListIsValid(plist, kCFPropertyListBinaryFormat_v1_0)) {
-        fail("an accepted document is not valid");
+        qvfuzz::Fail("an accepted document is not valid");
     }
     CFDataRef first = writeXml(plist);
     CFRelease(plist);
     if (first == nullptr) {
-        fail("an accepted document cannot be written");
+        qvfuzz::Fail("an accepted document cannot be written");
     }
-    CFPropertyListRef again = readPlist(CFDataGetBytePtr(first), CFDataGetLength(first));
+    CFPropertyListRef again = qvfuzz::ReadPlist(CFDataGetBytePtr(first), CFDataGetLength(first));
     if (again == nullptr) {
-        fail("written XML does not read back");
+        qvfuzz::Fail("written XML does not read back");
     }
     CFDataRef second = writeXml(again);
     CFRelease(again);
     if (second == nullptr || !sameBytes(first, second)) {
-        fail("written XML reads back into a different document");
+        qvfuzz::Fail("written XML reads back into a different document");
     }
     CFRelease(first);
     CFRelease(second);

@@ -40,8 +40,8 @@ FwRule roundTrip(const FwRule& rule) {
     return back;
 }
 
-// Every field's key and 32-bit signed number, and the absence of unset fields, are
-// checked through plistlib in tests/firewall ConfigTest; here reals and an unset message.
+// A rule with every field set comes back unchanged, reals exactly; an unset message
+// writes nothing.
 TEST(PlistConvertTest, RoundTripsRealsAndWritesNothingForUnsetFields) {
     for (double p : {0.1, 0.0, -0.5, 1e20, 5e-324, 0.30000000000000004}) {
         FwRule real;

@@ -1,7 +1,9 @@
 // Where the host's configuration is found (QvGetFilePath), the debug level it gives
 // (QvInitDebugByConfig, with real files and log directories), and libQvUtil's own
-// diagnostics log.
+// diagnostics log, which goes into a temporary directory for the whole binary, set
+// before main so that no test can make the library open its log elsewhere first.
 #include <gtest/gtest.h>
+#include <stdlib.h>
 #include <sys/stat.h>
 
 #include <string>
@@ -10,11 +12,13 @@
 #include "QvUtil.h"
 #include "host/HostTestSupport.h"
 
-namespace qvtest {
-const std::string& UtilLogDir();
-}
-
 namespace {
+
+const std::string& UtilLogDir() {
+    static qvtest::TempDir dir;
+    return dir.path();
+}
+[[maybe_unused]] const bool g_utilLogDirSet = setenv("QV_LOG_DIR", UtilLogDir().c_str(), 1) == 0;
 
 using qvtest::readFile;
 using qvtest::ScopedEnv;
@@ -74,7 +78,7 @@ size_t CountOf(const std::string& text, const std::string& part) {
 }
 
 TEST(UtilLogTest, DiagnosticsGoToTheLogDirectoryAtTheSetLevel) {
-    std::string logPath = qvtest::UtilLogDir() + "/QvUtil.log";
+    std::string logPath = UtilLogDir() + "/QvUtil.log";
     const std::string line = "<3> ";
     const std::string message = " QvUtil QvGetFilePath invalid argument";
     char buffer[16];

@@ -14,6 +14,7 @@
 #include <thread>
 #include <vector>
 
+#include "HostService.h"
 #include "QvFrame.h"
 #include "QvIpc.h"
 #include "host/HostTestSupport.h"
@@ -32,25 +33,6 @@ Bytes Le32(uint32_t value) {
     return Bytes(reinterpret_cast<const char*>(&value), 4);
 }
 
-uint32_t ReadLe32(const Bytes& in, size_t at) {
-    uint32_t value = 0;
-    std::memcpy(&value, in.data() + at, 4);
-    return value;
-}
-
-bool ReadExactly(int fd, size_t length, Bytes* out) {
-    out->assign(length, '\0');
-    size_t done = 0;
-    while (done < length) {
-        ssize_t got = read(fd, &(*out)[done], length - done);
-        if (got <= 0) {
-            return false;
-        }
-        done += static_cast<size_t>(got);
-    }
-    return true;
-}
-
 void WriteAll(int fd, const Bytes& data) {
     size_t done = 0;
     while (done < data.size()) {
@@ -60,21 +42,6 @@ void WriteAll(int fd, const Bytes& data) {
         }
         done += static_cast<size_t>(put);
     }
-}
-
-// A request as the fake service saw it.
-struct Request {
-    uint32_t command = 0;
-    Bytes payload;
-};
-
-bool ReadRequest(int fd, Request* request) {
-    Bytes header;
-    if (!ReadExactly(fd, 8, &header)) {
-        return false;
-    }
-    request->command = ReadLe32(header, 0);
-    return ReadExactly(fd, ReadLe32(header, 4), &request->payload);
 }
 
 // A listening Unix socket in a temporary directory, serving each connection with
@@ -120,8 +87,8 @@ private:
 // and eight threads calling at once each get their own reply.
 TEST(IpcCallTest, RoundTripsCommandPayloadCodeAndReply) {
     FakeService service([](int fd) {
-        Request request;
-        if (ReadRequest(fd, &request)) {
+        qvtest::ServiceCall request;
+        if (qvtest::HostService::readCall(fd, &request)) {
             WriteAll(fd, Le32(request.command) +
                              Le32(static_cast<uint32_t>(request.payload.size())) + request.payload);
         }
@@ -175,8 +142,8 @@ TEST(IpcCallTest, RoundTripsCommandPayloadCodeAndReply) {
 // Answers each request with `answer`, then closes.
 std::function<void(int)> Answer(const Bytes& answer) {
     return [answer](int fd) {
-        Request request;
-        if (ReadRequest(fd, &request)) {
+        qvtest::ServiceCall request;
+        if (qvtest::HostService::readCall(fd, &request)) {
             WriteAll(fd, answer);
         }
     };
@@ -185,8 +152,8 @@ std::function<void(int)> Answer(const Bytes& answer) {
 TEST(IpcCallTest, BrokenServicesFailTheCallWithoutAReply) {
     std::atomic<bool> release{false};
     const auto silent = [&release](int fd) {
-        Request request;
-        ReadRequest(fd, &request);
+        qvtest::ServiceCall request;
+        qvtest::HostService::readCall(fd, &request);
         Clock::time_point deadline = Clock::now() + std::chrono::seconds(10);
         while (!release && Clock::now() < deadline) {
             std::this_thread::sleep_for(std::chrono::milliseconds(5));

@@ -101,17 +101,6 @@ TEST(PlistReader, MalformedValuesFailTheDocument) {
     }
 }
 
-TEST(PlistReader, MutableContainersOptionMakesEveryContainerMutable) {
-    CFHolder root = parse(xmlDocument("<dict><key>list</key><array><dict/></array></dict>"));
-    ASSERT_NE(root, nullptr);
-    auto dictionary = (CFMutableDictionaryRef)root.get();
-    put(dictionary, "added", str("ok"));  // would abort on an immutable dictionary
-    auto list = static_cast<CFArrayRef>(lookup(dictionary, "list"));
-    auto inner = (CFMutableDictionaryRef)CFArrayGetValueAtIndex(list, 0);
-    put(inner, "deep", str("ok"));
-    EXPECT_EQ(CFDictionaryGetCount(inner), 1);
-}
-
 // Parses and writes 0.5 with a decimal-comma locale as the thread's locale, in a child
 // process (glibc keeps allocations of a LOCPATH lookup that LeakSanitizer would report),
 // and exits 0 when both came out right.

@@ -66,7 +66,34 @@ public:
         m_count = 0;
     }
 
+    // Reads one request frame (command, length, payload; little-endian) from `fd`.
+    static bool readCall(int fd, ServiceCall* call) {
+        unsigned char header[8];
+        if (!readAll(fd, header, sizeof header)) {
+            return false;
+        }
+        call->command = le32(header);
+        call->payload.resize(le32(header + 4));
+        return readAll(fd, call->payload.data(), call->payload.size());
+    }
+
 private:
+    static bool readAll(int fd, void* buffer, size_t size) {
+        char* at = static_cast<char*>(buffer);
+        while (size > 0) {
+            const ssize_t got = read(fd, at, size);
+            if (got <= 0) {
+                return false;
+            }
+            at += got;
+            size -= static_cast<size_t>(got);
+        }
+        return true;
+    }
+    static uint32_t le32(const unsigned char* bytes) {
+        return bytes[0] | bytes[1] << 8 | bytes[2] << 16 | static_cast<uint32_t>(bytes[3]) << 24;
+    }
+
     // One thread serves the listener and every open connection with poll.
     void serve() {
         std::vector<pollfd> fds = {{m_stop[0], POLLIN, 0}, {m_listener, POLLIN, 0}};
@@ -95,33 +122,10 @@ private:
         }
     }
 
-    static bool readAll(int fd, void* buffer, size_t size) {
-        char* at = static_cast<char*>(buffer);
-        while (size > 0) {
-            const ssize_t got = read(fd, at, size);
-            if (got <= 0) {
-                return false;
-            }
-            at += got;
-            size -= static_cast<size_t>(got);
-        }
-        return true;
-    }
-
-    static uint32_t le32(const unsigned char* bytes) {
-        return bytes[0] | bytes[1] << 8 | bytes[2] << 16 | static_cast<uint32_t>(bytes[3]) << 24;
-    }
-
     // One request frame and its reply; false when the client closed or broke the frame.
     bool answer(int connection) {
-        unsigned char header[8];
-        if (!readAll(connection, header, sizeof header)) {
-            return false;
-        }
         ServiceCall call;
-        call.command = le32(header);
-        call.payload.resize(le32(header + 4));
-        if (!readAll(connection, call.payload.data(), call.payload.size())) {
+        if (!readCall(connection, &call)) {
             return false;
         }
         {

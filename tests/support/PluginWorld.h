@@ -195,15 +195,7 @@ protected:
     static std::string ipfw(const std::string& args) {
         return commandOutput("ipfw " + args + " 2>&1");
     }
-    static std::vector<IpfwRuleLine> installed(int set) {
-        std::vector<IpfwRuleLine> rules;
-        for (const IpfwRuleLine& rule : parseIpfwListing(ipfw("-S show"))) {
-            if (rule.set == set) {
-                rules.push_back(rule);
-            }
-        }
-        return rules;
-    }
+    static std::vector<IpfwRuleLine> installed(int set) { return rulesInSet(ipfw("-S show"), set); }
     // The store and ipfw hold the same rule numbers in both sets.
     void expectStoreAndIpfwAgree() {
         auto sorted = [](std::vector<uint32_t> v) {
