@@ -46,7 +46,7 @@ protected:
     }
 
     // The number a new TCP rule gets from `mgr`, or 0 when the add failed.
-    static uint32_t added(RuleMgr& mgr) {
+    static uint32_t added(RuleMgr& mgr) REQUIRES(mgr.mutex()) {
         FwRule rule = tcpRule();
         return mgr.AddRule(rule) == 0 ? rule.rule_index() : 0;
     }
