@@ -64,8 +64,8 @@ public:
         ipfwsim::FirewallState state;
         for (int i = 0; i < count; ++i) {
             const unsigned int number = kFirstRule + kSpacing * static_cast<unsigned int>(i);
-            const std::string body = "deny proto tcp src-ip 10.0." + std::to_string(i / 250) +
-                                     "." + std::to_string(i % 250) + " dst-ip me dst-port " +
+            const std::string body = "deny proto tcp src-ip 10.0." + std::to_string(i / 250) + "." +
+                                     std::to_string(i % 250) + " dst-ip me dst-port " +
                                      std::to_string(1024 + i) + " in";
             ipfwsim::StoredRule stored;
             uint64_t ignoredNumber = 0;
@@ -225,18 +225,18 @@ void registerAll() {
         ->Arg(installed());
     const int list = quick() ? 100 : 1000;
     for (auto figure : {BM_SetRuleListEnforced, BM_SetRuleListSimulated}) {
-        inMilliseconds(benchmark::RegisterBenchmark(
-                           figure == BM_SetRuleListEnforced ? "BM_SetRuleListEnforced"
-                                                            : "BM_SetRuleListSimulated",
-                           figure))
+        inMilliseconds(benchmark::RegisterBenchmark(figure == BM_SetRuleListEnforced
+                                                        ? "BM_SetRuleListEnforced"
+                                                        : "BM_SetRuleListSimulated",
+                                                    figure))
             ->Arg(list)
             ->Iterations(1);
     }
     for (auto figure : {BM_StartupEnforced, BM_StartupSimulated}) {
-        inMilliseconds(benchmark::RegisterBenchmark(
-                           figure == BM_StartupEnforced ? "BM_StartupEnforced"
+        inMilliseconds(benchmark::RegisterBenchmark(figure == BM_StartupEnforced
+                                                        ? "BM_StartupEnforced"
                                                         : "BM_StartupSimulated",
-                           figure))
+                                                    figure))
             ->Arg(installed())
             ->Iterations(1);
     }

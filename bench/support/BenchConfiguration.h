@@ -26,8 +26,8 @@ inline void writeBenchConfiguration(const std::string& path, int count, const st
     options.set_exception_set_num(18);
     options.set_fw_log_path(fwLog);
     options.set_syslog_conf(syslogConf);
-    if (!store.set(options, "FwOptions").ok() || !store.set(benchRules(count, spacing), "FwRuleCfg").ok() ||
-        !store.save().ok()) {
+    if (!store.set(options, "FwOptions").ok() ||
+        !store.set(benchRules(count, spacing), "FwRuleCfg").ok() || !store.save().ok()) {
         std::abort();
     }
 }

@@ -1,7 +1,7 @@
 // qvfwctl's sub-commands against a daemon whose replies cannot be read: each is an error
 // with exit status 1 and a line that says so, never an empty success.
-#include <gtest/gtest.h>
 #include <fcntl.h>
+#include <gtest/gtest.h>
 #include <poll.h>
 #include <stdio.h>
 #include <sys/socket.h>
@@ -101,8 +101,8 @@ const std::string kList = "[{\"order\":1,\"rule\":" + kRule + "}]";
 TEST(CtlRepliesTest, AReplyThatDoesNotParseIsAnError) {
     CannedDaemon daemon(std::string(4, '\x07'));  // wire type 7 exists nowhere
     const std::vector<std::vector<std::string>> commands = {
-        {"add", kRule},      {"add-exception", kRule}, {"list"},   {"list-exceptions"},
-        {"add-rules", kList}, {"set-rules", kList},    {"status"}, {"events"}};
+        {"add", kRule},       {"add-exception", kRule}, {"list"},   {"list-exceptions"},
+        {"add-rules", kList}, {"set-rules", kList},     {"status"}, {"events"}};
     for (const std::vector<std::string>& command : commands) {
         const Ran ran = RunCtl(daemon.path(), command);
         EXPECT_EQ(1, ran.status) << command[0] << ": " << ran.err;

@@ -241,8 +241,9 @@ private:
                    rest.rfind("handle ", 0) == 0) {
             std::vector<ipfwnft::KernelRule>& rules = table.chains[object];
             const uint64_t handle = std::stoull(rest.substr(7));
-            const auto doomed = std::find_if(rules.begin(), rules.end(),
-                                             [handle](const auto& rule) { return rule.handle == handle; });
+            const auto doomed =
+                std::find_if(rules.begin(), rules.end(),
+                             [handle](const auto& rule) { return rule.handle == handle; });
             if (doomed == rules.end()) {
                 error = "No such file or directory";
                 return false;

@@ -65,7 +65,8 @@ protected:
             }
             ASSERT_EQ(kernel.elements(table, "enabled_sets"), whole.elements(table, "enabled_sets"))
                 << table << " after " << after;
-            ASSERT_EQ(kernel.chainCount(table), whole.chainCount(table)) << table << " after " << after;
+            ASSERT_EQ(kernel.chainCount(table), whole.chainCount(table))
+                << table << " after " << after;
         }
     }
 
@@ -199,12 +200,12 @@ TEST_F(EnforcingIpfwTest, EachChangeTouchesOnlyItsOwnChains) {
         << "the first command builds the table";
     ASSERT_EQ(ipfw("-q add 3100 set 19 deny proto tcp"), 0);
     ASSERT_EQ(ipfw("-q add 3110 set 19 deny proto udp"), 0);
-    EXPECT_EQ(lastScript(),
-              "add rule inet ipfw_s0 rules_in_b12 " + kGate19 + "meta l4proto 17 drop comment \"3110\"\n"
-              "add rule inet ipfw_s0 rules_out_b12 " + kGate19 + "meta l4proto 17 drop comment \"3110\"\n");
+    EXPECT_EQ(lastScript(), "add rule inet ipfw_s0 rules_in_b12 " + kGate19 +
+                                "meta l4proto 17 drop comment \"3110\"\n"
+                                "add rule inet ipfw_s0 rules_out_b12 " +
+                                kGate19 + "meta l4proto 17 drop comment \"3110\"\n");
     ASSERT_EQ(ipfw("-q set disable 19"), 0);
-    EXPECT_EQ(lastScript(),
-              "delete element inet ipfw_s0 enabled_sets { 19 }\n");
+    EXPECT_EQ(lastScript(), "delete element inet ipfw_s0 enabled_sets { 19 }\n");
     ASSERT_EQ(ipfw("-q set enable 19"), 0);
     ASSERT_EQ(ipfw("-q delete 3100"), 0);
     EXPECT_EQ(lastScript().find("rules_in_b8"), std::string::npos) << "2100 stays untouched";
@@ -237,9 +238,12 @@ TEST_F(EnforcingIpfwTest, EachChangeTouchesOnlyItsOwnChains) {
 TEST_F(EnforcingIpfwTest, RandomChangesLeaveTheTableAsARebuildWould) {
     std::mt19937 random(20261125);
     auto below = [&random](uint32_t n) { return static_cast<uint32_t>(random() % n); };
-    const char* bodies[] = {"deny proto tcp dst-port 22", "allow proto udp",
-                            "deny log logamount 0 proto icmp", "count recv lo",
-                            "allow proto tcp dst-port 80 keep-state", "check-state"};
+    const char* bodies[] = {"deny proto tcp dst-port 22",
+                            "allow proto udp",
+                            "deny log logamount 0 proto icmp",
+                            "count recv lo",
+                            "allow proto tcp dst-port 80 keep-state",
+                            "check-state"};
     uint32_t last = 3000;
     for (int step = 0; step < 400; ++step) {
         const uint32_t pick = below(100);
@@ -270,7 +274,8 @@ TEST_F(EnforcingIpfwTest, RandomChangesLeaveTheTableAsARebuildWould) {
         }
         const int code = ipfw(command);
         // A delete of numbers without rules says so; the kernel must take every change.
-        ASSERT_EQ(console.errors.find("nftables"), std::string::npos) << command << ": " << console.errors;
+        ASSERT_EQ(console.errors.find("nftables"), std::string::npos)
+            << command << ": " << console.errors;
         ASSERT_TRUE(code == 0 || code == ipfwsim::kExitUnavailable) << command;
         expectKernelAsRebuilt(command);
     }

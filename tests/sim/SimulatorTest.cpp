@@ -53,7 +53,8 @@ TEST(StateRewrites, DeleteMarksLinesInPlaceAndAFullOverflowIsMerged) {
     s.run("-q add 250 allow proto udp");
     EXPECT_EQ(s.run("list 250"), "00250 allow ip from any to any proto udp\n");
     EXPECT_EQ(s.run("-q delete 250"), "");
-    EXPECT_EQ(s.run("list"), "00100 allow ip from any to any proto tcp\n65535 allow ip from any to any\n");
+    EXPECT_EQ(s.run("list"),
+              "00100 allow ip from any to any proto tcp\n65535 allow ip from any to any\n");
     // Numbering follows the last rule that is left.
     EXPECT_EQ(s.run("add allow proto udp"), "00200 allow ip from any to any proto udp\n");
     s.run("-q zero");

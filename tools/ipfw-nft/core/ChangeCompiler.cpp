@@ -1,8 +1,8 @@
 #include "ipfwnft/ChangeCompiler.h"
 
 #include <algorithm>
-#include <functional>
 #include <cstdlib>
+#include <functional>
 #include <set>
 
 #include "ipfwnft/TableCompiler.h"
@@ -15,8 +15,7 @@ using ipfwsim::Status;
 
 std::string statement(const std::string& verb, uint32_t shard, const std::string& chain,
                       const std::string& rest = "") {
-    return verb + " " + shardTable(shard) + " " + chain + (rest.empty() ? "" : " " + rest) +
-           "\n";
+    return verb + " " + shardTable(shard) + " " + chain + (rest.empty() ? "" : " " + rest) + "\n";
 }
 
 // What a change does to one table that holds rules before and after it. Creations come
@@ -63,8 +62,8 @@ Status updateJumps(KernelTable& kernel, uint32_t shard, const std::string& chain
             }
         }
         return deleteListed(
-            kernel, shard, chain, [&gone](const std::string& text) { return gone.count(text) != 0; },
-            out.rewritten);
+            kernel, shard, chain,
+            [&gone](const std::string& text) { return gone.count(text) != 0; }, out.rewritten);
     }
     const bool onlyAppended =
         std::includes(after.begin(), after.end(), before.begin(), before.end()) &&
@@ -191,8 +190,8 @@ private:
     // which looks up kept flows.
     Status wholeShard(uint32_t shard, std::string& text) const {
         RuleStretch rules;
-        Status status =
-            RuleStretch::read(after_, shard * kShardSpan, shard * kShardSpan + kShardSpan - 1, rules);
+        Status status = RuleStretch::read(after_, shard * kShardSpan,
+                                          shard * kShardSpan + kShardSpan - 1, rules);
         PassLines passes;
         for (Pass pass : kPasses) {
             BucketLines& buckets = passes[static_cast<size_t>(pass)];

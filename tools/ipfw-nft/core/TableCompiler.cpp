@@ -65,7 +65,8 @@ std::string enabledSetsText(uint32_t disabledSets) {
             elements += (elements.empty() ? "" : ", ") + std::to_string(set);
         }
     }
-    std::string text = std::string("\tset ") + kEnabledSets + " {\n\t\ttypeof numgen random mod 1\n";
+    std::string text =
+        std::string("\tset ") + kEnabledSets + " {\n\t\ttypeof numgen random mod 1\n";
     if (!elements.empty()) {
         text += "\t\telements = { " + elements + " }\n";
     }
@@ -73,14 +74,13 @@ std::string enabledSetsText(uint32_t disabledSets) {
 }
 
 std::string headTableText() {
-    const std::string clear =
-        "meta mark set meta mark & " + hex(~(kAllowedIn | kAllowedOut));
+    const std::string clear = "meta mark set meta mark & " + hex(~(kAllowedIn | kAllowedOut));
     std::string body;
     for (const char* hook : {"prerouting", "output", "forward"}) {
-        body += chainText(hook,
-                          std::string("\t\ttype filter hook ") + hook +
-                              " priority filter - 1; policy accept;\n",
-                          {clear});
+        body += chainText(
+            hook,
+            std::string("\t\ttype filter hook ") + hook + " priority filter - 1; policy accept;\n",
+            {clear});
     }
     return std::string("table ") + kHeadTable + " {\n" + body + "}\n";
 }
@@ -117,8 +117,9 @@ Status bucketLines(const std::vector<PlacedRule>& rules, uint32_t disabledSets, 
 }
 
 std::string shardTableText(uint32_t shard, uint32_t disabledSets, const PassLines& passes) {
-    std::string body = enabledSetsText(disabledSets) +
-                       chainText("reset_action", "", {"meta l4proto 6 reject with tcp reset", "drop"});
+    std::string body =
+        enabledSetsText(disabledSets) +
+        chainText("reset_action", "", {"meta l4proto 6 reject with tcp reset", "drop"});
     for (Pass pass : kPasses) {
         std::vector<std::string> jumps;
         for (const auto& [bucket, lines] : passes[static_cast<size_t>(pass)]) {
@@ -186,8 +187,7 @@ std::string setSwitchScript(uint32_t disabledBefore, uint32_t disabledAfter,
         }
         for (uint32_t shard : shards) {
             script += std::string((disabledAfter & bit) != 0 ? "delete" : "add") + " element " +
-                      shardTable(shard) + " " + kEnabledSets + " { " + std::to_string(set) +
-                      " }\n";
+                      shardTable(shard) + " " + kEnabledSets + " { " + std::to_string(set) + " }\n";
         }
     }
     return script;

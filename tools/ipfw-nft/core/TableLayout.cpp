@@ -25,9 +25,8 @@ Status RuleStretch::read(const ipfwsim::StateFile& file, uint32_t low, uint32_t 
     for (std::string_view line : file.linesInRange(low, high)) {
         ipfwsim::StoredRule stored;
         if (!ipfwsim::StateFile::parseRuleLine(line, stored)) {
-            return Status::failure(ipfwsim::kExitDataErr,
-                                   "state file is corrupt: bad rule line '" + std::string(line) +
-                                       "'");
+            return Status::failure(ipfwsim::kExitDataErr, "state file is corrupt: bad rule line '" +
+                                                              std::string(line) + "'");
         }
         stretch.stored_.push_back(std::move(stored));
     }

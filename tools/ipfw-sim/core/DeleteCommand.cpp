@@ -61,9 +61,9 @@ std::string notFoundText(const std::string& word) {
     char* end = nullptr;
     const unsigned long low = std::strtoul(word.c_str(), &end, 10);
     const unsigned long high = *end == '-' ? std::strtoul(end + 1, nullptr, 10) : low;
-    return low == high ? "rule " + std::to_string(low) + " not found"
-                       : "no rules rules in " + std::to_string(low) + "-" + std::to_string(high) +
-                             " range";
+    return low == high
+               ? "rule " + std::to_string(low) + " not found"
+               : "no rules rules in " + std::to_string(low) + "-" + std::to_string(high) + " range";
 }
 
 }  // namespace

@@ -115,8 +115,7 @@ Status SetCommand::switchSets(uint32_t disable, uint32_t enable) {
     if (at == std::string_view::npos) {
         return Status::failure(kExitDataErr, "state file is corrupt: no set switches");
     }
-    const uint32_t disabled =
-        (header.disabledSets | disable) & ~enable & ~(1u << kReservedSet);
+    const uint32_t disabled = (header.disabledSets | disable) & ~enable & ~(1u << kReservedSet);
     char digits[16];
     std::snprintf(digits, sizeof(digits), "%08x", disabled);
     return context_.store.overwrite(at, digits);

@@ -133,7 +133,8 @@ Status StateFile::open() {
     } else {
         return corrupt("bad first line");
     }
-    if (content_.size() < layoutSize || content_.substr(kSortedEndField - 12, 12) != " sorted-end=" ||
+    if (content_.size() < layoutSize ||
+        content_.substr(kSortedEndField - 12, 12) != " sorted-end=" ||
         content_[layoutSize - 1] != '\n' ||
         (version_ == 2 && content_.substr(kKernelField - 8, 8) != " kernel=")) {
         return corrupt("bad first line");
@@ -378,7 +379,8 @@ std::string StateFile::assemble(const StateHeader& header, const Counters& wides
         head += dynamicLine(state);
     }
     const size_t rulesAt = layoutLine(0, 0).size() + head.size();
-    return layoutLine(rulesAt, rulesAt + ruleText.size(), header.kernelGeneration) + head + ruleText;
+    return layoutLine(rulesAt, rulesAt + ruleText.size(), header.kernelGeneration) + head +
+           ruleText;
 }
 
 }  // namespace ipfwsim

@@ -31,8 +31,8 @@ std::string dropTablesScript();
 
 // The lines of `rules` (all rules, in order) per bucket in `pass`, with the lookups of
 // kept flows where ipfw makes them.
-ipfwsim::Status bucketLines(const std::vector<PlacedRule>& rules, uint32_t disabledSets,
-                            Pass pass, BucketLines& buckets);
+ipfwsim::Status bucketLines(const std::vector<PlacedRule>& rules, uint32_t disabledSets, Pass pass,
+                            BucketLines& buckets);
 
 // Table `shard` whole, with `passes[pass]` the lines of its buckets.
 std::string shardTableText(uint32_t shard, uint32_t disabledSets, const PassLines& passes);

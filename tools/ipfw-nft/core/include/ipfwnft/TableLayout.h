@@ -89,8 +89,7 @@ ipfwsim::Status compileLines(const std::vector<PlacedRule>& rules, Pass pass,
                              std::vector<std::string>& lines);
 
 // The buckets of [low, high] that hold rules.
-std::vector<uint32_t> bucketsWithRules(const ipfwsim::StateFile& file, uint32_t low,
-                                       uint32_t high);
+std::vector<uint32_t> bucketsWithRules(const ipfwsim::StateFile& file, uint32_t low, uint32_t high);
 
 // The tables that hold rules.
 std::vector<uint32_t> shardsWithRules(const ipfwsim::StateFile& file);

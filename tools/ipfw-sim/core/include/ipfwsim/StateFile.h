@@ -100,8 +100,8 @@ public:
     // The same number of bytes as `line`, marking its rule deleted.
     static std::string tombstone(std::string_view line);
     static bool isTombstone(std::string_view line);
-    static constexpr size_t kSortedEndField = 48;   // offset of the sorted-end digits
-    static constexpr size_t kKernelField = 66;      // offset of the kernel generation digits
+    static constexpr size_t kSortedEndField = 48;  // offset of the sorted-end digits
+    static constexpr size_t kKernelField = 66;     // offset of the kernel generation digits
     static constexpr size_t kOffsetDigits = 10;
 
 private:
