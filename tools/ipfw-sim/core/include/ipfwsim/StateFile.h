@@ -27,9 +27,9 @@ struct DynamicState {
 };
 
 struct StateHeader {
-    // Which generation of the kernel's table an enforcing back end last wrote for this
-    // state (0: none known). The simulator only keeps it; it lives in the first line so
-    // that it can be written in place.
+    // How many of this state's changes an enforcing back end has brought into the kernel
+    // (0: none yet; it also marks a change under way). The simulator only keeps it; it
+    // lives in the first line so that it can be written in place.
     uint32_t kernelGeneration = 0;
     uint32_t disabledSets = 0;
     bool verbose = true;
