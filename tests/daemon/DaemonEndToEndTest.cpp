@@ -1,5 +1,6 @@
 // qvfwd and qvfwctl end to end, as a person runs them: real processes, real sockets, a
 // temporary state directory and the simulated ipfw.
+#include <endian.h>
 #include <google/protobuf/struct.pb.h>
 #include <google/protobuf/util/json_util.h>
 #include <google/protobuf/util/message_differencer.h>
@@ -14,6 +15,7 @@
 #include <vector>
 
 #include "DaemonSandbox.h"
+#include "FrameChannel.h"
 #include "IpfwListing.h"
 #include "QvControl.h"
 #include "QvFirewall.h"
@@ -89,6 +91,7 @@ protected:
     DaemonSandbox sandbox;
 };
 
+// The list's fields and the rule in words are the next test's; here each sub-command once.
 TEST_F(DaemonTest, RulesOfBothSetsGoThroughTheirWholeLifecycleFromJson) {
     // Added from an argument, with --json, from a file and from standard input.
     EXPECT_EQ(Ctl(std::string("add '") + kSshDeny + "'"), "added rule 3100 to the normal set\n");
@@ -99,33 +102,27 @@ TEST_F(DaemonTest, RulesOfBothSetsGoThroughTheirWholeLifecycleFromJson) {
               "added rule 2100 to the exception set\n");
     EXPECT_EQ(Ctl("add-rules -", std::string("[{\"order\":7,\"rule\":") + kUdpAllow + "}]"),
               "order 7 -> rule 3120\n");
-
-    // The JSON listing, read back: numbers, set, action, the ipfw text, the rule itself.
-    Value listed = ParseJson(Ctl("list --json"));
-    EXPECT_EQ(Field(listed, "set").number_value(), 19);
-    const Value& first = Field(listed, "rules").list_value().values(0);
-    EXPECT_EQ(Field(first, "number").number_value(), 3100);
-    EXPECT_EQ(Field(first, "action").string_value(), "deny");
-    EXPECT_EQ(Field(first, "ipfw").string_value(), "deny log logamount 0 proto tcp dst-port 22");
-    EXPECT_EQ(Field(Field(first, "rule"), "action").string_value(), "ACTION_DENY");
     EXPECT_EQ(ListedNumbers(sandbox, "list"), (std::vector<int>{3100, 3110, 3120}));
     EXPECT_NE(Ctl("list-exceptions")
                   .find("2100   18  allow  0        0        allow src-ip admin.example"),
               std::string::npos);
-    EXPECT_NE(IpfwShow().find("03100 0 0 set 19 deny log ip from any to any proto tcp dst-port 22"),
-              std::string::npos);
 
     // The rule read back is a rule qvfwctl accepts again.
-    std::string readBack = JsonText(Field(first, "rule"));
-    EXPECT_NE(Ctl("check '" + readBack + "'").find("ipfw accepts it"), std::string::npos);
+    Value listed = ParseJson(Ctl("list --json"));
+    EXPECT_EQ(Field(listed, "set").number_value(), 19);
+    const Value& first = Field(listed, "rules").list_value().values(0);
+    EXPECT_EQ(Field(first, "ipfw").string_value(), "deny log logamount 0 proto tcp dst-port 22");
+    EXPECT_NE(Ctl("check '" + JsonText(Field(first, "rule")) + "'").find("ipfw accepts it"),
+              std::string::npos);
 
     Ctl("swap 3100 3110");
-    EXPECT_EQ(Field(Field(ParseJson(Ctl("list --json")), "rules").list_value().values(0), "action")
-                  .string_value(),
-              "reset");
     Ctl(std::string("modify 3120 '") + kSshDeny + "'");
-    EXPECT_NE(IpfwShow().find("03120 0 0 set 19 deny log ip from any to any proto tcp dst-port 22"),
-              std::string::npos);
+    const std::string installed = IpfwShow();
+    for (const char* rule :
+         {"03100 0 0 set 19 reset", "03110 0 0 set 19 deny",
+          "03120 0 0 set 19 deny log ip from any to any proto tcp dst-port 22"}) {
+        EXPECT_NE(installed.find(rule), std::string::npos) << rule << "\n" << installed;
+    }
     Ctl("delete 3100");
     Ctl("delete-exception 2100");
     EXPECT_EQ(ListedNumbers(sandbox, "list"), (std::vector<int>{3110, 3120}));
@@ -180,11 +177,6 @@ TEST_F(DaemonTest, RulesInWordsAreTheRulesOfTheirJsonAndListWithDottedAddressesA
     RunResult badList = sandbox.Run("qvfwctl add-rules 'allow proto udp' 'deny proto icmpp'");
     EXPECT_EQ(badList.exitCode, 2);
     EXPECT_NE(badList.err.find("rule 2: word 3 'icmpp'"), std::string::npos) << badList.err;
-
-    RunResult misspelled = sandbox.Run("qvfwctl add deny proto tcp scr-ip 10.1.2.3");
-    EXPECT_EQ(misspelled.exitCode, 2);
-    EXPECT_NE(misspelled.err.find("word 4 'scr-ip': expected an option"), std::string::npos)
-        << misspelled.err;
 }
 
 TEST_F(DaemonTest, RefusalsPrintTheirCodeAndMeaningAndExitNonZero) {
@@ -195,7 +187,6 @@ TEST_F(DaemonTest, RefusalsPrintTheirCodeAndMeaningAndExitNonZero) {
     };
     const Case cases[] = {
         {R"(add '{"action":"ACTION_DENY","actoin":1}')", 2, "actoin"},
-        {R"(add '{"action":"ACTION_DENY","protocol":{"protocol":"PROTO_VALUE_TCP"}}')", 2, "type"},
         {R"(add '{"action":"ACTION_DENY"}')", 1, "error 20704: ipfw refused the rule"},
         {R"(check '{"action":"ACTION_UNREACH","unreach_code":999,"keep_state":true}')", 1,
          "unknown ICMP unreachable code"},
@@ -255,24 +246,6 @@ TEST_F(DaemonTest, ADeniedPacketsEventReachesWatchAndIsKept) {
     EXPECT_FALSE(Field(status, "notify").bool_value());
     EXPECT_TRUE(Field(status, "enabled").bool_value());
     EXPECT_EQ(Field(status, "normal_rules").number_value(), 1);
-}
-
-TEST_F(DaemonTest, ADaemonKilledWithSigkillComesBackWithEveryStoredRule) {
-    Ctl(std::string("add '") + kSshDeny + "'");
-    Ctl(std::string("add '") + kWebReset + "'");
-    Ctl(std::string("add-exception '") + kAdminAllow + "'");
-    ASSERT_EQ(sandbox.StopDaemon(SIGKILL), -1);
-    struct stat left;
-    ASSERT_EQ(stat(sandbox.controlSocket().c_str(), &left), 0) << "a stale socket stays behind";
-
-    ASSERT_TRUE(sandbox.StartDaemon()) << sandbox.daemonLog();
-    EXPECT_EQ(ListedNumbers(sandbox, "list"), (std::vector<int>{3100, 3110}));
-    EXPECT_EQ(ListedNumbers(sandbox, "list-exceptions"), (std::vector<int>{2100}));
-    std::string installed = IpfwShow();
-    for (const char* rule :
-         {"03100 0 0 set 19 deny", "03110 0 0 set 19 reset", "02100 0 0 set 18 allow"}) {
-        EXPECT_NE(installed.find(rule), std::string::npos) << rule << "\n" << installed;
-    }
 }
 
 // Killed while it replaces the normal set with a long list, at a different moment each
@@ -342,7 +315,6 @@ TEST(DaemonStartTest, WithoutAConfigurationTheDaemonExitsWithTheCodeAndItsMeanin
 class RawClient {
 public:
     explicit RawClient(const std::string& path) {
-        m_fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
         sockaddr_un address{};
         address.sun_family = AF_UNIX;
         snprintf(address.sun_path, sizeof address.sun_path, "%s", path.c_str());
@@ -351,83 +323,47 @@ public:
     ~RawClient() { close(m_fd); }
     bool connected() const { return m_connected; }
 
+    // A header that announces `length` bytes, then `bytes`, however many they are.
     void Send(uint32_t head, uint32_t length, const std::string& bytes) {
-        std::string frame = Le32(head) + Le32(length) + bytes;
+        const uint32_t header[2] = {htole32(head), htole32(length)};
+        std::string frame = std::string(reinterpret_cast<const char*>(header), 8) + bytes;
         EXPECT_EQ(send(m_fd, frame.data(), frame.size(), MSG_NOSIGNAL),
                   static_cast<ssize_t>(frame.size()));
     }
     void CloseWriting() { shutdown(m_fd, SHUT_WR); }
-
-    // The next reply's code and payload; false when the daemon closed the connection.
-    bool Receive(int32_t* code, std::string* payload) {
-        std::string header;
-        if (!ReadExactly(8, &header)) {
-            return false;
-        }
-        *code = static_cast<int32_t>(LoadLe32(header, 0));
-        return ReadExactly(LoadLe32(header, 4), payload);
-    }
+    // False when the daemon closed the connection instead of replying.
+    bool Receive(qvctl::Frame* reply) { return m_channel.Read(reply) == qvctl::FrameStatus::kOk; }
 
 private:
-    static std::string Le32(uint32_t value) {
-        std::string out(4, '\0');
-        for (int i = 0; i < 4; ++i) {
-            out[i] = static_cast<char>(value >> (8 * i));
-        }
-        return out;
-    }
-    static uint32_t LoadLe32(const std::string& in, size_t at) {
-        uint32_t value = 0;
-        for (int i = 3; i >= 0; --i) {
-            value = value << 8 | static_cast<uint8_t>(in[at + i]);
-        }
-        return value;
-    }
-    bool ReadExactly(size_t length, std::string* out) {
-        out->assign(length, '\0');
-        struct timeval limit {
-            10, 0
-        };
-        setsockopt(m_fd, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit);
-        for (size_t done = 0; done < length;) {
-            ssize_t got = recv(m_fd, &(*out)[done], length - done, 0);
-            if (got <= 0) {
-                return false;
-            }
-            done += static_cast<size_t>(got);
-        }
-        return true;
-    }
-
-    int m_fd = -1;
+    int m_fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    qvctl::FrameChannel m_channel{m_fd, -1, 10000};
     bool m_connected = false;
 };
 
 TEST_F(DaemonTest, OneConnectionCarriesManyCallsAndAMalformedFrameClosesOnlyItsOwn) {
     RawClient steady(sandbox.controlSocket());
     ASSERT_TRUE(steady.connected());
-    int32_t code = -1;
-    std::string payload;
+    qvctl::Frame reply;
     steady.Send(0x7777, 0, "");  // not in the table: the plug-in's default handler
-    ASSERT_TRUE(steady.Receive(&code, &payload));
-    EXPECT_EQ(code, 0);
+    ASSERT_TRUE(steady.Receive(&reply));
+    EXPECT_EQ(reply.head, 0u);
 
     RawClient tooLong(sandbox.controlSocket());
     tooLong.Send(QV_CMD_IS_FW_ENABLE, ipc::kMaxPayload + 1, "");
-    EXPECT_FALSE(tooLong.Receive(&code, &payload));
+    EXPECT_FALSE(tooLong.Receive(&reply));
     RawClient cutShort(sandbox.controlSocket());
     cutShort.Send(QV_CMD_ADD_RULE, 10, "abc");
     cutShort.CloseWriting();
-    EXPECT_FALSE(cutShort.Receive(&code, &payload));
+    EXPECT_FALSE(cutShort.Receive(&reply));
 
     // A client that connects and never sends holds only its own thread: others are
     // served, and the daemon still stops at once on SIGTERM.
     RawClient idle(sandbox.controlSocket());
     ASSERT_TRUE(idle.connected());
     steady.Send(QV_CMD_IS_FW_ENABLE, 0, "");
-    ASSERT_TRUE(steady.Receive(&code, &payload));
-    EXPECT_EQ(code, 0);
-    EXPECT_EQ(payload, std::string("\x08\x01", 2));  // BoolType{value: true}
+    ASSERT_TRUE(steady.Receive(&reply));
+    EXPECT_EQ(reply.head, 0u);
+    EXPECT_EQ(reply.payload, std::string("\x08\x01", 2));  // BoolType{value: true}
     EXPECT_EQ(sandbox.Run("qvfwctl status").exitCode, 0);
     EXPECT_EQ(sandbox.StopDaemon(SIGTERM), 0);
 }
