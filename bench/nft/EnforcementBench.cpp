@@ -94,57 +94,43 @@ const std::string kAdd =
     "ipfw -q add " + std::to_string(kChanged) + " set 19 deny proto tcp dst-port 7";
 const std::string kDelete = "ipfw -q delete " + std::to_string(kChanged);
 
-void BM_EnforcedAdd(benchmark::State& state) {
+// With state.range(0) rules installed and `setup` run once: each round times `timed`,
+// then undoes it untimed with `undo` and lets the kernel settle.
+void timedAndUndone(benchmark::State& state, const std::string& timed, const std::string& undo,
+                    const std::string& setup = "") {
     InstalledRules rules(static_cast<int>(state.range(0)));
+    if (!rules.ok() || (!setup.empty() && !run(setup))) {
+        state.SkipWithError("ipfw failed");
+        return;
+    }
+    settle();
     for (auto _ : state) {
-        const bool added = run(kAdd);
+        const bool done = run(timed);
         state.PauseTiming();
-        if (!added || !run(kDelete)) {
+        if (!done || !run(undo)) {
             state.SkipWithError("ipfw failed");
             break;
         }
         settle();
         state.ResumeTiming();
     }
+}
+
+void BM_EnforcedAdd(benchmark::State& state) {
+    timedAndUndone(state, kAdd, kDelete);
 }
 
 void BM_EnforcedDelete(benchmark::State& state) {
-    InstalledRules rules(static_cast<int>(state.range(0)));
-    for (auto _ : state) {
-        state.PauseTiming();
-        const bool added = run(kAdd);
-        settle();
-        state.ResumeTiming();
-        if (!added || !run(kDelete)) {
-            state.SkipWithError("ipfw failed");
-            break;
-        }
-    }
-}
-
-// Timed: `first`; untimed: `then`, which undoes it.
-void switchSets(benchmark::State& state, const char* first, const char* then) {
-    InstalledRules rules(static_cast<int>(state.range(0)));
-    for (auto _ : state) {
-        const bool switched = run(first);
-        state.PauseTiming();
-        if (!switched || !run(then)) {
-            state.SkipWithError("ipfw failed");
-            break;
-        }
-        settle();
-        state.ResumeTiming();
-    }
+    timedAndUndone(state, kDelete, kAdd, kAdd);
 }
 
 void BM_EnforcedSetDisable(benchmark::State& state) {
-    switchSets(state, "ipfw -q set disable 19", "ipfw -q set enable 19");
+    timedAndUndone(state, "ipfw -q set disable 19", "ipfw -q set enable 19");
 }
 
 void BM_EnforcedSetEnable(benchmark::State& state) {
-    InstalledRules rules(0);
-    run("ipfw -q set disable 19");
-    switchSets(state, "ipfw -q set enable 19", "ipfw -q set disable 19");
+    timedAndUndone(state, "ipfw -q set enable 19", "ipfw -q set disable 19",
+                   "ipfw -q set disable 19");
 }
 
 qor::vela::FwRuleInfoList ruleList(int count) {
