@@ -1,13 +1,12 @@
 #include "ipfwnft/EnforcingIpfw.h"
 
-#include <cctype>
 #include <cstdio>
-#include <cstdlib>
 
 #include "ipfwnft/RuleCompiler.h"
 #include "ipfwnft/TableCompiler.h"
 #include "ipfwnft/TableLayout.h"
 #include "ipfwsim/CommandLine.h"
+#include "ipfwsim/DeleteCommand.h"
 #include "ipfwsim/FirewallState.h"
 #include "ipfwsim/KeywordMatch.h"
 #include "ipfwsim/RuleParser.h"
@@ -32,19 +31,6 @@ std::string generationDigits(uint32_t generation) {
     char text[16];
     std::snprintf(text, sizeof(text), "%010u", generation);
     return text;
-}
-
-// "N" or "N-M" as delete reads them; false at the first word that is not a number.
-bool numberRange(const std::string& word, std::pair<uint32_t, uint32_t>& range) {
-    if (word.empty() || std::isdigit(static_cast<unsigned char>(word[0])) == 0) {
-        return false;
-    }
-    char* end = nullptr;
-    const unsigned long low = std::strtoul(word.c_str(), &end, 10);
-    const unsigned long high = *end == '-' ? std::strtoul(end + 1, nullptr, 10) : low;
-    const unsigned long top = ipfwsim::kHighestUserRule;
-    range = {static_cast<uint32_t>(std::min(low, top)), static_cast<uint32_t>(std::min(high, top))};
-    return true;
 }
 
 }  // namespace
@@ -151,15 +137,16 @@ RuleChange EnforcingIpfw::describeChange(const std::vector<std::string>& argumen
         const uint32_t added = number != 0 ? static_cast<uint32_t>(number) : after.lastNumber();
         change.numbers.emplace_back(added, added);
     } else if (verbIs(words, 0, "delete") && !verbIs(words, 1, "set")) {
-        std::pair<uint32_t, uint32_t> range;
-        for (size_t i = 1; i < words.size() && numberRange(words[i], range); ++i) {
-            change.numbers.push_back(range);
+        for (const std::string& word : ipfwsim::deleteOperands({words.begin() + 1, words.end()})) {
+            uint32_t low = 0;
+            uint32_t high = 0;
+            if (ipfwsim::userRuleRange(word, low, high)) {
+                change.numbers.emplace_back(low, high);
+            }
         }
-    } else if (verbIs(words, 0, "set") &&
-               (verbIs(words, 1, "enable") || verbIs(words, 1, "disable"))) {
-        change.switchesSets = true;
     } else {
-        change.whole = true;
+        change.whole = !verbIs(words, 0, "set") ||
+                       !(verbIs(words, 1, "enable") || verbIs(words, 1, "disable"));
     }
     return change;
 }

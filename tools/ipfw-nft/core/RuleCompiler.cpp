@@ -20,12 +20,6 @@ using ipfwsim::Status;
 constexpr uint32_t kFlowMarkTag = 0x1f000000;
 constexpr uint32_t kHighestRejectCode = 127;  // nftables names no ICMP code above it
 
-std::string hex(uint32_t value) {
-    char text[16];
-    std::snprintf(text, sizeof(text), "0x%08x", value);
-    return text;
-}
-
 // "numgen" draws in the same range as ipfw's scaled probability, so the odds are equal.
 std::string probabilityTest(const Rule& rule) {
     if (!rule.hasProbability) {
@@ -48,7 +42,7 @@ Status verdict(const Rule& rule, Pass pass, std::string& text) {
     const uint32_t argument = rule.action.argument;
     switch (rule.action.kind) {
         case ActionKind::Allow:
-            text = "meta mark set meta mark | " + hex(allowedBit(pass)) + " accept";
+            text = "meta mark set meta mark | " + hexWord(allowedBit(pass)) + " accept";
             return Status::success();
         case ActionKind::Deny:
             text = "drop";
@@ -123,6 +117,12 @@ std::string comment(const Rule& rule) {
 
 }  // namespace
 
+std::string hexWord(uint32_t value) {
+    char text[16];
+    std::snprintf(text, sizeof(text), "0x%08x", value);
+    return text;
+}
+
 uint32_t flowMark(const PlacedRule& placed) {
     return kFlowMarkTag | (placed.rule->number << 8) | (placed.ordinal & 0xff);
 }
@@ -139,7 +139,8 @@ Status compileRule(const PlacedRule& placed, Pass pass, std::vector<std::string>
     if (!status.ok() || !possible || rule.action.kind == ActionKind::CheckState) {
         return status;
     }
-    const std::string keep = rule.keepsState() ? "ct mark set " + hex(flowMark(placed)) + " " : "";
+    const std::string keep =
+        rule.keepsState() ? "ct mark set " + hexWord(flowMark(placed)) + " " : "";
     lines.push_back(probabilityTest(rule) + tests + keep + logStatement(placed, pass) + action +
                     comment(rule));
     return Status::success();
@@ -153,7 +154,7 @@ Status stateLookupLines(const std::vector<PlacedRule>& keepers, const Rule& look
         if (!status.ok()) {
             return status;
         }
-        lines.push_back("ct mark " + hex(flowMark(keeper)) + " " + probabilityTest(lookupRule) +
+        lines.push_back("ct mark " + hexWord(flowMark(keeper)) + " " + probabilityTest(lookupRule) +
                         logStatement(keeper, pass) + action + comment(*keeper.rule));
     }
     return Status::success();

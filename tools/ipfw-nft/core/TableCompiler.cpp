@@ -1,6 +1,5 @@
 #include "ipfwnft/TableCompiler.h"
 
-#include <cstdio>
 #include <map>
 #include <vector>
 
@@ -43,12 +42,6 @@ bool enabled(const Rule& rule, uint32_t disabledSets) {
     return (disabledSets & (1u << rule.set)) == 0;
 }
 
-std::string hex(uint32_t value) {
-    char text[16];
-    std::snprintf(text, sizeof(text), "0x%08x", value);
-    return text;
-}
-
 std::string chainText(const std::string& name, const std::string& head,
                       const std::vector<std::string>& lines) {
     std::string text = "\tchain " + name + " {\n" + head;
@@ -74,7 +67,7 @@ std::string enabledSetsText(uint32_t disabledSets) {
 }
 
 std::string headTableText() {
-    const std::string clear = "meta mark set meta mark & " + hex(~(kAllowedIn | kAllowedOut));
+    const std::string clear = "meta mark set meta mark & " + hexWord(~(kAllowedIn | kAllowedOut));
     std::string body;
     for (const char* hook : {"prerouting", "output", "forward"}) {
         body += chainText(
@@ -129,7 +122,7 @@ std::string shardTableText(uint32_t shard, uint32_t disabledSets, const PassLine
         body += chainText(passChain(pass), "", jumps);
     }
     for (const Hook& hook : hooks()) {
-        const std::string bit = hex(allowedBit(hook.pass));
+        const std::string bit = hexWord(allowedBit(hook.pass));
         body += chainText(hook.chain,
                           std::string("\t\ttype filter hook ") + hook.hook + " priority filter + " +
                               std::to_string(hook.priority + shard) + "; policy accept;\n",

@@ -48,19 +48,21 @@ bool RuleStretch::looksUpState() const {
     return false;
 }
 
+namespace {
+
+bool sameRule(const ipfwsim::Rule& a, const ipfwsim::Rule& b) {
+    return a.number == b.number && a.set == b.set &&
+           ipfwsim::encodeRule(a) == ipfwsim::encodeRule(b);
+}
+
+}  // namespace
+
 bool RuleStretch::extends(const RuleStretch& earlier) const {
-    if (earlier.stored_.size() >= stored_.size()) {
-        return false;
-    }
-    for (size_t i = 0; i < earlier.stored_.size(); ++i) {
-        const ipfwsim::Rule& was = earlier.stored_[i].rule;
-        const ipfwsim::Rule& is = stored_[i].rule;
-        if (was.number != is.number || was.set != is.set ||
-            ipfwsim::encodeRule(was) != ipfwsim::encodeRule(is)) {
-            return false;
-        }
-    }
-    return true;
+    return earlier.stored_.size() < stored_.size() &&
+           std::equal(earlier.stored_.begin(), earlier.stored_.end(), stored_.begin(),
+                      [](const ipfwsim::StoredRule& was, const ipfwsim::StoredRule& is) {
+                          return sameRule(was.rule, is.rule);
+                      });
 }
 
 bool RuleStretch::keepsOnlyFrom(const RuleStretch& earlier) const {
@@ -69,8 +71,7 @@ bool RuleStretch::keepsOnlyFrom(const RuleStretch& earlier) const {
         if (!holdsNumber(was.rule.number)) {
             continue;
         }
-        if (next == stored_.size() || stored_[next].rule.set != was.rule.set ||
-            ipfwsim::encodeRule(stored_[next].rule) != ipfwsim::encodeRule(was.rule)) {
+        if (next == stored_.size() || !sameRule(stored_[next].rule, was.rule)) {
             return false;
         }
         ++next;
@@ -106,12 +107,8 @@ std::vector<uint32_t> bucketsWithRules(const ipfwsim::StateFile& file, uint32_t 
     for (std::string_view line : file.linesInRange(low, high)) {
         const long number = ipfwsim::ruleLineNumber(line);
         const uint32_t bucket = bucketOf(static_cast<uint32_t>(number < 0 ? 0 : number));
-        if (buckets.empty() || buckets.back() < bucket) {
+        if (buckets.empty() || buckets.back() != bucket) {  // the lines come in number order
             buckets.push_back(bucket);
-        } else if (buckets.back() > bucket) {
-            // The overflow part is in arrival order.
-            buckets.insert(std::lower_bound(buckets.begin(), buckets.end(), bucket), bucket);
-            buckets.erase(std::unique(buckets.begin(), buckets.end()), buckets.end());
         }
     }
     return buckets;

@@ -15,11 +15,7 @@ int DeleteCommand::runDelete(std::vector<std::string> words) {
     if (bySet) {
         words.erase(words.begin());
     }
-    // Like the real command, it stops quietly at the first word that is not a number.
-    const auto firstWord = std::find_if(words.begin(), words.end(), [](const std::string& word) {
-        return word.empty() || std::isdigit(static_cast<unsigned char>(word[0])) == 0;
-    });
-    words.erase(firstWord, words.end());
+    words = deleteOperands(std::move(words));
     int inPlaceCode = kExitOk;
     if (!bySet && deleteInPlace(words, inPlaceCode)) {
         return inPlaceCode;
@@ -45,10 +41,15 @@ int DeleteCommand::runDelete(std::vector<std::string> words) {
     return exitCode;
 }
 
-namespace {
+std::vector<std::string> deleteOperands(std::vector<std::string> words) {
+    const auto firstWord = std::find_if(words.begin(), words.end(), [](const std::string& word) {
+        return word.empty() || std::isdigit(static_cast<unsigned char>(word[0])) == 0;
+    });
+    words.erase(firstWord, words.end());
+    return words;
+}
 
-// "N" or "N-M" as the bounds of the user rules it covers; false when it covers none.
-bool userRange(const std::string& word, uint32_t& low, uint32_t& high) {
+bool userRuleRange(const std::string& word, uint32_t& low, uint32_t& high) {
     char* end = nullptr;
     const unsigned long first = std::strtoul(word.c_str(), &end, 10);
     const unsigned long last = *end == '-' ? std::strtoul(end + 1, nullptr, 10) : first;
@@ -56,6 +57,8 @@ bool userRange(const std::string& word, uint32_t& low, uint32_t& high) {
     high = static_cast<uint32_t>(std::min<unsigned long>(last, kHighestUserRule));
     return first <= kHighestUserRule;
 }
+
+namespace {
 
 std::string notFoundText(const std::string& word) {
     char* end = nullptr;
@@ -82,7 +85,8 @@ bool DeleteCommand::deleteInPlace(const std::vector<std::string>& words, int& ex
         for (const std::string& word : words) {
             uint32_t low = 0;
             uint32_t high = 0;
-            if (userRange(word, low, high) && state.ruleNumber >= low && state.ruleNumber <= high) {
+            if (userRuleRange(word, low, high) && state.ruleNumber >= low &&
+                state.ruleNumber <= high) {
                 return false;
             }
         }
@@ -102,7 +106,7 @@ bool DeleteCommand::deleteInPlace(const std::vector<std::string>& words, int& ex
         uint32_t low = 0;
         uint32_t high = 0;
         std::vector<std::string_view> doomed;
-        if (userRange(word, low, high) && low <= high) {
+        if (userRuleRange(word, low, high) && low <= high) {
             doomed = current.linesInRange(low, high);
         }
         if (doomed.empty()) {
@@ -142,7 +146,7 @@ size_t DeleteCommand::deleteSet(const std::string& word, FirewallState& state) c
 size_t DeleteCommand::deleteNumbers(const std::string& word, FirewallState& state) const {
     uint32_t low = 0;
     uint32_t high = 0;
-    const size_t gone = userRange(word, low, high) ? state.eraseNumbers(low, high) : 0;
+    const size_t gone = userRuleRange(word, low, high) ? state.eraseNumbers(low, high) : 0;
     if (gone == 0) {
         context_.warn(notFoundText(word));
     }

@@ -11,11 +11,11 @@
 
 namespace ipfwnft {
 
-// What one ipfw command changed: the numbers whose rules it added or deleted, and
-// whether it switched sets. Anything else (a flush, a set deleted or moved) is `whole`.
+// What one ipfw command changed: the numbers whose rules it added or deleted (a set
+// switch shows in the states' headers). Anything else (a flush, a set deleted or moved)
+// is `whole`.
 struct RuleChange {
     std::vector<std::pair<uint32_t, uint32_t>> numbers;  // inclusive ranges
-    bool switchesSets = false;
     bool whole = false;
 };
 

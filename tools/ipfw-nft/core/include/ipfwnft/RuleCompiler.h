@@ -17,6 +17,9 @@ struct PlacedRule {
     uint32_t ordinal = 0;
 };
 
+// A 32-bit value as nftables reads a mark: "0x0000001f".
+std::string hexWord(uint32_t value);
+
 // The connection mark of flows that a keep-state rule let in.
 uint32_t flowMark(const PlacedRule& placed);
 

@@ -1,11 +1,19 @@
 #pragma once
 
+#include <cstdint>
 #include <string>
 #include <vector>
 
 #include "ipfwsim/CommandContext.h"
 
 namespace ipfwsim {
+
+// The operands of "ipfw delete N|N-M ...": like the real command, the words up to the
+// first one that is not a number.
+std::vector<std::string> deleteOperands(std::vector<std::string> words);
+
+// "N" or "N-M" as the bounds of the user rules it covers; false when it covers none.
+bool userRuleRange(const std::string& word, uint32_t& low, uint32_t& high);
 
 // "ipfw delete [set] N|N-M ..." and "ipfw flush". Deleting a rule also drops the
 // dynamic entries it created; the default rule and the disabled-set mask survive.
