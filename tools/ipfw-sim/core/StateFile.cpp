@@ -199,30 +199,44 @@ size_t StateFile::lowerBound(uint32_t number) const {
     return low;
 }
 
-std::vector<std::string_view> StateFile::linesInRange(uint32_t low, uint32_t high) const {
-    std::vector<std::pair<long, std::string_view>> found;
+// Calls `visit(number, line)` for each live rule line numbered within [low, high]: the
+// sorted part from a binary search on, then the whole overflow. Stops when `visit`
+// returns false; says whether it ran to the end.
+template <typename Visit>
+bool StateFile::visitLinesInRange(uint32_t low, uint32_t high, Visit visit) const {
+    const auto inRange = [low, high](long number) {
+        return number >= static_cast<long>(low) && number <= static_cast<long>(high);
+    };
     for (size_t pos = lowerBound(low); pos < sortedEnd_;) {
         size_t next = lineEnd(pos);
         std::string_view line = content_.substr(pos, next - pos - 1);
-        long number = ruleLineNumber(line);
+        const long number = ruleLineNumber(line);
         if (number > static_cast<long>(high)) {
             break;
         }
-        if (number >= static_cast<long>(low) && !isTombstone(line)) {
-            found.emplace_back(number, line);
+        if (inRange(number) && !isTombstone(line) && !visit(number, line)) {
+            return false;
         }
         pos = next;
     }
     for (size_t pos = sortedEnd_; pos < end_;) {
         size_t next = lineEnd(pos);
         std::string_view line = content_.substr(pos, next - pos - 1);
-        long number = ruleLineNumber(line);
-        if (number >= static_cast<long>(low) && number <= static_cast<long>(high) &&
-            !isTombstone(line)) {
-            found.emplace_back(number, line);
+        const long number = ruleLineNumber(line);
+        if (inRange(number) && !isTombstone(line) && !visit(number, line)) {
+            return false;
         }
         pos = next;
     }
+    return true;
+}
+
+std::vector<std::string_view> StateFile::linesInRange(uint32_t low, uint32_t high) const {
+    std::vector<std::pair<long, std::string_view>> found;
+    visitLinesInRange(low, high, [&found](long number, std::string_view line) {
+        found.emplace_back(number, line);
+        return true;
+    });
     std::stable_sort(found.begin(), found.end(),
                      [](const auto& a, const auto& b) { return a.first < b.first; });
     std::vector<std::string_view> lines;
@@ -239,27 +253,7 @@ size_t StateFile::headerValueAt(std::string_view key) const {
 }
 
 bool StateFile::holdsRulesIn(uint32_t low, uint32_t high) const {
-    for (size_t pos = lowerBound(low); pos < sortedEnd_;) {
-        size_t next = lineEnd(pos);
-        std::string_view line = content_.substr(pos, next - pos - 1);
-        const long number = ruleLineNumber(line);
-        if (number > static_cast<long>(high)) {
-            break;
-        }
-        if (number >= static_cast<long>(low) && !isTombstone(line)) {
-            return true;
-        }
-        pos = next;
-    }
-    for (size_t pos = sortedEnd_; pos < end_; pos = lineEnd(pos)) {
-        std::string_view line = content_.substr(pos, lineEnd(pos) - pos - 1);
-        long number = ruleLineNumber(line);
-        if (number >= static_cast<long>(low) && number <= static_cast<long>(high) &&
-            !isTombstone(line)) {
-            return true;
-        }
-    }
-    return false;
+    return !visitLinesInRange(low, high, [](long, std::string_view) { return false; });
 }
 
 uint32_t StateFile::lastNumber() const {

@@ -105,6 +105,8 @@ public:
     static constexpr size_t kOffsetDigits = 10;
 
 private:
+    template <typename Visit>
+    bool visitLinesInRange(uint32_t low, uint32_t high, Visit visit) const;
     size_t lineStart(size_t pos) const;
     size_t lineEnd(size_t pos) const;
     size_t lowerBound(uint32_t number) const;
