@@ -52,7 +52,10 @@ TEST(StateRewrites, DeleteMarksLinesInPlaceAndAFullOverflowIsMerged) {
     // A rule numbered below a marked line goes after it out of order, and is found.
     s.run("-q add 250 allow proto udp");
     EXPECT_EQ(s.run("list 250"), "00250 allow ip from any to any proto udp\n");
-    EXPECT_EQ(s.run("-q delete 250"), "");
+    // A listing above an overflowed rule leaves it out.
+    s.run("-q add 400 allow proto tcp");
+    EXPECT_EQ(s.run("list 400"), "00400 allow ip from any to any proto tcp\n");
+    EXPECT_EQ(s.run("-q delete 250 400"), "");
     EXPECT_EQ(s.run("list"),
               "00100 allow ip from any to any proto tcp\n65535 allow ip from any to any\n");
     // Numbering follows the last rule that is left.
