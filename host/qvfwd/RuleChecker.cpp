@@ -13,17 +13,19 @@ namespace {
 constexpr unsigned int kIpfwTimeoutSeconds = 10;
 constexpr size_t kOutputBytes = 8192;
 
-bool RunShell(const std::string& command, std::string* output) {
-    std::vector<char> buffer(kOutputBytes, '\0');
-    bool ran = QvSystem(command.c_str(), buffer.data(), static_cast<unsigned int>(buffer.size()),
-                        kIpfwTimeoutSeconds);
-    *output = buffer.data();
-    return ran;
-}
-
 }  // namespace
 
-RuleChecker::RuleChecker() : m_run(RunShell) {}
+RuleChecker::Runner RuleChecker::ShellRunner(size_t outputBytes) {
+    return [outputBytes](const std::string& command, std::string* output) {
+        std::vector<char> buffer(outputBytes, '\0');
+        const bool ran = QvSystem(command.c_str(), buffer.data(),
+                                  static_cast<unsigned int>(buffer.size()), kIpfwTimeoutSeconds);
+        *output = buffer.data();
+        return ran;
+    };
+}
+
+RuleChecker::RuleChecker() : m_run(ShellRunner(kOutputBytes)) {}
 
 int32_t RuleChecker::RuleText(const std::string& rule, std::string* text) const {
     qor::vela::FwRule message;

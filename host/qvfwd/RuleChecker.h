@@ -4,6 +4,7 @@
 // for the shell, so nothing from the message reaches /bin/sh unchecked.
 #pragma once
 
+#include <stddef.h>
 #include <stdint.h>
 
 #include <functional>
@@ -18,6 +19,8 @@ public:
     // Runs a command line through /bin/sh with standard error joined to the captured
     // output; false when it could not be run to completion.
     using Runner = std::function<bool(const std::string& command, std::string* output)>;
+    // The one through QvSystem, capturing at most `outputBytes`.
+    static Runner ShellRunner(size_t outputBytes);
 
     RuleChecker();
     explicit RuleChecker(Runner runner) : m_run(std::move(runner)) {}
