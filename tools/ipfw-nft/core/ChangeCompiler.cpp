@@ -195,9 +195,6 @@ private:
         PassLines passes;
         for (Pass pass : kPasses) {
             BucketLines& buckets = passes[static_cast<size_t>(pass)];
-            for (const PlacedRule& placed : rules.placed()) {
-                buckets[bucketOf(placed.rule->number)];
-            }
             if (status.ok()) {
                 status = bucketLines(rules.placed(), disabledSets_, pass, buckets);
             }

@@ -135,14 +135,10 @@ std::string shardTableText(uint32_t shard, uint32_t disabledSets, const PassLine
 Status compileTable(const ipfwsim::FirewallState& state, std::string& script) {
     const std::vector<PlacedRule> rules = placedRules(state);
     const uint32_t disabledSets = state.header().disabledSets;
-    // Per table, per pass: the lines of each bucket, buckets of rules that cannot match
-    // in a pass included.
+    // Per table, per pass: the lines of each bucket.
     std::map<uint32_t, PassLines> shards;
     for (Pass pass : kPasses) {
         BucketLines buckets;
-        for (const PlacedRule& placed : rules) {
-            buckets[bucketOf(placed.rule->number)];
-        }
         Status status = bucketLines(rules, disabledSets, pass, buckets);
         if (!status.ok()) {
             return status;

@@ -29,7 +29,8 @@ ipfwsim::Status compileTable(const ipfwsim::FirewallState& state, std::string& s
 // A script that removes every table of this back end, whether or not it exists.
 std::string dropTablesScript();
 
-// The lines of `rules` (all rules, in order) per bucket in `pass`, with the lookups of
+// The lines of `rules` (all rules, in order) per bucket in `pass` (a bucket of rules
+// that cannot match in the pass is there with no lines), with the lookups of
 // kept flows where ipfw makes them.
 ipfwsim::Status bucketLines(const std::vector<PlacedRule>& rules, uint32_t disabledSets, Pass pass,
                             BucketLines& buckets);
