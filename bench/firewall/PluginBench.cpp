@@ -230,22 +230,8 @@ void BM_SetRuleListFloor(benchmark::State& state) {
 // ---- start-up ------------------------------------------------------------------------
 
 void BM_Startup(benchmark::State& state) {
-    const qvbench::PluginApi* api = qvbench::PluginApi::instance();
-    if (api == nullptr) {
-        state.SkipWithError("plug-in not loaded");
-        return;
-    }
     PluginWorld world(static_cast<int>(state.range(0)));
-    for (auto _ : state) {
-        const int code = api->initialize(nullptr);
-        state.PauseTiming();
-        api->finalize();
-        if (code != 0) {
-            state.SkipWithError("start-up failed");
-            break;
-        }
-        state.ResumeTiming();
-    }
+    qvbench::timeStartups(state);
 }
 
 // What start-up must run: both sets enabled (the flag saved once), verbose logging on,

@@ -171,20 +171,8 @@ void BM_SetRuleListSimulated(benchmark::State& state) {
 }
 
 void startup(benchmark::State& state, const std::string& ipfwDir) {
-    const qvbench::PluginApi* api = qvbench::PluginApi::instance();
     PluginWorld world(static_cast<int>(state.range(0)), ipfwDir, kSpacing);
-    for (auto _ : state) {
-        const int code = api != nullptr ? api->initialize(nullptr) : -1;
-        state.PauseTiming();
-        if (api != nullptr) {
-            api->finalize();
-        }
-        if (code != 0) {
-            state.SkipWithError("start-up failed");
-            break;
-        }
-        state.ResumeTiming();
-    }
+    qvbench::timeStartups(state);
 }
 
 void BM_StartupEnforced(benchmark::State& state) {

@@ -5,6 +5,7 @@
 // state.
 #pragma once
 
+#include <benchmark/benchmark.h>
 #include <dlfcn.h>
 #include <sys/stat.h>
 
@@ -89,5 +90,25 @@ private:
     ScopedEnv m_pathEnv;
     qvtest::HostService m_service;
 };
+
+// Times start-ups of the loaded plug-in in the world the caller made, each one stopped
+// again untimed.
+inline void timeStartups(benchmark::State& state) {
+    const PluginApi* api = PluginApi::instance();
+    if (api == nullptr) {
+        state.SkipWithError("plug-in not loaded");
+        return;
+    }
+    for (auto _ : state) {
+        const int code = api->initialize(nullptr);
+        state.PauseTiming();
+        api->finalize();
+        if (code != 0) {
+            state.SkipWithError("start-up failed");
+            break;
+        }
+        state.ResumeTiming();
+    }
+}
 
 }  // namespace qvbench
