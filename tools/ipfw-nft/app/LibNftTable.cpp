@@ -1,13 +1,9 @@
 #include "LibNftTable.h"
 
-#include <dirent.h>
-#include <fcntl.h>
 #include <nftables/libnftables.h>
-#include <sys/socket.h>
-#include <unistd.h>
 
-#include <cstdlib>
-#include <sstream>
+#include "ipfwnft/EnforcerProtocol.h"
+
 #include <string>
 
 namespace ipfwnft {
@@ -17,55 +13,6 @@ namespace {
 std::string firstLine(const char* text) {
     const std::string message = text != nullptr ? text : "";
     return message.substr(0, message.find('\n'));
-}
-
-bool isNetlinkSocket(int fd) {
-    sockaddr_storage address{};
-    socklen_t size = sizeof(address);
-    return getsockname(fd, reinterpret_cast<sockaddr*>(&address), &size) == 0 &&
-           address.ss_family == AF_NETLINK;
-}
-
-// In the child: everything but the netlink sockets and `keep` goes, so that nobody
-// waiting for this process's output or its descriptors waits for the child.
-void closeAllBut(int keep) {
-    DIR* fds = opendir("/proc/self/fd");
-    if (fds == nullptr) {
-        return;
-    }
-    const int own = dirfd(fds);
-    while (const dirent* entry = readdir(fds)) {
-        const int fd = std::atoi(entry->d_name);
-        if (entry->d_name[0] != '.' && fd != own && fd != keep && !isNetlinkSocket(fd)) {
-            close(fd);
-        }
-    }
-    closedir(fds);
-}
-
-// A transaction that replaced or removed anything leaves the kernel objects to release
-// once its netlink socket closes, and that close waits a grace period (10 to 20 ms here),
-// however small the change. The change is in force already; a child keeps the socket
-// until this process ends and takes the wait, so that a command costs what its change
-// costs. Without a child the close simply waits here. Adding alone needs none.
-void lingerSocketClose() {
-    int ended[2];
-    if (pipe2(ended, O_CLOEXEC) != 0) {
-        return;
-    }
-    const pid_t child = fork();
-    if (child == 0) {
-        closeAllBut(ended[0]);
-        char byte;
-        while (read(ended[0], &byte, 1) > 0) {
-        }
-        _exit(0);
-    }
-    close(ended[0]);
-    if (child < 0) {
-        close(ended[1]);
-    }
-    // ended[1] stays open until this process ends; then the child wakes and closes.
 }
 
 }  // namespace
@@ -106,26 +53,13 @@ ipfwsim::Status LibNftTable::listChain(const std::string& table, const std::stri
     std::string listing;
     const ipfwsim::Status status =
         run("list chain " + table + " " + chain + "\n", NFT_CTX_OUTPUT_HANDLE, listing);
-    rules.clear();
-    std::istringstream lines(listing);
-    for (std::string line; status.ok() && std::getline(lines, line);) {
-        const size_t mark = line.rfind(" # handle ");
-        if (line.rfind("\t\t", 0) == 0 && mark != std::string::npos) {
-            rules.push_back(KernelRule{std::strtoull(line.c_str() + mark + 10, nullptr, 10),
-                                       line.substr(2, mark - 2)});
-        }
-    }
+    rules = status.ok() ? parseChainListing(listing) : std::vector<KernelRule>();
     return status;
 }
 
 ipfwsim::Status LibNftTable::apply(const std::string& script) {
     std::string ignored;
-    const ipfwsim::Status status = run(script, 0, ignored);
-    if (status.ok() && (script.find("delete ") != std::string::npos ||
-                        script.find("flush ") != std::string::npos)) {
-        lingerSocketClose();
-    }
-    return status;
+    return run(script, 0, ignored);
 }
 
 }  // namespace ipfwnft

@@ -9,8 +9,8 @@ struct nft_ctx;
 namespace ipfwnft {
 
 // The tables through libnftables, the library behind nft(8): one buffer, one
-// transaction. One context serves the whole command, so that what nft read of the
-// tables for a listing serves the transaction after it.
+// transaction. ipfw-enforcer keeps one context for all the commands it serves; nft
+// rereads the tables only after somebody changed them.
 class LibNftTable : public KernelTable {
 public:
     LibNftTable();

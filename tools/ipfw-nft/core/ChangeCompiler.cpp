@@ -21,6 +21,7 @@ std::string statement(const std::string& verb, uint32_t shard, const std::string
 // What a change does to one table that holds rules before and after it. Creations come
 // first and deletions last, so that no jump ever names a chain that is not there.
 struct ShardScript {
+    bool bucketsCameOrWent = false;
     std::string created;
     std::string rewritten;
     std::string deleted;
@@ -87,17 +88,15 @@ public:
     Status addBucket(uint32_t bucket, bool& possible) {
         const uint32_t low = bucket * kBucketSpan;
         const uint32_t high = low + kBucketSpan - 1;
-        RuleStretch was;
-        RuleStretch is;
-        Status status = RuleStretch::read(before_, low, high, was);
-        if (status.ok()) {
-            status = RuleStretch::read(after_, low, high, is);
-        }
-        possible = status.ok() && !was.looksUpState() && !is.looksUpState();
+        const RuleStretch was(before_, low, high);
+        const RuleStretch is(after_, low, high);
+        possible = !was.looksUpState() && !is.looksUpState();
         if (!possible) {
-            return status;
+            return Status::success();
         }
         ShardScript& out = shards_[shardOf(bucket)];
+        out.bucketsCameOrWent |= was.empty() != is.empty();
+        Status status;
         for (Pass pass : kPasses) {
             status = bucketScript(pass, bucket, was, is, out);
             if (!status.ok()) {
@@ -114,11 +113,10 @@ public:
         for (auto& [shard, out] : shards_) {
             const uint32_t low = shard * kShardSpan;
             const uint32_t high = low + kShardSpan - 1;
-            const std::vector<uint32_t> was = bucketsWithRules(before_, low, high);
-            const std::vector<uint32_t> is = bucketsWithRules(after_, low, high);
-            if (is.empty()) {
-                deleted += was.empty() ? "" : "delete table " + shardTable(shard) + "\n";
-            } else if (was.empty()) {
+            const bool had = before_.holdsRulesIn(low, high);
+            if (!after_.holdsRulesIn(low, high)) {
+                deleted += had ? "delete table " + shardTable(shard) + "\n" : "";
+            } else if (!had) {
                 std::string table;
                 Status status = wholeShard(shard, table);
                 if (!status.ok()) {
@@ -126,6 +124,13 @@ public:
                 }
                 created += table;
             } else {
+                // The jumps list the table's buckets: read only when one came or went.
+                const std::vector<uint32_t> was = out.bucketsCameOrWent
+                                                      ? bucketsWithRules(before_, low, high)
+                                                      : std::vector<uint32_t>();
+                const std::vector<uint32_t> is = out.bucketsCameOrWent
+                                                     ? bucketsWithRules(after_, low, high)
+                                                     : std::vector<uint32_t>();
                 for (Pass pass : kPasses) {
                     Status status = updateJumps(
                         kernel_, shard, passChain(pass), was, is,
@@ -168,12 +173,13 @@ private:
                 out.rewritten);
         }
         const bool appended = !was.empty() && is.extends(was);
-        std::vector<PlacedRule> rules = is.placed();
-        if (appended) {
-            rules.erase(rules.begin(), rules.begin() + static_cast<long>(was.placed().size()));
-        }
+        std::vector<ipfwsim::StoredRule> storage;
+        std::vector<PlacedRule> rules;
+        Status status = is.decode(appended ? was.size() : 0, storage, rules);
         std::vector<std::string> lines;
-        Status status = compileLines(rules, pass, lines);
+        if (status.ok()) {
+            status = compileLines(rules, pass, lines);
+        }
         std::string& text = was.empty() ? out.created : out.rewritten;
         if (was.empty()) {
             text += statement("add chain", shard, chain);
@@ -189,14 +195,15 @@ private:
     // A table that comes with this change holds only rules this change added, none of
     // which looks up kept flows.
     Status wholeShard(uint32_t shard, std::string& text) const {
-        RuleStretch rules;
-        Status status = RuleStretch::read(after_, shard * kShardSpan,
-                                          shard * kShardSpan + kShardSpan - 1, rules);
+        const RuleStretch stretch(after_, shard * kShardSpan, shard * kShardSpan + kShardSpan - 1);
+        std::vector<ipfwsim::StoredRule> storage;
+        std::vector<PlacedRule> rules;
+        Status status = stretch.decode(0, storage, rules);
         PassLines passes;
         for (Pass pass : kPasses) {
             BucketLines& buckets = passes[static_cast<size_t>(pass)];
             if (status.ok()) {
-                status = bucketLines(rules.placed(), disabledSets_, pass, buckets);
+                status = bucketLines(rules, disabledSets_, pass, buckets);
             }
         }
         text = shardTableText(shard, disabledSets_, passes);
@@ -213,9 +220,7 @@ private:
 }  // namespace
 
 bool holdsStateLookups(const ipfwsim::StateFile& file) {
-    const std::string_view rules = file.rulesText();
-    return rules.find("keep-state") != std::string_view::npos ||
-           rules.find("action=check-state") != std::string_view::npos;
+    return linesLookUpState(file.rulesText());
 }
 
 Status compileChange(const ipfwsim::StateFile& before, const ipfwsim::StateFile& after,

@@ -5,6 +5,7 @@
 #include "ipfwnft/RuleCompiler.h"
 #include "ipfwnft/TableCompiler.h"
 #include "ipfwnft/TableLayout.h"
+#include "ipfwnft/UndoableStore.h"
 #include "ipfwsim/CommandLine.h"
 #include "ipfwsim/DeleteCommand.h"
 #include "ipfwsim/FirewallState.h"
@@ -71,18 +72,16 @@ int EnforcingIpfw::run(const std::vector<std::string>& arguments) {
     if (marked) {
         status = writeGeneration(kPendingGeneration);
     }
-    std::string_view current;
-    if (status.ok()) {
-        status = store_.read(current);
-    }
-    if (!status.ok()) {
-        return simulate(arguments);
-    }
-    std::string before(current);
-    const int result = simulate(arguments);
+    UndoableStore recording(store_);
+    const int result = status.ok() ? ipfwsim::Simulator(env_, recording, console_).run(arguments)
+                                   : simulate(arguments);
+    std::string before;
     std::string_view after;
-    if (store_.read(after).ok() && after == before) {
-        if (marked) {
+    if (status.ok() && recording.wrote()) {
+        status = recording.before(before);
+    }
+    if (!status.ok() || !recording.wrote() || !store_.read(after).ok() || after == before) {
+        if (marked && status.ok()) {
             (void)writeGeneration(generation);
         }
         return result;

@@ -19,70 +19,87 @@ bool looksUpState(const ipfwsim::Rule& rule) {
     return rule.action.kind == ipfwsim::ActionKind::CheckState || rule.keepsState();
 }
 
-Status RuleStretch::read(const ipfwsim::StateFile& file, uint32_t low, uint32_t high,
-                         RuleStretch& stretch) {
-    stretch = RuleStretch();
-    for (std::string_view line : file.linesInRange(low, high)) {
-        ipfwsim::StoredRule stored;
-        if (!ipfwsim::StateFile::parseRuleLine(line, stored)) {
-            return Status::failure(ipfwsim::kExitDataErr, "state file is corrupt: bad rule line '" +
-                                                              std::string(line) + "'");
-        }
-        stretch.stored_.push_back(std::move(stored));
-    }
-    uint32_t ordinal = 0;
-    for (size_t i = 0; i < stretch.stored_.size(); ++i) {
-        const ipfwsim::Rule& rule = stretch.stored_[i].rule;
-        ordinal = i > 0 && stretch.stored_[i - 1].rule.number == rule.number ? ordinal + 1 : 0;
-        stretch.placed_.push_back(PlacedRule{&rule, ordinal});
-    }
-    return Status::success();
-}
-
-bool RuleStretch::looksUpState() const {
-    for (const ipfwsim::StoredRule& stored : stored_) {
-        if (ipfwnft::looksUpState(stored.rule)) {
-            return true;
-        }
-    }
-    return false;
+bool linesLookUpState(std::string_view lines) {
+    return lines.find("keep-state") != std::string_view::npos ||
+           lines.find("action=check-state") != std::string_view::npos;
 }
 
 namespace {
 
-bool sameRule(const ipfwsim::Rule& a, const ipfwsim::Rule& b) {
-    return a.number == b.number && a.set == b.set &&
-           ipfwsim::encodeRule(a) == ipfwsim::encodeRule(b);
+// A rule line without its counters and log allowance, which traffic changes:
+// "NUMBER SET PACKETS BYTES LOGLEFT BODY" gives "NUMBER SET" and "BODY".
+std::pair<std::string_view, std::string_view> ruleIdentity(std::string_view line) {
+    size_t spaces[5];
+    size_t at = 0;
+    for (size_t& space : spaces) {
+        space = line.find(' ', at);
+        if (space == std::string_view::npos) {
+            return {line, {}};
+        }
+        at = space + 1;
+    }
+    return {line.substr(0, spaces[1]), line.substr(spaces[4] + 1)};
+}
+
+bool sameRule(std::string_view a, std::string_view b) {
+    return ruleIdentity(a) == ruleIdentity(b);
 }
 
 }  // namespace
 
+RuleStretch::RuleStretch(const ipfwsim::StateFile& file, uint32_t low, uint32_t high)
+    : lines_(file.linesInRange(low, high)) {
+    for (std::string_view line : lines_) {
+        const long number = ipfwsim::ruleLineNumber(line);
+        numbers_.push_back(static_cast<uint32_t>(number < 0 ? 0 : number));
+    }
+}
+
+bool RuleStretch::looksUpState() const {
+    return std::any_of(lines_.begin(), lines_.end(), linesLookUpState);
+}
+
 bool RuleStretch::extends(const RuleStretch& earlier) const {
-    return earlier.stored_.size() < stored_.size() &&
-           std::equal(earlier.stored_.begin(), earlier.stored_.end(), stored_.begin(),
-                      [](const ipfwsim::StoredRule& was, const ipfwsim::StoredRule& is) {
-                          return sameRule(was.rule, is.rule);
-                      });
+    return earlier.lines_.size() < lines_.size() &&
+           std::equal(earlier.lines_.begin(), earlier.lines_.end(), lines_.begin(), sameRule);
 }
 
 bool RuleStretch::keepsOnlyFrom(const RuleStretch& earlier) const {
     size_t next = 0;
-    for (const ipfwsim::StoredRule& was : earlier.stored_) {
-        if (!holdsNumber(was.rule.number)) {
+    for (size_t i = 0; i < earlier.lines_.size(); ++i) {
+        if (!holdsNumber(earlier.numbers_[i])) {
             continue;
         }
-        if (next == stored_.size() || !sameRule(stored_[next].rule, was.rule)) {
+        if (next == lines_.size() || !sameRule(lines_[next], earlier.lines_[i])) {
             return false;
         }
         ++next;
     }
-    return next == stored_.size();
+    return next == lines_.size();
 }
 
 bool RuleStretch::holdsNumber(uint32_t number) const {
-    return std::any_of(stored_.begin(), stored_.end(), [number](const ipfwsim::StoredRule& stored) {
-        return stored.rule.number == number;
-    });
+    return std::binary_search(numbers_.begin(), numbers_.end(), number);
+}
+
+Status RuleStretch::decode(size_t from, std::vector<ipfwsim::StoredRule>& storage,
+                           std::vector<PlacedRule>& placed) const {
+    storage.assign(lines_.size() > from ? lines_.size() - from : 0, ipfwsim::StoredRule());
+    placed.clear();
+    uint32_t ordinal = 0;
+    for (size_t i = 0; i < lines_.size(); ++i) {
+        ordinal = i > 0 && numbers_[i - 1] == numbers_[i] ? ordinal + 1 : 0;
+        if (i < from) {
+            continue;
+        }
+        ipfwsim::StoredRule& stored = storage[i - from];
+        if (!ipfwsim::StateFile::parseRuleLine(lines_[i], stored)) {
+            return Status::failure(ipfwsim::kExitDataErr, "state file is corrupt: bad rule line '" +
+                                                              std::string(lines_[i]) + "'");
+        }
+        placed.push_back(PlacedRule{&stored.rule, ordinal});
+    }
+    return Status::success();
 }
 
 Status compileLines(const std::vector<PlacedRule>& rules, Pass pass,

@@ -178,7 +178,8 @@ Status FileStateStore::overwrite(size_t offset, std::string_view text) {
     if (status.ok()) {
         status = writeAll(fd_, text, offset);
     }
-    stale_ = true;
+    // The shared mapping shows bytes written inside it; only a longer file needs a new one.
+    stale_ = stale_ || !status.ok() || offset + text.size() > mapSize_;
     return status;
 }
 

@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "ipfwnft/Pass.h"
@@ -21,8 +22,8 @@ namespace ipfwnft {
 // table and chain before each command (a third of a millisecond per table), which keeps
 // the tables this few and the chains this wide.
 constexpr uint32_t kBucketSpan = 256;
-constexpr uint32_t kShardSpan = 16384;
-constexpr uint32_t kShards = 4;
+constexpr uint32_t kShardSpan = 4096;
+constexpr uint32_t kShards = 16;
 constexpr Pass kPasses[] = {Pass::In, Pass::Out};
 
 inline uint32_t bucketOf(uint32_t number) {
@@ -61,26 +62,33 @@ std::string setGate(uint32_t set);
 
 // Whether ipfw looks a packet up among the kept flows at this rule.
 bool looksUpState(const ipfwsim::Rule& rule);
+// The same, read from stored rule lines as they stand.
+bool linesLookUpState(std::string_view lines);
 
-// The rules of a stretch of numbers, decoded, with their places among the rules sharing
-// their number. Complete when the stretch starts and ends on a number boundary.
+// The rule lines of a stretch of numbers. Comparing two stretches reads the lines as
+// they stand; only the rules that are compiled are decoded, so that a change costs what
+// it compiles rather than what its stretch holds. Complete when the stretch starts and
+// ends on a number boundary.
 class RuleStretch {
 public:
-    static ipfwsim::Status read(const ipfwsim::StateFile& file, uint32_t low, uint32_t high,
-                                RuleStretch& stretch);
+    RuleStretch(const ipfwsim::StateFile& file, uint32_t low, uint32_t high);
 
-    const std::vector<PlacedRule>& placed() const { return placed_; }
-    bool empty() const { return stored_.empty(); }
+    bool empty() const { return lines_.empty(); }
+    size_t size() const { return lines_.size(); }
     bool looksUpState() const;
     // Whether this stretch is `earlier` with rules added after its last one.
     bool extends(const RuleStretch& earlier) const;
     // Whether this stretch is `earlier` without the rules of some numbers.
     bool keepsOnlyFrom(const RuleStretch& earlier) const;
     bool holdsNumber(uint32_t number) const;
+    // The rules from the `from`th on, decoded into `storage`, with their places among the
+    // rules sharing their number.
+    ipfwsim::Status decode(size_t from, std::vector<ipfwsim::StoredRule>& storage,
+                           std::vector<PlacedRule>& placed) const;
 
 private:
-    std::vector<ipfwsim::StoredRule> stored_;
-    std::vector<PlacedRule> placed_;
+    std::vector<std::string_view> lines_;
+    std::vector<uint32_t> numbers_;
 };
 
 // The lines of `rules` in `pass`, each behind its set's gate. Lookups of kept flows are

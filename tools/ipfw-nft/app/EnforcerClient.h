@@ -1,0 +1,26 @@
+#pragma once
+
+#include "EnforcerSocket.h"
+#include "ipfwnft/EnforcerProtocol.h"
+#include "ipfwnft/KernelTable.h"
+
+namespace ipfwnft {
+
+// The kernel's tables as ipfw-enforcer reaches them for this command. The enforcer
+// stays running between commands with libnftables loaded and its view of the tables
+// kept, so that a command pays for its change and not for nft's start; the first
+// command of a network namespace starts it from beside this program.
+class EnforcerClient : public KernelTable {
+public:
+    ipfwsim::Status apply(const std::string& script) override;
+    ipfwsim::Status listChain(const std::string& table, const std::string& chain,
+                              std::vector<KernelRule>& rules) override;
+
+private:
+    ipfwsim::Status exchange(const EnforcerRequest& request, std::string& text);
+    ipfwsim::Status connect();
+
+    EnforcerSocket socket_;
+};
+
+}  // namespace ipfwnft

@@ -1,0 +1,38 @@
+#pragma once
+
+#include <string>
+
+namespace ipfwnft {
+
+// One end of a connection between ipfw and ipfw-enforcer on the enforcer's abstract
+// socket: whole frames out and in (EnforcerProtocol.h), each way within a time-out.
+class EnforcerSocket {
+public:
+    EnforcerSocket() = default;
+    ~EnforcerSocket();
+    EnforcerSocket(EnforcerSocket&& other) noexcept;
+    EnforcerSocket& operator=(EnforcerSocket&& other) noexcept;
+    EnforcerSocket(const EnforcerSocket&) = delete;
+    EnforcerSocket& operator=(const EnforcerSocket&) = delete;
+
+    // The enforcer of this network namespace; not open when none listens.
+    static EnforcerSocket connect(int timeoutSeconds);
+    // The listening end; not open when the name is taken (errno says why).
+    static EnforcerSocket listen();
+
+    bool open() const { return fd_ >= 0; }
+    // The next connection, waiting up to `idleMs`; not open when none came. Only peers
+    // running as this process's user are taken: what they send runs as root.
+    EnforcerSocket accept(int idleMs, int timeoutSeconds) const;
+    // The frame goes out with one sendmsg(2).
+    bool send(const std::string& body) const;
+    bool receive(std::string& body) const;
+
+private:
+    explicit EnforcerSocket(int fd) : fd_(fd) {}
+    void setTimeout(int seconds) const;
+
+    int fd_ = -1;
+};
+
+}  // namespace ipfwnft

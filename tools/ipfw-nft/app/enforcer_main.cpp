@@ -1,0 +1,43 @@
+// ipfw-enforcer: keeps libnftables loaded and the kernel's packet filter open for
+// build/nft/ipfw, which hands it each change (EnforcerProtocol.h). ipfw starts it from
+// beside itself when its network namespace has none; it ends after a while without
+// commands, or on SIGTERM.
+
+#include <malloc.h>
+
+#include <cerrno>
+#include <csignal>
+#include <string>
+
+#include "EnforcerSocket.h"
+#include "LibNftTable.h"
+#include "ipfwnft/EnforcerProtocol.h"
+
+namespace {
+
+constexpr int kIdleMs = 60 * 1000;
+constexpr int kRequestSeconds = 10;
+
+}  // namespace
+
+int main() {
+    // nft reads the tables afresh for every command into large zeroed blocks; kept in
+    // the heap instead of mapped and unmapped each time, they cost no page faults.
+    mallopt(M_MMAP_THRESHOLD, 64 << 20);
+    mallopt(M_TRIM_THRESHOLD, 256 << 20);
+    std::signal(SIGPIPE, SIG_IGN);
+    const ipfwnft::EnforcerSocket listener = ipfwnft::EnforcerSocket::listen();
+    if (!listener.open()) {
+        return errno == EADDRINUSE ? 0 : 1;  // taken: another enforcer serves this namespace
+    }
+    ipfwnft::LibNftTable table;
+    for (;;) {
+        const ipfwnft::EnforcerSocket peer = listener.accept(kIdleMs, kRequestSeconds);
+        if (!peer.open()) {
+            return 0;
+        }
+        std::string body;
+        while (peer.receive(body) && peer.send(ipfwnft::answerRequest(table, body))) {
+        }
+    }
+}
