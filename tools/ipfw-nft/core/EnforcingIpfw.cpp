@@ -75,26 +75,30 @@ int EnforcingIpfw::run(const std::vector<std::string>& arguments) {
     UndoableStore recording(store_);
     const int result = status.ok() ? ipfwsim::Simulator(env_, recording, console_).run(arguments)
                                    : simulate(arguments);
-    std::string before;
-    std::string_view after;
-    if (status.ok() && recording.wrote()) {
-        status = recording.before(before);
+    bool changed = false;
+    if (status.ok()) {
+        status = recording.changed(changed);
     }
-    if (!status.ok() || !recording.wrote() || !store_.read(after).ok() || after == before) {
+    if (!status.ok() || !changed) {
+        // Unread, a change keeps the pending mark, and the next command rebuilds.
         if (marked && status.ok()) {
             (void)writeGeneration(generation);
         }
         return result;
     }
-    status = keepKernelInStep(arguments, before, generation);
+    status = keepKernelInStep(arguments, recording, generation);
     if (!status.ok()) {
         console_.err("ipfw: " + status.message + "\n");
         // The kernel kept its table; the state goes back to what that table says.
-        if (marked) {
+        std::string before;
+        Status restored = recording.before(before);
+        if (restored.ok() && marked) {
             before.replace(ipfwsim::StateFile::kKernelField, ipfwsim::StateFile::kOffsetDigits,
                            generationDigits(generation));
         }
-        const Status restored = store_.replace(before);
+        if (restored.ok()) {
+            restored = store_.replace(before);
+        }
         if (!restored.ok()) {
             console_.err("ipfw: the rule state could not be put back (" + restored.message +
                          "); it holds the change that the kernel refused\n");
@@ -151,14 +155,27 @@ RuleChange EnforcingIpfw::describeChange(const std::vector<std::string>& argumen
 }
 
 Status EnforcingIpfw::keepKernelInStep(const std::vector<std::string>& arguments,
-                                       const std::string& before, uint32_t generation) {
+                                       UndoableStore& recording, uint32_t generation) {
     if (generation == 0 || generation == kPendingGeneration) {
         const Status status = rebuild(generation == kPendingGeneration);
         return status.ok() ? writeGeneration(nextGeneration(generation)) : status;
     }
     std::string_view current;
     Status status = store_.read(current);
-    ipfwsim::StateFile was(before);
+    // An add leaves the state as it was with a line appended: the state before it is a
+    // view of the state after it. Other changes copy it.
+    bool appendedOnly = false;
+    size_t size = 0;
+    std::string firstLine;
+    std::string copy;
+    if (status.ok()) {
+        status = recording.appendedOnly(appendedOnly, size, firstLine);
+    }
+    if (status.ok() && !appendedOnly) {
+        status = recording.before(copy);
+    }
+    ipfwsim::StateFile was = appendedOnly ? ipfwsim::StateFile(current.substr(0, size), firstLine)
+                                          : ipfwsim::StateFile(copy);
     ipfwsim::StateFile is(current);
     if (status.ok()) {
         status = was.open();

@@ -124,25 +124,25 @@ Status StateFile::corrupt(const std::string& what) const {
 }
 
 Status StateFile::open() {
+    const std::string_view head = firstLine_.empty() ? content_ : firstLine_;
     size_t layoutSize = layoutLine(0, 0).size();
-    if (content_.substr(0, kMagic.size()) == kMagic) {
+    if (head.substr(0, kMagic.size()) == kMagic) {
         version_ = 2;
-    } else if (content_.substr(0, kMagicV1.size()) == kMagicV1) {
+    } else if (head.substr(0, kMagicV1.size()) == kMagicV1) {
         version_ = 1;
         layoutSize = kLayoutV1Size;
     } else {
         return corrupt("bad first line");
     }
-    if (content_.size() < layoutSize ||
-        content_.substr(kSortedEndField - 12, 12) != " sorted-end=" ||
-        content_[layoutSize - 1] != '\n' ||
-        (version_ == 2 && content_.substr(kKernelField - 8, 8) != " kernel=")) {
+    if (content_.size() < layoutSize || head.size() < layoutSize ||
+        head.substr(kSortedEndField - 12, 12) != " sorted-end=" || head[layoutSize - 1] != '\n' ||
+        (version_ == 2 && head.substr(kKernelField - 8, 8) != " kernel=")) {
         return corrupt("bad first line");
     }
-    if (!parseNumber(content_.substr(kMagic.size(), kOffsetDigits), rulesAt_) ||
-        !parseNumber(content_.substr(kSortedEndField, kOffsetDigits), sortedEnd_) ||
+    if (!parseNumber(head.substr(kMagic.size(), kOffsetDigits), rulesAt_) ||
+        !parseNumber(head.substr(kSortedEndField, kOffsetDigits), sortedEnd_) ||
         (version_ == 2 &&
-         !parseNumber(content_.substr(kKernelField, kOffsetDigits), kernelGeneration_))) {
+         !parseNumber(head.substr(kKernelField, kOffsetDigits), kernelGeneration_))) {
         return corrupt("bad offsets");
     }
     size_t lastNewline = content_.rfind('\n');

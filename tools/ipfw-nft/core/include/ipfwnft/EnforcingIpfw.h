@@ -5,6 +5,7 @@
 
 #include "ipfwnft/ChangeCompiler.h"
 #include "ipfwnft/KernelTable.h"
+#include "ipfwnft/UndoableStore.h"
 #include "ipfwsim/Console.h"
 #include "ipfwsim/Environment.h"
 #include "ipfwsim/StateStore.h"
@@ -42,7 +43,7 @@ private:
     RuleChange describeChange(const std::vector<std::string>& arguments,
                               const ipfwsim::StateFile& after) const;
     ipfwsim::Status keepKernelInStep(const std::vector<std::string>& arguments,
-                                     const std::string& before, uint32_t generation);
+                                     UndoableStore& recording, uint32_t generation);
     ipfwsim::Status rebuild(bool drifted);
     ipfwsim::Status readGeneration(uint32_t& generation);
     ipfwsim::Status writeGeneration(uint32_t generation);

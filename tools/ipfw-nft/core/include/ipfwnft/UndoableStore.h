@@ -20,7 +20,13 @@ public:
     ipfwsim::Status overwrite(size_t offset, std::string_view text) override;
     ipfwsim::Status replace(std::string_view content) override;
 
-    bool wrote() const { return !undo_.empty(); }
+    // Whether the writes made through this store left the content other than it was;
+    // read from what they overwrote, without a copy of the whole.
+    ipfwsim::Status changed(bool& changed);
+    // Whether the writes only appended and rewrote fields of the first line, as an add
+    // does: the content before them is then the current content's first `size` bytes
+    // with `firstLine` as its first line, and needs no copy.
+    ipfwsim::Status appendedOnly(bool& only, size_t& size, std::string& firstLine);
     // The content before the first write made through this store.
     ipfwsim::Status before(std::string& content);
 

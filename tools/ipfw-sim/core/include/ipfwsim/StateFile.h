@@ -62,6 +62,10 @@ public:
     static constexpr size_t kOverflowLimit = 256;
 
     explicit StateFile(std::string_view content) : content_(content) {}
+    // A file whose first line reads `firstLine` instead (of the same length): the file as
+    // it stood before writes that only appended and rewrote first-line fields.
+    StateFile(std::string_view content, std::string_view firstLine)
+        : content_(content), firstLine_(firstLine) {}
 
     Status open();
     Status readHeader(StateHeader& header, bool withDynamic) const;
@@ -113,6 +117,7 @@ private:
     Status corrupt(const std::string& what) const;
 
     std::string_view content_;
+    std::string_view firstLine_;
     int version_ = 0;
     uint32_t kernelGeneration_ = 0;
     size_t rulesAt_ = 0;
