@@ -212,17 +212,17 @@ TEST_F(EnforcingIpfwTest, EachChangeTouchesOnlyItsOwnChains) {
     EXPECT_EQ(lastScript().find("flush"), std::string::npos) << "3110 stays: " << lastScript();
     EXPECT_EQ(lastScript().rfind("delete rule inet ipfw_s0 rules_in_b12 handle ", 0), 0u);
     expectKernelAsRebuilt("delete 3100");
-    // A rule past 4,095 goes into a table of its own, hooked after the first.
+    // A rule past 16,383 goes into a table of its own, hooked after the first.
     ASSERT_EQ(ipfw("-q add 20000 set 19 allow proto tcp"), 0);
-    EXPECT_EQ(kernel.tableNames(), (std::vector<std::string>{"ipfw", "ipfw_s0", "ipfw_s4"}));
+    EXPECT_EQ(kernel.tableNames(), (std::vector<std::string>{"ipfw", "ipfw_s0", "ipfw_s1"}));
     expectKernelAsRebuilt("add 20000");
     EXPECT_EQ(kernel.walk("ipfw", "forward"),
               (std::vector<std::string>{"meta mark set meta mark & 0xffcfffff"}));
-    EXPECT_EQ(kernel.walk("ipfw_s4", "forward"),
+    EXPECT_EQ(kernel.walk("ipfw_s1", "forward"),
               (std::vector<std::string>{"meta mark & 0x00200000 == 0x00200000 accept",
                                         "meta nfproto ipv4 jump rules_out"}));
     ASSERT_EQ(ipfw("-q delete 20000"), 0);
-    EXPECT_EQ(lastScript(), "delete table inet ipfw_s4\n");
+    EXPECT_EQ(lastScript(), "delete table inet ipfw_s1\n");
     ASSERT_EQ(ipfw("-q flush"), 0);
     EXPECT_EQ(lastScript().rfind("table inet ipfw\ndelete table inet ipfw\n", 0), 0u);
     EXPECT_EQ(kernel.tableNames(), (std::vector<std::string>{"ipfw"}));

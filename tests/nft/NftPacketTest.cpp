@@ -94,7 +94,7 @@ TEST_F(NftPacketTest, EachActionDecidesARealConnection) {
         // An exception rule (2100 range) comes before the normal ones (3100 range).
         {{"2100 set 18 allow proto tcp dst-port PORT", "3100 set 19 deny proto tcp dst-port PORT"},
          Outcome::Connects},
-        // Rules 4,096 apart live in tables of their own: an allow still ends the pass.
+        // Rules 16,384 apart live in tables of their own: an allow still ends the pass.
         {{"3100 set 19 allow proto tcp dst-port PORT", "20000 set 19 deny proto tcp dst-port PORT"},
          Outcome::Connects},
         {{"3100 set 19 count proto tcp dst-port PORT", "20000 set 19 deny proto tcp dst-port PORT"},

@@ -47,13 +47,25 @@ Status deleteListed(KernelTable& kernel, uint32_t shard, const std::string& chai
 }
 
 // A chain whose lines are jumps, one per member, in order: appended to when the new
-// members all come after the old ones, else written anew. A table has few buckets, so
-// writing its jumps costs less than asking the kernel for their handles.
-void updateJumps(uint32_t shard, const std::string& chain, const std::vector<uint32_t>& before,
-                 const std::vector<uint32_t>& after,
-                 const std::function<std::string(uint32_t)>& target, ShardScript& out) {
+// members all come after the old ones, the gone ones' jumps deleted when members only
+// went (listing the jumps costs less than writing a table's sixty-four anew), else
+// written anew.
+Status updateJumps(KernelTable& kernel, uint32_t shard, const std::string& chain,
+                   const std::vector<uint32_t>& before, const std::vector<uint32_t>& after,
+                   const std::function<std::string(uint32_t)>& target, ShardScript& out) {
     if (before == after) {
-        return;
+        return Status::success();
+    }
+    if (std::includes(before.begin(), before.end(), after.begin(), after.end())) {
+        std::set<std::string> gone;
+        for (uint32_t member : before) {
+            if (!std::binary_search(after.begin(), after.end(), member)) {
+                gone.insert("jump " + target(member));
+            }
+        }
+        return deleteListed(
+            kernel, shard, chain,
+            [&gone](const std::string& text) { return gone.count(text) != 0; }, out.rewritten);
     }
     const bool onlyAppended =
         std::includes(after.begin(), after.end(), before.begin(), before.end()) &&
@@ -64,6 +76,7 @@ void updateJumps(uint32_t shard, const std::string& chain, const std::vector<uin
     for (size_t i = onlyAppended ? before.size() : 0; i < after.size(); ++i) {
         out.rewritten += statement("add rule", shard, chain, "jump " + target(after[i]));
     }
+    return Status::success();
 }
 
 class ChangeScript {
@@ -120,9 +133,12 @@ public:
                                                      ? bucketsWithRules(after_, low, high)
                                                      : std::vector<uint32_t>();
                 for (Pass pass : kPasses) {
-                    updateJumps(
-                        shard, passChain(pass), was, is,
+                    Status status = updateJumps(
+                        kernel_, shard, passChain(pass), was, is,
                         [pass](uint32_t b) { return bucketChain(pass, b); }, out);
+                    if (!status.ok()) {
+                        return status;
+                    }
                 }
                 created += out.created;
                 rewritten += out.rewritten;

@@ -22,8 +22,8 @@ namespace ipfwnft {
 // table and chain before each command (a third of a millisecond per table), which keeps
 // the tables this few and the chains this wide.
 constexpr uint32_t kBucketSpan = 256;
-constexpr uint32_t kShardSpan = 4096;
-constexpr uint32_t kShards = 16;
+constexpr uint32_t kShardSpan = 16384;
+constexpr uint32_t kShards = 4;
 constexpr Pass kPasses[] = {Pass::In, Pass::Out};
 
 inline uint32_t bucketOf(uint32_t number) {
