@@ -3,8 +3,8 @@
 
 #include <gtest/gtest.h>
 
-#include "ipfwnft/KernelLogWriter.h"
 #include "SimFakes.h"
+#include "ipfwnft/KernelLogWriter.h"
 
 namespace {
 

@@ -20,6 +20,7 @@ class ModelKernel : public ipfwnft::KernelTable {
 public:
     std::vector<std::string> scripts;  // every script applied
     bool refuse = false;               // refuse every script, as without privileges
+    bool loseAnswers = false;          // take every script but lose the answer
 
     ipfwsim::Status apply(const std::string& script) override {
         Tables next = tables_;
@@ -34,7 +35,8 @@ public:
         }
         tables_ = next;
         scripts.push_back(script);
-        return ipfwsim::Status::success();
+        return loseAnswers ? ipfwsim::Status::failure(ipfwsim::kExitIoErr, "nftables: no answer")
+                           : ipfwsim::Status::success();
     }
 
     ipfwsim::Status listChain(const std::string& table, const std::string& chain,

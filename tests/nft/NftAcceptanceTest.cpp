@@ -10,11 +10,11 @@
 #include <sstream>
 
 #include "NetnsWorld.h"
+#include "SimFakes.h"
 #include "TempDir.h"
 #include "ipfwnft/RuleCompiler.h"
 #include "ipfwnft/TableCompiler.h"
 #include "ipfwsim/RuleParser.h"
-#include "SimFakes.h"
 
 namespace {
 

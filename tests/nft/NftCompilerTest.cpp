@@ -339,4 +339,20 @@ TEST_F(EnforcingIpfwTest, AChangeTheKernelRefusesIsUndone) {
               "the change that the kernel refused\n");
 }
 
+// A change whose answer was lost may be in force: the state goes back, and the next
+// command rebuilds the tables from it.
+TEST_F(EnforcingIpfwTest, AChangeWhoseAnswerWasLostIsRebuiltByTheNextCommand) {
+    ASSERT_EQ(ipfw("-q add 3100 set 19 deny proto tcp"), 0);
+    kernel.loseAnswers = true;
+    EXPECT_EQ(ipfw("-q add 3110 set 19 deny proto udp"), 74);
+    EXPECT_EQ(console.errors, "ipfw: nftables: no answer\n");
+    kernel.loseAnswers = false;
+    EXPECT_EQ(ipfw("list 3110"), 69) << "the state went back";
+    console.errors.clear();
+    ASSERT_EQ(ipfw("-q add 3120 set 19 deny proto udp"), 0);
+    EXPECT_NE(console.errors.find("rebuilt them from the rule state"), std::string::npos)
+        << console.errors;
+    expectKernelAsRebuilt("add 3120 after a lost answer");
+}
+
 }  // namespace

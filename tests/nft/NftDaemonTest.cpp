@@ -5,8 +5,8 @@
 #include <gtest/gtest.h>
 #include <signal.h>
 
-#include "NetnsWorld.h"
 #include "DaemonSandbox.h"
+#include "NetnsWorld.h"
 
 namespace {
 

@@ -66,7 +66,8 @@ Status EnforcerClient::exchange(const EnforcerRequest& request, std::string& tex
     Status status = connect();
     std::string reply;
     if (status.ok() && (!socket_.send(encodeRequest(request)) || !socket_.receive(reply))) {
-        status = unreachable("did not answer");
+        // Sent but unanswered: whether the kernel took it is not known.
+        status = Status::failure(ipfwsim::kExitIoErr, "nftables: ipfw-enforcer did not answer");
     }
     if (status.ok() && !decodeReply(reply, status, text)) {
         status = unreachable("sent a reply that does not read");

@@ -24,7 +24,7 @@ int main() {
     // nft reads the tables afresh for every command, into four blocks of 128 KiB per
     // table; kept in the heap instead of mapped and unmapped each time, they cost no page
     // faults.
-    mallopt(M_MMAP_THRESHOLD, 1 << 20);
+    mallopt(M_MMAP_THRESHOLD, 64 << 20);
     mallopt(M_TRIM_THRESHOLD, 32 << 20);
     std::signal(SIGPIPE, SIG_IGN);
     const ipfwnft::EnforcerSocket listener = ipfwnft::EnforcerSocket::listen();

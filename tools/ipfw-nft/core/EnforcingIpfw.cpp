@@ -90,9 +90,11 @@ int EnforcingIpfw::run(const std::vector<std::string>& arguments) {
     if (!status.ok()) {
         console_.err("ipfw: " + status.message + "\n");
         // The kernel kept its table; the state goes back to what that table says.
+        // When the kernel's answer was lost, the change may be in force: the pending mark
+        // stays, so that the next command rebuilds the tables from the state.
         std::string before;
         Status restored = recording.before(before);
-        if (restored.ok() && marked) {
+        if (restored.ok() && marked && status.code != ipfwsim::kExitIoErr) {
             before.replace(ipfwsim::StateFile::kKernelField, ipfwsim::StateFile::kOffsetDigits,
                            generationDigits(generation));
         }

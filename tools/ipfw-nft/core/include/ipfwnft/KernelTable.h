@@ -18,7 +18,8 @@ struct KernelRule {
 class KernelTable {
 public:
     virtual ~KernelTable() = default;
-    // Runs one nftables script as one transaction.
+    // Runs one nftables script as one transaction. A failure whose outcome is unknown
+    // (the answer was lost: the kernel may have taken the change) carries kExitIoErr.
     virtual ipfwsim::Status apply(const std::string& script) = 0;
     // The rules of one chain ("inet ipfw_s0", "rules_in") with their handles.
     virtual ipfwsim::Status listChain(const std::string& table, const std::string& chain,
