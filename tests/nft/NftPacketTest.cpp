@@ -5,15 +5,20 @@
 #include <linux/audit.h>
 #include <linux/filter.h>
 #include <linux/seccomp.h>
+#include <signal.h>
 #include <stddef.h>
 #include <stdlib.h>
+#include <string.h>
 #include <sys/prctl.h>
+#include <sys/socket.h>
 #include <sys/syscall.h>
+#include <sys/un.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include "NetnsWorld.h"
 #include "TempDir.h"
+#include "ipfwnft/EnforcerProtocol.h"
 
 namespace {
 
@@ -182,6 +187,37 @@ TEST_F(NftPacketTest, ATableThatDriftedIsRebuiltByTheNextCommand) {
     EXPECT_EQ(listener.Connect(), Outcome::TimesOut) << "the kernel never took 3050";
     EXPECT_EQ(Shell(ipfw + "add 3300 set 19 deny proto udp").output, note);
     EXPECT_EQ(listener.Connect(), Outcome::Connects);
+}
+
+// ipfw-enforcer runs what it is sent as root: a peer of another user is not heard.
+TEST_F(NftPacketTest, TheEnforcerHearsItsOwnUserOnly) {
+    Listener listener(20500);
+    Ipfw("add 3100 set 19 deny proto tcp dst-port 20500");  // the enforcer is running now
+    const std::string body =
+        ipfwnft::encodeRequest({ipfwnft::RequestKind::Apply, "flush ruleset\n"});
+    const std::string frame = ipfwnft::frameHeader(body.size()) + body;
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    const size_t name = strlen(ipfwnft::kEnforcerSocketName);
+    memcpy(address.sun_path + 1, ipfwnft::kEnforcerSocketName, name);
+    const socklen_t length = static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + 1 + name);
+    const pid_t child = fork();
+    if (child == 0) {
+        // The enforcer may hang up before the request is all written.
+        signal(SIGPIPE, SIG_IGN);
+        const int fd = socket(AF_UNIX, SOCK_STREAM, 0);
+        char reply[8];
+        if (setgid(65534) != 0 || setuid(65534) != 0 ||
+            connect(fd, reinterpret_cast<sockaddr*>(&address), length) != 0) {
+            _exit(2);
+        }
+        (void)!write(fd, frame.data(), frame.size());
+        _exit(read(fd, reply, sizeof(reply)) <= 0 ? 0 : 3);  // no answer, only the hang-up
+    }
+    int status = 0;
+    ASSERT_EQ(waitpid(child, &status, 0), child);
+    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status;
+    EXPECT_EQ(listener.Connect(), Outcome::TimesOut) << "the rules still hold";
 }
 
 }  // namespace
