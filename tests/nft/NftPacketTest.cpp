@@ -50,9 +50,10 @@ struct Case {
     Outcome outcome;
 };
 
-// Runs `command` killed at its first sendmsg(2): the enforcing ipfw sends its change to
-// the kernel with it, after the state was written. A seccomp filter, so that no tracer is
-// needed. True when the command died of it.
+// Runs `command` killed at its first sendmsg(2): the enforcing ipfw hands its change to
+// ipfw-enforcer with it, after the state was written (the enforcer is running already, and
+// a filter only on the command). A seccomp filter, so that no tracer is needed. True when
+// the command died of it.
 bool RunKilledAtItsKernelChange(const std::string& command) {
     const pid_t child = fork();
     if (child == 0) {
