@@ -60,7 +60,7 @@ FrameStatus FrameChannel::Read(Frame* frame) {
         return status;
     }
     ipc::FrameHeader decoded{};
-    if (!ipc::DecodeHeader(reinterpret_cast<const uint8_t*>(header), &decoded)) {
+    if (!ipc::DecodeHeader(reinterpret_cast<const uint8_t*>(header), &decoded, m_maxPayload)) {
         return FrameStatus::kMalformed;
     }
     frame->head = decoded.head;
@@ -75,8 +75,9 @@ bool FrameChannel::Write(uint32_t head, const std::string& payload) {
 
 bool FrameChannel::Write(uint32_t head, const void* data, size_t size) {
     std::string frame(ipc::kHeaderBytes, '\0');
-    if (size > ipc::kMaxPayload || !ipc::EncodeHeader({head, static_cast<uint32_t>(size)},
-                                                      reinterpret_cast<uint8_t*>(&frame[0]))) {
+    if (size > m_maxPayload ||
+        !ipc::EncodeHeader({head, static_cast<uint32_t>(size)},
+                           reinterpret_cast<uint8_t*>(&frame[0]), m_maxPayload)) {
         return false;
     }
     frame.append(static_cast<const char*>(data), size);

@@ -8,6 +8,8 @@
 
 #include <string>
 
+#include "QvFrame.h"
+
 namespace qvctl {
 
 struct Frame {
@@ -26,9 +28,11 @@ enum class FrameStatus {
 class FrameChannel {
 public:
     // `stopFd`: a descriptor whose readability ends any wait (-1: none). `timeoutMs`: the
-    // longest wait for the next bytes (-1: none).
-    explicit FrameChannel(int fd, int stopFd = -1, int timeoutMs = -1)
-        : m_fd(fd), m_stopFd(stopFd), m_timeoutMs(timeoutMs) {}
+    // longest wait for the next bytes (-1: none). `maxPayload`: the longest payload either
+    // way (the host's limit unless the channel's own protocol needs more).
+    explicit FrameChannel(int fd, int stopFd = -1, int timeoutMs = -1,
+                          uint32_t maxPayload = ipc::kMaxPayload)
+        : m_fd(fd), m_stopFd(stopFd), m_timeoutMs(timeoutMs), m_maxPayload(maxPayload) {}
 
     FrameStatus Read(Frame* frame);
     bool Write(uint32_t head, const std::string& payload);
@@ -41,6 +45,7 @@ private:
     int m_fd;
     int m_stopFd;
     int m_timeoutMs;
+    uint32_t m_maxPayload;
 };
 
 }  // namespace qvctl

@@ -27,9 +27,11 @@ inline void StoreLittleEndian32(uint32_t value, uint8_t* out) {
     }
 }
 
-// Fills `out` with the header of a frame. False when `length` exceeds the limit.
-inline bool EncodeHeader(const FrameHeader& header, uint8_t out[kHeaderBytes]) {
-    if (header.length > kMaxPayload) {
+// Fills `out` with the header of a frame. False when `length` exceeds the limit (the
+// host's, unless a channel carries larger payloads).
+inline bool EncodeHeader(const FrameHeader& header, uint8_t out[kHeaderBytes],
+                         uint32_t maxPayload = kMaxPayload) {
+    if (header.length > maxPayload) {
         return false;
     }
     StoreLittleEndian32(header.head, out);
@@ -38,10 +40,11 @@ inline bool EncodeHeader(const FrameHeader& header, uint8_t out[kHeaderBytes]) {
 }
 
 // Reads a header. False when the length it announces exceeds the limit.
-inline bool DecodeHeader(const uint8_t in[kHeaderBytes], FrameHeader* header) {
+inline bool DecodeHeader(const uint8_t in[kHeaderBytes], FrameHeader* header,
+                         uint32_t maxPayload = kMaxPayload) {
     header->head = LoadLittleEndian32(in);
     header->length = LoadLittleEndian32(in + 4);
-    return header->length <= kMaxPayload;
+    return header->length <= maxPayload;
 }
 
 }  // namespace ipc

@@ -17,6 +17,7 @@
 #include <unistd.h>
 
 #include "NetnsWorld.h"
+#include "QvFrame.h"
 #include "TempDir.h"
 #include "ipfwnft/EnforcerProtocol.h"
 
@@ -50,7 +51,7 @@ struct Case {
     Outcome outcome;
 };
 
-// Runs `command` killed at its first sendmsg(2): the enforcing ipfw hands its change to
+// Runs `command` killed at its first sendto(2): the enforcing ipfw hands its change to
 // ipfw-enforcer with it, after the state was written (the enforcer is running already, and
 // a filter only on the command). A seccomp filter, so that no tracer is needed. True when
 // the command died of it.
@@ -62,7 +63,7 @@ bool RunKilledAtItsKernelChange(const std::string& command) {
             BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, AUDIT_ARCH_X86_64, 1, 0),
             BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW),
             BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
-            BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, __NR_sendmsg, 0, 1),
+            BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, __NR_sendto, 0, 1),
             BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_KILL_PROCESS),
             BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW),
         };
@@ -194,9 +195,12 @@ TEST_F(NftPacketTest, ATableThatDriftedIsRebuiltByTheNextCommand) {
 TEST_F(NftPacketTest, TheEnforcerHearsItsOwnUserOnly) {
     Listener listener(20500);
     Ipfw("add 3100 set 19 deny proto tcp dst-port 20500");  // the enforcer is running now
-    const std::string body =
-        ipfwnft::encodeRequest({ipfwnft::RequestKind::Apply, "flush ruleset\n"});
-    const std::string frame = ipfwnft::frameHeader(body.size()) + body;
+    const std::string body = "flush ruleset\n";
+    std::string frame(ipc::kHeaderBytes, '\0');
+    ASSERT_TRUE(ipc::EncodeHeader(
+        {static_cast<uint32_t>(ipfwnft::RequestKind::Apply), static_cast<uint32_t>(body.size())},
+        reinterpret_cast<uint8_t*>(&frame[0])));
+    frame += body;
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
     const size_t name = strlen(ipfwnft::kEnforcerSocketName);

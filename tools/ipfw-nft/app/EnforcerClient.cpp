@@ -48,31 +48,30 @@ Status unreachable(const std::string& why) {
 
 Status EnforcerClient::apply(const std::string& script) {
     std::string ignored;
-    return exchange(EnforcerRequest{RequestKind::Apply, script}, ignored);
+    return exchange(RequestKind::Apply, script, ignored);
 }
 
 Status EnforcerClient::listChain(const std::string& table, const std::string& chain,
                                  std::vector<KernelRule>& rules) {
     std::string listing;
-    Status status =
-        exchange(EnforcerRequest{RequestKind::ListChain, table + "\n" + chain}, listing);
+    Status status = exchange(RequestKind::ListChain, table + "\n" + chain, listing);
     if (status.ok() && !decodeRules(listing, rules)) {
         status = unreachable("sent a listing that does not read");
     }
     return status;
 }
 
-Status EnforcerClient::exchange(const EnforcerRequest& request, std::string& text) {
+Status EnforcerClient::exchange(RequestKind kind, const std::string& request, std::string& text) {
     Status status = connect();
-    std::string reply;
-    if (status.ok() && (!socket_.send(encodeRequest(request)) || !socket_.receive(reply))) {
+    qvctl::Frame reply;
+    if (status.ok() &&
+        (!socket_.send(static_cast<uint32_t>(kind), request) || !socket_.receive(reply))) {
         // Sent but unanswered: whether the kernel took it is not known.
-        status = Status::failure(ipfwsim::kExitIoErr, "nftables: ipfw-enforcer did not answer");
+        return Status::failure(ipfwsim::kExitIoErr, "nftables: ipfw-enforcer did not answer");
     }
-    if (status.ok() && !decodeReply(reply, status, text)) {
-        status = unreachable("sent a reply that does not read");
-    }
-    return status;
+    text = std::move(reply.payload);
+    const int code = static_cast<int>(reply.head);
+    return !status.ok() || code == ipfwsim::kExitOk ? status : Status::failure(code, text);
 }
 
 Status EnforcerClient::connect() {

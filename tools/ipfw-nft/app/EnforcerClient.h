@@ -17,7 +17,8 @@ public:
                               std::vector<KernelRule>& rules) override;
 
 private:
-    ipfwsim::Status exchange(const EnforcerRequest& request, std::string& text);
+    // The reply's text: the listing, or the failure's message.
+    ipfwsim::Status exchange(RequestKind kind, const std::string& request, std::string& text);
     ipfwsim::Status connect();
 
     EnforcerSocket socket_;

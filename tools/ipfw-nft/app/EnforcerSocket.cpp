@@ -5,7 +5,6 @@
 #include <sys/un.h>
 #include <unistd.h>
 
-#include <cerrno>
 #include <cstddef>
 #include <cstring>
 
@@ -22,21 +21,6 @@ socklen_t abstractAddress(sockaddr_un& address) {
     return static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + 1 + length);
 }
 
-bool receiveAll(int fd, char* data, size_t size) {
-    while (size > 0) {
-        const ssize_t got = recv(fd, data, size, 0);
-        if (got < 0 && errno == EINTR) {
-            continue;
-        }
-        if (got <= 0) {
-            return false;
-        }
-        data += got;
-        size -= static_cast<size_t>(got);
-    }
-    return true;
-}
-
 }  // namespace
 
 EnforcerSocket::~EnforcerSocket() {
@@ -45,7 +29,15 @@ EnforcerSocket::~EnforcerSocket() {
     }
 }
 
-EnforcerSocket::EnforcerSocket(EnforcerSocket&& other) noexcept : fd_(other.fd_) {
+EnforcerSocket::EnforcerSocket(int fd, int timeoutSeconds)
+    : fd_(fd), timeoutSeconds_(timeoutSeconds) {
+    // A peer that stops reading does not hold this end for longer either.
+    const timeval limit{timeoutSeconds, 0};
+    setsockopt(fd_, SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof(limit));
+}
+
+EnforcerSocket::EnforcerSocket(EnforcerSocket&& other) noexcept
+    : fd_(other.fd_), timeoutSeconds_(other.timeoutSeconds_) {
     other.fd_ = -1;
 }
 
@@ -55,25 +47,25 @@ EnforcerSocket& EnforcerSocket::operator=(EnforcerSocket&& other) noexcept {
             close(fd_);
         }
         fd_ = other.fd_;
+        timeoutSeconds_ = other.timeoutSeconds_;
         other.fd_ = -1;
     }
     return *this;
 }
 
 EnforcerSocket EnforcerSocket::connect(int timeoutSeconds) {
-    EnforcerSocket socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    EnforcerSocket socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0), timeoutSeconds);
     sockaddr_un address;
     const socklen_t length = abstractAddress(address);
     if (!socket.open() ||
         ::connect(socket.fd_, reinterpret_cast<sockaddr*>(&address), length) != 0) {
         return EnforcerSocket();
     }
-    socket.setTimeout(timeoutSeconds);
     return socket;
 }
 
 EnforcerSocket EnforcerSocket::listen() {
-    EnforcerSocket socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    EnforcerSocket socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0), 0);
     sockaddr_un address;
     const socklen_t length = abstractAddress(address);
     if (!socket.open() || bind(socket.fd_, reinterpret_cast<sockaddr*>(&address), length) != 0 ||
@@ -86,63 +78,26 @@ EnforcerSocket EnforcerSocket::listen() {
 EnforcerSocket EnforcerSocket::accept(int idleMs, int timeoutSeconds) const {
     pollfd waiting{fd_, POLLIN, 0};
     while (poll(&waiting, 1, idleMs) > 0) {
-        EnforcerSocket peer(accept4(fd_, nullptr, nullptr, SOCK_CLOEXEC));
+        EnforcerSocket peer(accept4(fd_, nullptr, nullptr, SOCK_CLOEXEC), timeoutSeconds);
         ucred credentials{};
         socklen_t size = sizeof(credentials);
         if (peer.open() &&
             getsockopt(peer.fd_, SOL_SOCKET, SO_PEERCRED, &credentials, &size) == 0 &&
             credentials.uid == geteuid()) {
-            peer.setTimeout(timeoutSeconds);
             return peer;
         }
     }
     return EnforcerSocket();
 }
 
-bool EnforcerSocket::send(const std::string& body) const {
-    std::string header = frameHeader(body.size());
-    iovec parts[2] = {{header.data(), header.size()},
-                      {const_cast<char*>(body.data()), body.size()}};
-    msghdr message{};
-    message.msg_iov = parts;
-    message.msg_iovlen = 2;
-    while (message.msg_iovlen > 0) {
-        const ssize_t sent = sendmsg(fd_, &message, MSG_NOSIGNAL);
-        if (sent < 0 && errno == EINTR) {
-            continue;
-        }
-        if (sent <= 0) {
-            return false;
-        }
-        // A large frame may go out in pieces: step past what was taken.
-        size_t taken = static_cast<size_t>(sent);
-        while (message.msg_iovlen > 0 && taken >= message.msg_iov[0].iov_len) {
-            taken -= message.msg_iov[0].iov_len;
-            ++message.msg_iov;
-            --message.msg_iovlen;
-        }
-        if (message.msg_iovlen > 0) {
-            message.msg_iov[0].iov_base = static_cast<char*>(message.msg_iov[0].iov_base) + taken;
-            message.msg_iov[0].iov_len -= taken;
-        }
-    }
-    return true;
+bool EnforcerSocket::send(uint32_t head, const std::string& payload) const {
+    return qvctl::FrameChannel(fd_, -1, timeoutSeconds_ * 1000, kMaxEnforcerPayload)
+        .Write(head, payload);
 }
 
-bool EnforcerSocket::receive(std::string& body) const {
-    char header[4];
-    uint32_t length = 0;
-    if (!receiveAll(fd_, header, sizeof(header)) || !readFrameHeader(header, length)) {
-        return false;
-    }
-    body.resize(length);
-    return receiveAll(fd_, body.data(), length);
-}
-
-void EnforcerSocket::setTimeout(int seconds) const {
-    const timeval limit{seconds, 0};
-    setsockopt(fd_, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof(limit));
-    setsockopt(fd_, SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof(limit));
+bool EnforcerSocket::receive(qvctl::Frame& frame) const {
+    return qvctl::FrameChannel(fd_, -1, timeoutSeconds_ * 1000, kMaxEnforcerPayload).Read(&frame) ==
+           qvctl::FrameStatus::kOk;
 }
 
 }  // namespace ipfwnft

@@ -1,6 +1,9 @@
 #pragma once
 
+#include <cstdint>
 #include <string>
+
+#include "FrameChannel.h"
 
 namespace ipfwnft {
 
@@ -24,15 +27,14 @@ public:
     // The next connection, waiting up to `idleMs`; not open when none came. Only peers
     // running as this process's user are taken: what they send runs as root.
     EnforcerSocket accept(int idleMs, int timeoutSeconds) const;
-    // The frame goes out with one sendmsg(2).
-    bool send(const std::string& body) const;
-    bool receive(std::string& body) const;
+    bool send(uint32_t head, const std::string& payload) const;
+    bool receive(qvctl::Frame& frame) const;
 
 private:
-    explicit EnforcerSocket(int fd) : fd_(fd) {}
-    void setTimeout(int seconds) const;
+    EnforcerSocket(int fd, int timeoutSeconds);
 
     int fd_ = -1;
+    int timeoutSeconds_ = 0;
 };
 
 }  // namespace ipfwnft

@@ -39,9 +39,14 @@ int main() {
         if (!peer.open()) {
             return 0;
         }
-        std::string body;
-        while (peer.receive(body) && peer.send(ipfwnft::answerRequest(table, body))) {
-            if (body.size() > kLargeRequest) {
+        qvctl::Frame request;
+        std::string reply;
+        while (
+            peer.receive(request) &&
+            peer.send(static_cast<uint32_t>(
+                          ipfwnft::answerRequest(table, request.head, request.payload, reply).code),
+                      reply)) {
+            if (request.payload.size() > kLargeRequest) {
                 malloc_trim(0);  // a whole table's worth of nft's memory goes back
             }
         }

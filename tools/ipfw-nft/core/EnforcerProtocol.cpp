@@ -1,25 +1,9 @@
 #include "ipfwnft/EnforcerProtocol.h"
 
-#include <cstdlib>
+#include <algorithm>
 
 namespace ipfwnft {
 namespace {
-
-std::string littleEndian(uint32_t value) {
-    std::string bytes(4, '\0');
-    for (int i = 0; i < 4; ++i) {
-        bytes[i] = static_cast<char>((value >> (8 * i)) & 0xff);
-    }
-    return bytes;
-}
-
-uint32_t fromLittleEndian(const char* bytes) {
-    uint32_t value = 0;
-    for (int i = 3; i >= 0; --i) {
-        value = value << 8 | static_cast<unsigned char>(bytes[i]);
-    }
-    return value;
-}
 
 bool readHandle(std::string_view digits, uint64_t& handle) {
     if (digits.empty() || digits.size() > 19) {
@@ -36,44 +20,6 @@ bool readHandle(std::string_view digits, uint64_t& handle) {
 }
 
 }  // namespace
-
-std::string frameHeader(size_t length) {
-    return littleEndian(static_cast<uint32_t>(length));
-}
-
-bool readFrameHeader(const char (&header)[4], uint32_t& length) {
-    length = fromLittleEndian(header);
-    return length <= kMaxFrame;
-}
-
-std::string encodeRequest(const EnforcerRequest& request) {
-    return static_cast<char>(request.kind) + request.text;
-}
-
-bool decodeRequest(std::string_view body, EnforcerRequest& request) {
-    if (body.empty() || (body[0] != static_cast<char>(RequestKind::Apply) &&
-                         body[0] != static_cast<char>(RequestKind::ListChain))) {
-        return false;
-    }
-    request.kind = static_cast<RequestKind>(body[0]);
-    request.text = std::string(body.substr(1));
-    return true;
-}
-
-std::string encodeReply(const ipfwsim::Status& status, const std::string& text) {
-    return littleEndian(static_cast<uint32_t>(status.code)) + text;
-}
-
-bool decodeReply(std::string_view body, ipfwsim::Status& status, std::string& text) {
-    if (body.size() < 4) {
-        return false;
-    }
-    const int code = static_cast<int>(fromLittleEndian(body.data()));
-    text = std::string(body.substr(4));
-    status = code == ipfwsim::kExitOk ? ipfwsim::Status::success()
-                                      : ipfwsim::Status::failure(code, text);
-    return true;
-}
 
 std::string encodeRules(const std::vector<KernelRule>& rules) {
     std::string text;
@@ -102,25 +48,25 @@ bool decodeRules(std::string_view text, std::vector<KernelRule>& rules) {
     return true;
 }
 
-std::string answerRequest(KernelTable& kernel, std::string_view body) {
-    EnforcerRequest request;
-    if (!decodeRequest(body, request)) {
-        const ipfwsim::Status refused = ipfwsim::Status::failure(
-            ipfwsim::kExitSoftware, "ipfw-enforcer: request not understood");
-        return encodeReply(refused, refused.message);
+ipfwsim::Status answerRequest(KernelTable& kernel, uint32_t kind, const std::string& text,
+                              std::string& reply) {
+    ipfwsim::Status status;
+    if (kind == static_cast<uint32_t>(RequestKind::Apply)) {
+        status = kernel.apply(text);
+        reply = status.message;
+        return status;
     }
-    if (request.kind == RequestKind::Apply) {
-        const ipfwsim::Status status = kernel.apply(request.text);
-        return encodeReply(status, status.message);
+    const size_t split = text.find('\n');
+    if (kind != static_cast<uint32_t>(RequestKind::ListChain) || split == std::string::npos) {
+        status = ipfwsim::Status::failure(ipfwsim::kExitSoftware,
+                                          "ipfw-enforcer: request not understood");
+        reply = status.message;
+        return status;
     }
-    const size_t split = request.text.find('\n');
     std::vector<KernelRule> rules;
-    const ipfwsim::Status status =
-        split == std::string::npos
-            ? ipfwsim::Status::failure(ipfwsim::kExitSoftware, "ipfw-enforcer: no chain named")
-            : kernel.listChain(request.text.substr(0, split), request.text.substr(split + 1),
-                               rules);
-    return encodeReply(status, status.ok() ? encodeRules(rules) : status.message);
+    status = kernel.listChain(text.substr(0, split), text.substr(split + 1), rules);
+    reply = status.ok() ? encodeRules(rules) : status.message;
+    return status;
 }
 
 std::vector<KernelRule> parseChainListing(std::string_view listing) {
