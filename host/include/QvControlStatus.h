@@ -21,6 +21,9 @@ struct DaemonStatus {
     int64_t eventsFromCallback = 0;
     int64_t eventsKept = 0;
     int64_t streamClients = 0;
+    int64_t loggedPacketsLost = 0;
+    // "answers", or why the ipfw that the plug-in drives does not.
+    std::string ipfw;
     // The stored options, as the configuration file holds them.
     std::string configPath;
     int64_t normalSet = 0;
@@ -48,6 +51,8 @@ inline const StatusField* StatusFields(size_t* count) {
         {"events_from_callback", &DaemonStatus::eventsFromCallback, nullptr},
         {"events_kept", &DaemonStatus::eventsKept, nullptr},
         {"stream_clients", &DaemonStatus::streamClients, nullptr},
+        {"logged_packets_lost", &DaemonStatus::loggedPacketsLost, nullptr},
+        {"ipfw", nullptr, &DaemonStatus::ipfw},
         {"config_path", nullptr, &DaemonStatus::configPath},
         {"normal_set", &DaemonStatus::normalSet, nullptr},
         {"exception_set", &DaemonStatus::exceptionSet, nullptr},

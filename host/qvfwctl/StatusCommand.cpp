@@ -66,6 +66,7 @@ std::string DaemonJson(const DaemonStatus& daemon) {
         .Number("events_from_callback", daemon.eventsFromCallback)
         .Number("events_kept", daemon.eventsKept)
         .Number("stream_clients", daemon.streamClients)
+        .Number("logged_packets_lost", daemon.loggedPacketsLost)
         .str();
 }
 
@@ -73,6 +74,8 @@ std::string StateJson(const FirewallState& state) {
     const DaemonStatus& daemon = state.daemon;
     return JsonObject()
         .Bool("enabled", state.enabled)
+        .Bool("enforced", daemon.ipfw == "answers")
+        .Text("ipfw", daemon.ipfw)
         .Bool("notify", state.notify)
         .Number("normal_rules", state.normalRules)
         .Number("exception_rules", state.exceptionRules)
@@ -83,6 +86,13 @@ std::string StateJson(const FirewallState& state) {
         .Text("config_path", daemon.configPath)
         .Raw("daemon", DaemonJson(daemon))
         .str();
+}
+
+// An enabled firewall over an ipfw that does not answer stops nothing: said first.
+std::string SwitchText(const FirewallState& state) {
+    const std::string& ipfw = state.daemon.ipfw;
+    std::string text = state.enabled ? "enabled" : "disabled";
+    return ipfw == "answers" ? text : text + ", NOT ENFORCED: " + ipfw;
 }
 
 std::string StateText(const FirewallState& state) {
@@ -99,15 +109,17 @@ std::string StateText(const FirewallState& state) {
         "configuration    %s\n"
         "daemon           pid %lld, up %lld s, plug-in %lld (%s)\n"
         "events           %lld from the host service, %lld from the callback, %lld kept, "
-        "%lld watching\n",
-        state.enabled ? "enabled" : "disabled", state.notify ? "on" : "off", state.normalRules,
+        "%lld watching\n"
+        "logged packets   %lld lost before they reached the log\n",
+        SwitchText(state).c_str(), state.notify ? "on" : "off", state.normalRules,
         static_cast<long long>(daemon.normalSet), state.exceptionRules,
         static_cast<long long>(daemon.exceptionSet), daemon.fwLogPath.c_str(),
         daemon.syslogConf.c_str(), daemon.configPath.c_str(), static_cast<long long>(daemon.pid),
         static_cast<long long>(daemon.uptimeSeconds), static_cast<long long>(daemon.pluginId),
         daemon.pluginPath.c_str(), static_cast<long long>(daemon.eventsFromService),
         static_cast<long long>(daemon.eventsFromCallback),
-        static_cast<long long>(daemon.eventsKept), static_cast<long long>(daemon.streamClients));
+        static_cast<long long>(daemon.eventsKept), static_cast<long long>(daemon.streamClients),
+        static_cast<long long>(daemon.loggedPacketsLost));
     return text;
 }
 

@@ -74,6 +74,15 @@ bool Daemon::ClaimSockets() {
     return true;
 }
 
+bool Daemon::IpfwAnswers() {
+    std::string why;
+    if (m_ipfw.Answers(&why)) {
+        return true;
+    }
+    Log("cannot start: " + why + "; the firewall would enforce nothing");
+    return false;
+}
+
 bool Daemon::StartPlugin() {
     std::string path = m_options.pluginPath.empty() ? DefaultPluginPath() : m_options.pluginPath;
     std::string error;
@@ -104,6 +113,9 @@ qvctl::DaemonStatus Daemon::Status() const {
     status.eventsFromCallback = counts.fromCallback;
     status.eventsKept = counts.kept;
     status.streamClients = counts.subscribers;
+    status.loggedPacketsLost = counts.loggedPacketsLost;
+    std::string why;
+    status.ipfw = m_ipfw.Answers(&why) ? "answers" : why;
     StoredOptions options;
     ReadStoredOptions(&options);
     status.configPath = options.path;
@@ -125,7 +137,7 @@ int Daemon::Run() {
                      ServiceSession(m_events, m_serviceStop));
     service.Start();
     int status = 1;
-    if (StartPlugin()) {
+    if (IpfwAnswers() && StartPlugin()) {
         ControlServices services{m_plugin,   m_events,      m_checker,
                                  m_counters, m_controlStop, [this] { return Status(); }};
         Acceptor control(m_control.fd(), m_controlStop, m_controlClients, ControlSession(services));
@@ -133,8 +145,12 @@ int Daemon::Run() {
         Log("started: pid " + std::to_string(getpid()) + ", plug-in " +
             std::to_string(m_plugin.id()) + " from " + m_plugin.path() + ", control " +
             m_control.path() + ", host service " + m_service.path());
+        if (!m_serviceManager.Send("READY=1")) {
+            Log("cannot tell the service manager that the firewall is up");
+        }
         int received = WaitForStopSignal(stopSignals);
         Log(std::string("stopping on ") + (received == SIGINT ? "SIGINT" : "SIGTERM"));
+        (void)m_serviceManager.Send("STOPPING=1");
         m_controlStop.Raise();
         m_events.Stop();
         control.Join();

@@ -9,10 +9,12 @@
 #include "DaemonOptions.h"
 #include "EventHub.h"
 #include "IpfwCounters.h"
+#include "IpfwProbe.h"
 #include "ListeningSocket.h"
 #include "PluginLibrary.h"
 #include "QvControlStatus.h"
 #include "RuleChecker.h"
+#include "ServiceNotice.h"
 #include "StopSignal.h"
 
 namespace qvfwd {
@@ -29,6 +31,7 @@ public:
 
 private:
     bool ClaimSockets();
+    bool IpfwAnswers();
     bool StartPlugin();
     qvctl::DaemonStatus Status() const;
 
@@ -48,6 +51,8 @@ private:
     PluginLibrary m_plugin;
     RuleChecker m_checker;
     IpfwCounters m_counters;
+    IpfwProbe m_ipfw;
+    const ServiceNotice m_serviceManager = ServiceNotice::FromEnvironment();
 };
 
 }  // namespace qvfwd

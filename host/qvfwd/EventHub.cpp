@@ -1,10 +1,24 @@
 #include "EventHub.h"
 
 #include <chrono>
+#include <cstdio>
 
 #include "QvControl.h"
+#include "VelaEventLogMsg.pb.h"
 
 namespace qvfwd {
+
+int64_t LoggedPacketsLost(const std::string& record) {
+    qor::vela::EventLogItemFw event;
+    unsigned long long lost = 0;
+    int matched = 0;
+    if (!event.ParseFromString(record) ||
+        sscanf(event.detail().c_str(), "lost %llu logged packet%n", &lost, &matched) != 1 ||
+        matched == 0) {
+        return 0;
+    }
+    return static_cast<int64_t>(lost);
+}
 
 void EventHub::Publish(int32_t origin, std::string record) {
     {
@@ -14,6 +28,10 @@ void EventHub::Publish(int32_t origin, std::string record) {
             m_events.pop_front();
         }
         (origin == qvctl::kFromCallback ? m_counts.fromCallback : m_counts.fromService)++;
+        // Every line reaches the host service; the callback's copies would count twice.
+        if (origin != qvctl::kFromCallback) {
+            m_counts.loggedPacketsLost += LoggedPacketsLost(m_events.back().record);
+        }
         m_counts.kept = static_cast<int64_t>(m_events.size());
     }
     m_arrived.notify_all();

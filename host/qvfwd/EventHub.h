@@ -24,7 +24,13 @@ struct EventCounts {
     int64_t fromCallback = 0;
     int64_t kept = 0;
     int64_t subscribers = 0;
+    // The logged packets that ipfw-logd could not write and reported as lost.
+    int64_t loggedPacketsLost = 0;
 };
+
+// The count in an event whose line reports logged packets lost ("ipfw: lost N logged
+// packets"), else 0. `record`: a serialized qor.vela.EventLogItemFw.
+int64_t LoggedPacketsLost(const std::string& record);
 
 class EventHub {
 public:

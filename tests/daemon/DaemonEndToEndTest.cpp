@@ -246,6 +246,8 @@ TEST_F(DaemonTest, ADeniedPacketsEventReachesWatchAndIsKept) {
     Value status = ParseJson(Ctl("status --json"));
     EXPECT_FALSE(Field(status, "notify").bool_value());
     EXPECT_TRUE(Field(status, "enabled").bool_value());
+    EXPECT_TRUE(Field(status, "enforced").bool_value());
+    EXPECT_EQ(Field(status, "ipfw").string_value(), "answers");
     EXPECT_EQ(Field(status, "normal_rules").number_value(), 1);
 }
 
@@ -293,6 +295,16 @@ TEST(DaemonStartTest, WithoutAConfigurationTheDaemonExitsWithTheCodeAndItsMeanin
     EXPECT_NE(readFile(sandbox.file("qvfwd.log")).find("error 20013: the firewall manager failed"),
               std::string::npos)
         << readFile(sandbox.file("qvfwd.log"));
+}
+
+TEST(DaemonStartTest, WithoutAnIpfwThatAnswersTheDaemonRefusesToStartAndSaysWhy) {
+    DaemonSandbox sandbox;
+    sandbox.SetEnv("PATH", "/usr/bin:/bin");
+    pid_t daemon = sandbox.SpawnDaemon("", sandbox.file("qvfwd.log"));
+    EXPECT_EQ(DaemonSandbox::WaitExit(daemon, 30), 1);
+    const std::string log = readFile(sandbox.file("qvfwd.log"));
+    EXPECT_NE(log.find("cannot start: ipfw exited with status 127"), std::string::npos) << log;
+    EXPECT_NE(log.find("the firewall would enforce nothing"), std::string::npos) << log;
 }
 
 // A raw client of the control socket, to send what qvfwctl never would.

@@ -5,10 +5,19 @@
 #include <string>
 #include <vector>
 
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
 #include "DaemonOptions.h"
+#include "EventHub.h"
+#include "IpfwProbe.h"
 #include "QvControl.h"
 #include "QvControlStatus.h"
+#include "ServiceNotice.h"
 #include "StoredOptions.h"
+#include "TempDir.h"
+#include "VelaEventLogMsg.pb.h"
 
 namespace {
 
@@ -71,6 +80,86 @@ TEST(StoredOptionsTest, OptionsComeFromTheFileAndMissingOnesKeepTheirDefaults) {
     qvfwd::StoredOptions untouched;
     EXPECT_FALSE(qvfwd::ParseStoredOptions("not a property list", &untouched));
     EXPECT_EQ(untouched.normalSet, 19);
+}
+
+// ipfw's answer as the shell gives it: what it printed, then the status line the probe
+// asks the shell to add.
+qvfwd::RuleChecker::Runner Answering(const std::string& output, bool ran = true) {
+    return [output, ran](const std::string& command, std::string* out) {
+        EXPECT_EQ(command.rfind("ipfw set show", 0), 0u) << command;
+        *out = output;
+        return ran;
+    };
+}
+
+TEST(IpfwProbeTest, OnlyAnIpfwThatExitsZeroAnswersAndAFailureIsSaidInItsOwnWords) {
+    std::string why;
+    EXPECT_TRUE(qvfwd::IpfwProbe(Answering("enable 0 1 2\nipfw exit status 0\n")).Answers(&why));
+
+    EXPECT_FALSE(qvfwd::IpfwProbe(Answering("sh: 1: ipfw: not found\n\nipfw exit status 127\n"))
+                     .Answers(&why));
+    EXPECT_EQ(why, "ipfw exited with status 127: sh: 1: ipfw: not found");
+
+    EXPECT_FALSE(qvfwd::IpfwProbe(Answering("\nipfw exit status 74\n")).Answers(&why));
+    EXPECT_EQ(why, "ipfw exited with status 74");
+
+    // Killed at its time-out, or an answer cut off before the shell's status line.
+    EXPECT_FALSE(qvfwd::IpfwProbe(Answering("", false)).Answers(&why));
+    EXPECT_NE(why.find("did not answer in time"), std::string::npos);
+    EXPECT_FALSE(qvfwd::IpfwProbe(Answering("enable 0 1 2\n")).Answers(&why));
+    EXPECT_EQ(why, "ipfw gave no answer");
+}
+
+TEST(ServiceNoticeTest,
+     TheStateReachesTheManagersSocketByPathOrAbstractNameAndNobodyIsToldOtherwise) {
+    qvtest::TempDir dir;
+    const std::string path = dir.file("notify");
+    for (const std::string& name :
+         {path, std::string("@qvfwd-notice-test-") + std::to_string(getpid())}) {
+        int listener = socket(AF_UNIX, SOCK_DGRAM, 0);
+        sockaddr_un address{};
+        address.sun_family = AF_UNIX;
+        memcpy(address.sun_path, name.data(), name.size());
+        if (name[0] == '@') {
+            address.sun_path[0] = '\0';
+        }
+        ASSERT_EQ(bind(listener, reinterpret_cast<sockaddr*>(&address),
+                       static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + name.size())),
+                  0)
+            << name;
+        EXPECT_TRUE(qvfwd::ServiceNotice(name).Send("READY=1"));
+        char received[64] = {};
+        EXPECT_EQ(recv(listener, received, sizeof received - 1, MSG_DONTWAIT), 7) << name;
+        EXPECT_STREQ(received, "READY=1");
+        close(listener);
+    }
+    EXPECT_TRUE(qvfwd::ServiceNotice("").Send("READY=1"));
+    EXPECT_FALSE(qvfwd::ServiceNotice("relative/notify").Send("READY=1"));
+    EXPECT_FALSE(qvfwd::ServiceNotice(dir.file("nobody-listens")).Send("READY=1"));
+}
+
+std::string EventWithDetail(const std::string& detail) {
+    qor::vela::EventLogItemFw event;
+    event.set_detail(detail + std::string(1, '\0'));
+    return event.SerializeAsString();
+}
+
+TEST(EventHubTest, LostLoggedPacketsAreCountedOnceFromTheHostServicesCopyOfTheLine) {
+    EXPECT_EQ(qvfwd::LoggedPacketsLost(EventWithDetail("lost 16320 logged packets")), 16320);
+    EXPECT_EQ(qvfwd::LoggedPacketsLost(EventWithDetail("lost 1 logged packet")), 1);
+    EXPECT_EQ(qvfwd::LoggedPacketsLost(EventWithDetail("3100 Deny UDP 10.0.0.1:53 10.0.0.2:53 in")),
+              0);
+    EXPECT_EQ(qvfwd::LoggedPacketsLost(EventWithDetail("limit 5 reached on entry 3100")), 0);
+    EXPECT_EQ(qvfwd::LoggedPacketsLost("not a record"), 0);
+
+    qvfwd::EventHub hub(2);
+    hub.Publish(qvctl::kFromHostService, EventWithDetail("lost 7 logged packets"));
+    hub.Publish(qvctl::kFromCallback, EventWithDetail("lost 7 logged packets"));
+    hub.Publish(qvctl::kFromHostService, EventWithDetail("lost 5 logged packets"));
+    // The count outlives the kept window.
+    hub.Publish(qvctl::kFromHostService,
+                EventWithDetail("3100 Deny UDP 10.0.0.1:53 10.0.0.2:53 in"));
+    EXPECT_EQ(hub.Counts().loggedPacketsLost, 12);
 }
 
 }  // namespace

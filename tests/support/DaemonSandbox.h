@@ -53,6 +53,7 @@ public:
     std::string file(const std::string& name) const { return m_dir.file(name); }
     std::string controlSocket() const { return m_dir.file("run/qvfw.sock"); }
     const std::map<std::string, std::string>& env() const { return m_env; }
+    void SetEnv(const std::string& name, const std::string& value) { m_env[name] = value; }
     void RemoveConfiguration() const;
 
 private:

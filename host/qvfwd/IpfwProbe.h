@@ -1,0 +1,25 @@
+// Whether the ipfw that the plug-in drives is there and answers. Without it the plug-in
+// would report rules "installed" and a firewall "enabled" over nothing, so the daemon
+// refuses to start and its status says so. The command line is fixed.
+#pragma once
+
+#include <string>
+
+#include "RuleChecker.h"
+
+namespace qvfwd {
+
+class IpfwProbe {
+public:
+    IpfwProbe();
+    explicit IpfwProbe(RuleChecker::Runner runner) : m_run(std::move(runner)) {}
+
+    // True when "ipfw set show" ran and exited 0; otherwise `why` says what happened, in
+    // ipfw's or the shell's own words where there are any.
+    bool Answers(std::string* why) const;
+
+private:
+    RuleChecker::Runner m_run;
+};
+
+}  // namespace qvfwd
