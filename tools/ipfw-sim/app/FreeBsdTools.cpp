@@ -45,7 +45,7 @@ int runKillall(const Arguments& arguments) {
 
 std::string StatePath() {
     const char* path = std::getenv("IPFW_SIM_STATE");
-    return path != nullptr && *path != '\0' ? path : "/var/db/ipfw-sim/rules";
+    return path != nullptr && *path != '\0' ? path : QV_IPFW_STATE_DEFAULT;
 }
 
 int RunFreeBsdTool(int argc, char** argv, IpfwRunner runIpfwWith) {

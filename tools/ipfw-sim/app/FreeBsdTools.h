@@ -18,7 +18,7 @@ namespace ipfwsim {
 using IpfwRunner = int (*)(Environment& environment, StateStore& store, Console& console,
                            const std::vector<std::string>& arguments);
 
-// $IPFW_SIM_STATE, else the default state file.
+// $IPFW_SIM_STATE, else the state file fixed when building (QV_IPFW_STATE_DEFAULT).
 std::string StatePath();
 
 // Dispatches on the name the binary was run as; the exit code.

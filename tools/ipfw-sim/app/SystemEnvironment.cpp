@@ -101,7 +101,7 @@ Status SystemEnvironment::create(std::unique_ptr<SystemEnvironment>& environment
     }
     env->names_ = std::make_unique<SystemNameService>(hostsPath != nullptr, hosts);
     const char* conf = variable("IPFW_SIM_SYSLOG_CONF");
-    env->syslogPath_ = conf != nullptr ? conf : "/etc/syslog.conf";
+    env->syslogPath_ = conf != nullptr ? conf : QV_IPFW_SYSLOG_CONF_DEFAULT;
     const char* host = variable("IPFW_SIM_HOSTNAME");
     env->hostName_ = host != nullptr ? host : shortHostName();
     environment = std::move(env);
