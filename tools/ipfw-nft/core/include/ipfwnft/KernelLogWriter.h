@@ -1,5 +1,9 @@
 #pragma once
 
+#include <cstdint>
+#include <string>
+#include <vector>
+
 #include "ipfwnft/LoggedPacket.h"
 #include "ipfwsim/Environment.h"
 #include "ipfwsim/StateStore.h"
@@ -7,22 +11,36 @@
 
 namespace ipfwnft {
 
-// Does for a packet from NFLOG what the kernel's ipfw does when a rule logs: unless
+// "ipfw: 16320 logged packets lost": what the log says of packets that NFLOG numbered
+// but never delivered (qvfwctl counts them by this text).
+std::string lostLogText(uint64_t count);
+
+// Does for packets from NFLOG what the kernel's ipfw does when a rule logs: unless
 // verbose logging is off, writes "ipfw: 3100 Deny TCP ..." through syslog's routing of
-// the program "ipfw" (the syslog configuration is read anew for every packet), and
-// counts the rule's logamount in the rule state, announcing when the limit is reached.
+// the program "ipfw", and counts the rule's logamount in the rule state, announcing when
+// the limit is reached.
+// Packets come in batches, as NFLOG hands them over under load, and a batch costs what
+// one packet did: one read of the state and of the syslog configuration, one append per
+// log file, one rewrite of the state when a logamount moved. The packets the kernel could
+// not deliver (its socket buffer was full) show as gaps in NFLOG's numbering; each batch
+// that follows such gaps carries one line that counts them.
 class KernelLogWriter {
 public:
-    KernelLogWriter(ipfwsim::Environment& env, ipfwsim::StateStore& store)
-        : env_(env), store_(store) {}
+    explicit KernelLogWriter(ipfwsim::Environment& env) : env_(env) {}
 
-    ipfwsim::Status write(const LoggedPacket& logged);
+    // `store` is taken for this batch only, so that ipfw waits for one batch at most.
+    ipfwsim::Status write(const std::vector<LoggedPacket>& batch, ipfwsim::StateStore& store);
 
 private:
-    ipfwsim::Status append(const std::string& text, int priority);
+    struct Losses {
+        uint64_t count = 0;
+        size_t firstGapAt = 0;  // the packet the loss line goes before
+    };
+
+    Losses countLosses(const std::vector<LoggedPacket>& batch);
 
     ipfwsim::Environment& env_;
-    ipfwsim::StateStore& store_;
+    uint32_t nextSequence_ = 0;
 };
 
 }  // namespace ipfwnft

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -14,6 +15,9 @@ struct LoggedPacket {
     std::vector<uint8_t> payload;  // from the IPv4 header on
     std::string inInterface;       // empty when none
     std::string outInterface;
+    // NFLOG's number for the packet: the kernel numbers every packet it logs to the
+    // group, delivered or not, from 0 when the group is bound. Absent when not asked for.
+    std::optional<uint32_t> sequence;
 };
 
 // Reads the IPv4 header and, for TCP and UDP, the ports, ICMP type and code, into the
