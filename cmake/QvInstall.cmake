@@ -114,7 +114,7 @@ function(qv_install_service_files)
   elseif(TARGET ipfw-nft)
     install(FILES ${out}/qvfwd.service ${out}/ipfw-enforcer.service ${out}/ipfw-logd.service
             DESTINATION lib/systemd/system)
-    install(FILES ${out}/logrotate DESTINATION ${CMAKE_INSTALL_SYSCONFDIR}/logrotate.d
+    install(FILES ${out}/logrotate DESTINATION ${CMAKE_INSTALL_FULL_SYSCONFDIR}/logrotate.d
             RENAME quorvane-firewall)
   endif()
   if(NOT QV_PACKAGE)

@@ -16,11 +16,11 @@ if(NOT CPACK_PACKAGE_VERSION)
 endif()
 set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "endpoint firewall: ipfw rules enforced through nftables")
 set(CPACK_PACKAGE_DESCRIPTION
-    "qvfwd hosts the Quorvane firewall plug-in, which turns rules into ipfw rules in
-two sets and keeps them across restarts; an ipfw for Linux enforces them through
-nftables, its enforcer restores the tables when someone else removes them, and
-ipfw-logd writes a log line for every logged packet. qvfwctl adds, lists and
-checks rules in the words of ipfw.")
+    "qvfwd hosts the Quorvane firewall plug-in, which turns rules into ipfw
+rules in two sets and keeps them across restarts; an ipfw for Linux enforces
+them through nftables, its enforcer restores the tables when someone else
+removes them, and ipfw-logd writes a log line for every logged packet.
+qvfwctl adds, lists and checks rules in the words of ipfw.")
 set(CPACK_PACKAGE_CONTACT "Quorvane Firewall Team <firewall-team@quorvane.com>")
 set(CPACK_DEBIAN_PACKAGE_SECTION net)
 set(CPACK_DEBIAN_PACKAGE_PRIORITY optional)
