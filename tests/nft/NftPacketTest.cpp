@@ -5,6 +5,7 @@
 #include <linux/audit.h>
 #include <linux/filter.h>
 #include <linux/seccomp.h>
+#include <sched.h>
 #include <signal.h>
 #include <stddef.h>
 #include <stdlib.h>
@@ -191,6 +192,33 @@ TEST_F(NftPacketTest, ATableThatDriftedIsRebuiltByTheNextCommand) {
     EXPECT_EQ(listener.Connect(), Outcome::Connects);
 }
 
+// The abstract address of the enforcer of user `uid`.
+socklen_t EnforcerAddress(uint32_t uid, sockaddr_un& address) {
+    address = sockaddr_un{};
+    address.sun_family = AF_UNIX;
+    const std::string name = ipfwnft::enforcerSocketName(uid);
+    memcpy(address.sun_path + 1, name.data(), name.size());
+    return static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + 1 + name.size());
+}
+
+// A process of user nobody; it runs `body` and exits with what it returns.
+template <typename Body>
+pid_t AsNobody(Body body) {
+    const pid_t child = fork();
+    if (child == 0) {
+        signal(SIGPIPE, SIG_IGN);
+        _exit(setresgid(65534, 65534, 65534) == 0 && setresuid(65534, 65534, 65534) == 0 ? body()
+                                                                                         : 2);
+    }
+    return child;
+}
+
+// A network namespace of its own for the rest of this test, whatever ran before it in this
+// process: no enforcer listens there yet.
+bool EnterFreshNetwork() {
+    return unshare(CLONE_NEWNET) == 0 && Shell("ip link set lo up").exitCode == 0;
+}
+
 // ipfw-enforcer runs what it is sent as root: a peer of another user is not heard.
 TEST_F(NftPacketTest, TheEnforcerHearsItsOwnUserOnly) {
     Listener listener(20500);
@@ -201,28 +229,76 @@ TEST_F(NftPacketTest, TheEnforcerHearsItsOwnUserOnly) {
         {static_cast<uint32_t>(ipfwnft::RequestKind::Apply), static_cast<uint32_t>(body.size())},
         reinterpret_cast<uint8_t*>(&frame[0])));
     frame += body;
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    const size_t name = strlen(ipfwnft::kEnforcerSocketName);
-    memcpy(address.sun_path + 1, ipfwnft::kEnforcerSocketName, name);
-    const socklen_t length = static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + 1 + name);
-    const pid_t child = fork();
-    if (child == 0) {
-        // The enforcer may hang up before the request is all written.
-        signal(SIGPIPE, SIG_IGN);
+    sockaddr_un address;
+    const socklen_t length = EnforcerAddress(0, address);
+    const pid_t child = AsNobody([&] {
         const int fd = socket(AF_UNIX, SOCK_STREAM, 0);
         char reply[8];
-        if (setgid(65534) != 0 || setuid(65534) != 0 ||
-            connect(fd, reinterpret_cast<sockaddr*>(&address), length) != 0) {
-            _exit(2);
+        if (connect(fd, reinterpret_cast<sockaddr*>(&address), length) != 0) {
+            return 2;
         }
+        // The enforcer may hang up before the request is all written.
         (void)!write(fd, frame.data(), frame.size());
-        _exit(read(fd, reply, sizeof(reply)) <= 0 ? 0 : 3);  // no answer, only the hang-up
-    }
+        return read(fd, reply, sizeof(reply)) <= 0 ? 0 : 3;  // no answer, only the hang-up
+    });
     int status = 0;
     ASSERT_EQ(waitpid(child, &status, 0), child);
     EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status;
     EXPECT_EQ(listener.Connect(), Outcome::TimesOut) << "the rules still hold";
+}
+
+// Another user listening where root's ipfw looks for its enforcer, answering every
+// request with an all-zero frame (success, had it been believed), is named and refused:
+// the change fails and the state goes back. Another user's own ipfw, which starts an
+// enforcer of that user, leaves root's commands alone.
+TEST_F(NftPacketTest, NoOtherUserStandsInForTheEnforcer) {
+    const std::string ipfw = std::string(QV_BUILD_DIR) + "/nft/ipfw ";
+    ASSERT_TRUE(EnterFreshNetwork());
+    Listener listener(20600);
+    int ready[2];
+    ASSERT_EQ(pipe(ready), 0);
+    sockaddr_un address;
+    const socklen_t length = EnforcerAddress(0, address);
+    const pid_t impostor = AsNobody([&] {
+        const int fd = socket(AF_UNIX, SOCK_STREAM, 0);
+        if (bind(fd, reinterpret_cast<sockaddr*>(&address), length) != 0 || listen(fd, 8) != 0) {
+            return 2;
+        }
+        (void)!write(ready[1], "r", 1);
+        for (int peer; (peer = accept(fd, nullptr, nullptr)) >= 0; close(peer)) {
+            char request[256];
+            const std::string zeros(ipc::kHeaderBytes, '\0');
+            (void)!read(peer, request, sizeof(request));
+            (void)!write(peer, zeros.data(), zeros.size());
+        }
+        return 0;
+    });
+    close(ready[1]);
+    char byte = 0;
+    ASSERT_EQ(read(ready[0], &byte, 1), 1) << "the impostor could not listen";
+    close(ready[0]);
+
+    const nfttest::CommandResult refused =
+        Shell(ipfw + "-q add 3100 set 19 deny proto tcp dst-port 20600");
+    kill(impostor, SIGKILL);
+    waitpid(impostor, nullptr, 0);
+    EXPECT_NE(refused.exitCode, 0);
+    EXPECT_NE(refused.output.find("uid 65534 (pid " + std::to_string(impostor) + ")"),
+              std::string::npos)
+        << refused.output;
+    EXPECT_EQ(Shell(ipfw + "show").output, "65535 0 0 allow ip from any to any\n")
+        << "the refused change is not in the state";
+    EXPECT_EQ(listener.Connect(), Outcome::Connects);
+
+    // nobody's ipfw, on a state of its own, starts nobody's enforcer first.
+    const std::string theirs = m_dir.file("nobody");
+    ASSERT_EQ(Shell("mkdir -m 777 " + theirs).exitCode, 0);
+    Shell("IPFW_SIM_STATE=" + theirs +
+          "/rules setpriv --reuid=65534 --regid=65534 "
+          "--clear-groups " +
+          ipfw + "-q add 3100 set 19 deny proto tcp dst-port 20600");
+    Ipfw("add 3100 set 19 deny proto tcp dst-port 20600");
+    EXPECT_EQ(listener.Connect(), Outcome::TimesOut);
 }
 
 }  // namespace

@@ -44,6 +44,22 @@ Status unreachable(const std::string& why) {
     return Status::failure(ipfwsim::kExitUnavailable, "nftables: ipfw-enforcer " + why);
 }
 
+// What ipfw hands over runs as its user: only a listener of that user may have it.
+Status trusted(const EnforcerSocket& socket) {
+    PeerCredentials listener;
+    if (!socket.peer(listener)) {
+        return unreachable("could not be identified on " + EnforcerSocket::name() +
+                           "; the change was not handed over");
+    }
+    if (listener.uid == geteuid()) {
+        return Status::success();
+    }
+    return unreachable("is not what listens on " + EnforcerSocket::name() + ": uid " +
+                       std::to_string(listener.uid) + " (pid " + std::to_string(listener.pid) +
+                       ") does, not uid " + std::to_string(geteuid()) +
+                       "; the change was not handed over");
+}
+
 }  // namespace
 
 Status EnforcerClient::apply(const std::string& script) {
@@ -78,21 +94,27 @@ Status EnforcerClient::connect() {
     if (socket_.open()) {
         return Status::success();
     }
-    socket_ = EnforcerSocket::connect(kReplySeconds);
-    if (socket_.open()) {
-        return Status::success();
+    EnforcerSocket socket = EnforcerSocket::connect(kReplySeconds);
+    if (!socket.open()) {
+        const std::string path = enforcerPath();
+        if (access(path.c_str(), X_OK) != 0) {
+            return unreachable("is not installed beside ipfw (" + path + ")");
+        }
+        startEnforcer(path);
+        const auto deadline = std::chrono::steady_clock::now() + kStartLimit;
+        while (!socket.open() && std::chrono::steady_clock::now() < deadline) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+            socket = EnforcerSocket::connect(kReplySeconds);
+        }
+        if (!socket.open()) {
+            return unreachable("did not start (" + path + ")");
+        }
     }
-    const std::string path = enforcerPath();
-    if (access(path.c_str(), X_OK) != 0) {
-        return unreachable("is not installed beside ipfw (" + path + ")");
+    const Status status = trusted(socket);
+    if (status.ok()) {
+        socket_ = std::move(socket);
     }
-    startEnforcer(path);
-    const auto deadline = std::chrono::steady_clock::now() + kStartLimit;
-    while (!socket_.open() && std::chrono::steady_clock::now() < deadline) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
-        socket_ = EnforcerSocket::connect(kReplySeconds);
-    }
-    return socket_.open() ? Status::success() : unreachable("did not start (" + path + ")");
+    return status;
 }
 
 }  // namespace ipfwnft

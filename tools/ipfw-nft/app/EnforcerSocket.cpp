@@ -13,12 +13,13 @@
 namespace ipfwnft {
 namespace {
 
+// The name of this process's user's enforcer.
 socklen_t abstractAddress(sockaddr_un& address) {
     std::memset(&address, 0, sizeof(address));
     address.sun_family = AF_UNIX;
-    const size_t length = std::strlen(kEnforcerSocketName);
-    std::memcpy(address.sun_path + 1, kEnforcerSocketName, length);  // sun_path[0] stays 0
-    return static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + 1 + length);
+    const std::string name = enforcerSocketName(geteuid());
+    std::memcpy(address.sun_path + 1, name.data(), name.size());  // sun_path[0] stays 0
+    return static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + 1 + name.size());
 }
 
 }  // namespace
@@ -79,15 +80,36 @@ EnforcerSocket EnforcerSocket::accept(int idleMs, int timeoutSeconds) const {
     pollfd waiting{fd_, POLLIN, 0};
     while (poll(&waiting, 1, idleMs) > 0) {
         EnforcerSocket peer(accept4(fd_, nullptr, nullptr, SOCK_CLOEXEC), timeoutSeconds);
-        ucred credentials{};
-        socklen_t size = sizeof(credentials);
-        if (peer.open() &&
-            getsockopt(peer.fd_, SOL_SOCKET, SO_PEERCRED, &credentials, &size) == 0 &&
-            credentials.uid == geteuid()) {
+        PeerCredentials credentials;
+        if (peer.open() && peer.peer(credentials) && credentials.uid == geteuid()) {
             return peer;
         }
     }
     return EnforcerSocket();
+}
+
+bool EnforcerSocket::peer(PeerCredentials& credentials) const {
+#ifdef SO_PEERCRED
+    ucred kernel{};
+    socklen_t size = sizeof(kernel);
+    if (getsockopt(fd_, SOL_SOCKET, SO_PEERCRED, &kernel, &size) != 0) {
+        return false;
+    }
+    credentials = PeerCredentials{kernel.uid, static_cast<int64_t>(kernel.pid)};
+    return true;
+#else
+    uid_t uid = 0;
+    gid_t gid = 0;
+    if (getpeereid(fd_, &uid, &gid) != 0) {
+        return false;
+    }
+    credentials = PeerCredentials{uid, -1};
+    return true;
+#endif
+}
+
+std::string EnforcerSocket::name() {
+    return "@" + enforcerSocketName(geteuid());
 }
 
 bool EnforcerSocket::send(uint32_t head, const std::string& payload) const {

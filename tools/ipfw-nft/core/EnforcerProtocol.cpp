@@ -21,6 +21,10 @@ bool readHandle(std::string_view digits, uint64_t& handle) {
 
 }  // namespace
 
+std::string enforcerSocketName(uint32_t uid) {
+    return "ipfw-nft-enforcer." + std::to_string(uid);
+}
+
 std::string encodeRules(const std::vector<KernelRule>& rules) {
     std::string text;
     for (const KernelRule& rule : rules) {

@@ -16,9 +16,11 @@ namespace ipfwnft {
 // list as "TABLE\nCHAIN". A reply's head is the outcome's exit code (0 for success) and
 // its payload the failure's message, or the listed rules one a line, "HANDLE TEXT".
 
-// The enforcer's abstract socket name. Abstract names belong to a network namespace, so
-// each namespace has an enforcer of its own and a command reaches the kernel it runs in.
-constexpr const char* kEnforcerSocketName = "ipfw-nft-enforcer";
+// The abstract socket name of the enforcer of user `uid`, "ipfw-nft-enforcer.0" for root.
+// Abstract names belong to a network namespace, so each namespace has an enforcer of its
+// own and a command reaches the kernel it runs in; one name per user, so that an enforcer
+// another user started never stands where ipfw looks for its own.
+std::string enforcerSocketName(uint32_t uid);
 // The longest payload either way: a whole table of 65,535 rules is far below it.
 constexpr uint32_t kMaxEnforcerPayload = 256u << 20;
 
