@@ -191,7 +191,7 @@ TEST(NftAcceptanceTest, EveryAcceptedBodyLoadsOrIsRefusedWithADocumentedReason) 
         listing += std::to_string(100 + i) + ": " + bodies[i] + "\n";
     }
     std::string script;
-    ASSERT_TRUE(ipfwnft::compileTable(state, script).ok());
+    ASSERT_TRUE(ipfwnft::compileTable(state, 1, script).ok());
     qvtest::TempDir dir;
     std::ofstream(dir.file("table.nft")) << script;
     nfttest::CommandResult check = nfttest::Shell("nft -c -f " + dir.file("table.nft"));

@@ -5,7 +5,9 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <random>
+#include <set>
 #include <sstream>
 
 #include "ModelKernel.h"
@@ -13,6 +15,8 @@
 #include "ipfwnft/EnforcingIpfw.h"
 #include "ipfwnft/TableCompiler.h"
 #include "ipfwsim/FirewallState.h"
+#include "ipfwsim/RuleParser.h"
+#include "ipfwsim/StateFile.h"
 
 namespace {
 
@@ -44,12 +48,19 @@ protected:
         return ipfwnft::EnforcingIpfw(env, store, console, kernel).run(words(line));
     }
 
+    // The count of kernel changes in the state's first line.
+    uint32_t stateGeneration() const {
+        ipfwsim::StateFile file(store.bytes);
+        EXPECT_TRUE(file.open().ok());
+        return file.kernelGeneration();
+    }
+
     // The kernel as a whole table compiled from the state now would leave it.
     nfttest::ModelKernel rebuilt() const {
         ipfwsim::FirewallState state;
         EXPECT_TRUE(ipfwsim::FirewallState::load(store.bytes, state).ok());
         std::string script;
-        EXPECT_TRUE(ipfwnft::compileTable(state, script).ok());
+        EXPECT_TRUE(ipfwnft::compileTable(state, stateGeneration(), script).ok());
         nfttest::ModelKernel fresh;
         EXPECT_TRUE(fresh.apply(script).ok());
         return fresh;
@@ -67,11 +78,24 @@ protected:
                 << table << " after " << after;
             ASSERT_EQ(kernel.chainCount(table), whole.chainCount(table))
                 << table << " after " << after;
+            // What the next change will prove is there.
+            ASSERT_EQ(kernel.elements(table, "gen"),
+                      std::set<std::string>{std::to_string(stateGeneration())})
+                << table << " after " << after;
         }
     }
 
+    // The last script without the statements that prove and move on the generation.
     std::string lastScript() const {
-        return kernel.scripts.empty() ? std::string() : kernel.scripts.back();
+        std::istringstream lines(kernel.scripts.empty() ? std::string() : kernel.scripts.back());
+        std::string change;
+        for (std::string line; std::getline(lines, line);) {
+            if (line.find(" element inet ipfw") == std::string::npos ||
+                line.find(" gen { ") == std::string::npos) {
+                change += line + "\n";
+            }
+        }
+        return change;
     }
 
     FakeEnvironment env;
@@ -204,6 +228,14 @@ TEST_F(EnforcingIpfwTest, EachChangeTouchesOnlyItsOwnChains) {
                                 "meta l4proto 17 drop comment \"3110\"\n"
                                 "add rule inet ipfw_s0 rules_out_b12 " +
                                 kGate19 + "meta l4proto 17 drop comment \"3110\"\n");
+    EXPECT_EQ(kernel.scripts.back().rfind("delete element inet ipfw gen { 2 }\n"
+                                          "delete element inet ipfw_s0 gen { 2 }\n",
+                                          0),
+              0u)
+        << "every table proves the count before the change";
+    EXPECT_NE(kernel.scripts.back().find("add element inet ipfw gen { 3 }\n"
+                                         "add element inet ipfw_s0 gen { 3 }\n"),
+              std::string::npos);
     ASSERT_EQ(ipfw("-q set disable 19"), 0);
     EXPECT_EQ(lastScript(), "delete element inet ipfw_s0 enabled_sets { 19 }\n");
     ASSERT_EQ(ipfw("-q set enable 19"), 0);
@@ -305,6 +337,47 @@ TEST_F(EnforcingIpfwTest, ATableThatDriftedIsRebuiltOnceAndSaidSo) {
     ASSERT_EQ(ipfw("-q delete 3300"), 0);
     EXPECT_EQ(console.errors, note);
     expectKernelAsRebuilt("a command cut off");
+}
+
+// Every table, not only the ones a change touches, must still be the one the state last
+// wrote: a change far from the rules that a flushed ruleset lost must not pass as applied.
+TEST_F(EnforcingIpfwTest, AChangeInAnotherTableFindsTheFlushedRulesetAndRebuildsIt) {
+    FakeNames names;
+    ipfwsim::FirewallState state;
+    for (uint32_t number = 10000; number < 12000; ++number) {
+        ipfwsim::Diagnostics ignored;
+        ipfwsim::StoredRule stored;
+        uint64_t parsed = 0;
+        ASSERT_TRUE(ipfwsim::RuleParser(names, ignored)
+                        .parse(words("deny proto tcp dst-port 22"), stored.rule, parsed)
+                        .ok());
+        stored.rule.number = number;
+        stored.rule.set = 19;
+        state.insert(stored);
+    }
+    store.bytes = state.serialize();
+    ASSERT_EQ(ipfw("-q set disable 30"), 0) << console.errors;  // builds the tables
+    kernel.flushRuleset();
+    ASSERT_EQ(ipfw("-q add 60100 set 19 deny proto udp"), 0) << console.errors;
+    EXPECT_NE(console.errors.find("rebuilt them from the rule state"), std::string::npos)
+        << console.errors;
+    const std::vector<std::string> lines = kernel.walkAll("rules_in");
+    EXPECT_EQ(std::count_if(lines.begin(), lines.end(),
+                            [](const std::string& line) {
+                                return line.find(" drop comment") != std::string::npos;
+                            }),
+              2001);
+    expectKernelAsRebuilt("a change in a table of its own after a flushed ruleset");
+
+    // A table that another writer moved on is found the same way, by a change in another.
+    const std::string generation = std::to_string(stateGeneration());
+    ASSERT_TRUE(kernel
+                    .apply("delete element inet ipfw_s0 gen { " + generation +
+                           " }\nadd element inet ipfw_s0 gen { 7777 }\n")
+                    .ok());
+    ASSERT_EQ(ipfw("-q add 60200 set 19 deny proto icmp"), 0) << console.errors;
+    EXPECT_NE(console.errors.find("rebuilt them from the rule state"), std::string::npos);
+    expectKernelAsRebuilt("a change after another writer moved a table on");
 }
 
 TEST_F(EnforcingIpfwTest, KeptFlowsTakeTheirRuleActionAtTheFirstLookup) {

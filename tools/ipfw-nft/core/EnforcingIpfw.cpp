@@ -158,9 +158,10 @@ RuleChange EnforcingIpfw::describeChange(const std::vector<std::string>& argumen
 
 Status EnforcingIpfw::keepKernelInStep(const std::vector<std::string>& arguments,
                                        UndoableStore& recording, uint32_t generation) {
+    const uint32_t next = nextGeneration(generation);
     if (generation == 0 || generation == kPendingGeneration) {
-        const Status status = rebuild(generation == kPendingGeneration);
-        return status.ok() ? writeGeneration(nextGeneration(generation)) : status;
+        const Status status = rebuild(generation == kPendingGeneration, next);
+        return status.ok() ? writeGeneration(next) : status;
     }
     std::string_view current;
     Status status = store_.read(current);
@@ -190,17 +191,30 @@ Status EnforcingIpfw::keepKernelInStep(const std::vector<std::string>& arguments
     if (status.ok()) {
         status = compileChange(was, is, describeChange(arguments, is), table_, script, whole);
     }
-    if (status.ok()) {
-        status = whole ? rebuild(false) : table_.apply(script);
-        if (!status.ok() && !whole) {
-            // The chains the change names are not there as this state left them.
-            status = rebuild(true);
+    if (status.ok() && whole) {
+        status = rebuild(false, next);
+    } else if (status.ok()) {
+        status = table_.apply(generationProof(generation, shardsWithRules(was)) + script +
+                              generationMark(next, shardsWithRules(is)));
+        if (!status.ok() && status.code != ipfwsim::kExitIoErr) {
+            // A table is not there as this state left it.
+            status = rebuild(true, next);
         }
     }
-    return status.ok() ? writeGeneration(nextGeneration(generation)) : status;
+    return status.ok() ? writeGeneration(next) : status;
 }
 
-Status EnforcingIpfw::rebuild(bool drifted) {
+Status EnforcingIpfw::restore(size_t& rules) {
+    uint32_t generation = 0;
+    Status status = readGeneration(generation);
+    const uint32_t next = nextGeneration(generation);
+    if (status.ok()) {
+        status = rebuild(false, next, &rules);
+    }
+    return status.ok() ? writeGeneration(next) : status;
+}
+
+Status EnforcingIpfw::rebuild(bool drifted, uint32_t generation, size_t* rules) {
     std::string_view content;
     ipfwsim::FirewallState state;
     Status status = store_.read(content);
@@ -209,7 +223,10 @@ Status EnforcingIpfw::rebuild(bool drifted) {
     }
     std::string script;
     if (status.ok()) {
-        status = compileTable(state, script);
+        status = compileTable(state, generation, script);
+    }
+    if (rules != nullptr) {
+        *rules = state.rules().size();
     }
     if (status.ok()) {
         status = table_.apply(script);

@@ -66,9 +66,13 @@ std::string enabledSetsText(uint32_t disabledSets) {
     return text + "\t}\n";
 }
 
+std::string generationSetText() {
+    return std::string("\tset ") + kGenerationSet + " {\n\t\ttype mark\n\t}\n";
+}
+
 std::string headTableText() {
     const std::string clear = "meta mark set meta mark & " + hexWord(~(kAllowedIn | kAllowedOut));
-    std::string body;
+    std::string body = generationSetText();
     for (const char* hook : {"prerouting", "output", "forward"}) {
         body += chainText(
             hook,
@@ -111,7 +115,7 @@ Status bucketLines(const std::vector<PlacedRule>& rules, uint32_t disabledSets, 
 
 std::string shardTableText(uint32_t shard, uint32_t disabledSets, const PassLines& passes) {
     std::string body =
-        enabledSetsText(disabledSets) +
+        generationSetText() + enabledSetsText(disabledSets) +
         chainText("reset_action", "", {"meta l4proto 6 reject with tcp reset", "drop"});
     for (Pass pass : kPasses) {
         std::vector<std::string> jumps;
@@ -132,7 +136,7 @@ std::string shardTableText(uint32_t shard, uint32_t disabledSets, const PassLine
     return "table " + shardTable(shard) + " {\n" + body + "}\n";
 }
 
-Status compileTable(const ipfwsim::FirewallState& state, std::string& script) {
+Status compileTable(const ipfwsim::FirewallState& state, uint32_t generation, std::string& script) {
     const std::vector<PlacedRule> rules = placedRules(state);
     const uint32_t disabledSets = state.header().disabledSets;
     // Per table, per pass: the lines of each bucket.
@@ -148,9 +152,12 @@ Status compileTable(const ipfwsim::FirewallState& state, std::string& script) {
         }
     }
     script = dropTablesScript() + headTableText();
+    std::vector<uint32_t> built;
     for (const auto& [shard, passes] : shards) {
         script += shardTableText(shard, disabledSets, passes);
+        built.push_back(shard);
     }
+    script += generationMark(generation, built);
     return Status::success();
 }
 

@@ -15,6 +15,29 @@ std::string setGate(uint32_t set) {
     return "numgen random mod 1 offset " + std::to_string(set) + " @" + kEnabledSets + " ";
 }
 
+namespace {
+
+std::string generationStatements(const char* verb, uint32_t generation,
+                                 const std::vector<uint32_t>& shards) {
+    const std::string tail =
+        std::string(" ") + kGenerationSet + " { " + std::to_string(generation) + " }\n";
+    std::string script = std::string(verb) + " element " + kHeadTable + tail;
+    for (uint32_t shard : shards) {
+        script += std::string(verb) + " element " + shardTable(shard) + tail;
+    }
+    return script;
+}
+
+}  // namespace
+
+std::string generationProof(uint32_t generation, const std::vector<uint32_t>& shards) {
+    return generationStatements("delete", generation, shards);
+}
+
+std::string generationMark(uint32_t generation, const std::vector<uint32_t>& shards) {
+    return generationStatements("add", generation, shards);
+}
+
 bool looksUpState(const ipfwsim::Rule& rule) {
     return rule.action.kind == ipfwsim::ActionKind::CheckState || rule.keepsState();
 }

@@ -19,10 +19,12 @@ namespace ipfwnft {
 //
 // The state's first line counts the changes the kernel took (0: the table was never
 // built from it). It is marked pending before the state changes and counted on once the
-// kernel took the change. A command that finds the mark (its predecessor was cut off
-// between state and kernel) or whose change the table cannot take (someone flushed the
-// ruleset) rebuilds the table whole from the state, once, and says so. When the kernel
-// refuses the rebuild too, the state goes back to what the table holds.
+// kernel took the change, and every table carries the same count (TableLayout.h,
+// kGenerationSet), which each change proves in every table before it moves it on. A
+// command that finds the mark (its predecessor was cut off between state and kernel) or
+// whose change the tables cannot take (someone flushed the ruleset, deleted or wrote one
+// of the tables) rebuilds the tables whole from the state, once, and says so. When the
+// kernel refuses the rebuild too, the state goes back to what the tables hold.
 class EnforcingIpfw {
 public:
     EnforcingIpfw(ipfwsim::Environment& env, ipfwsim::StateStore& store, ipfwsim::Console& console,
@@ -34,6 +36,11 @@ public:
     // Whether the command can change which rules are enforced.
     static bool reprograms(const std::vector<std::string>& arguments);
 
+    // Rebuilds the tables whole from the state and counts the change, as a command that
+    // found them drifted does: for ipfw-enforcer, when someone else changed its tables.
+    // The caller holds the state's lock. `rules` is the number of rules put back.
+    ipfwsim::Status restore(size_t& rules);
+
     // What the count holds while a change is on the way to the kernel.
     static constexpr uint32_t kPendingGeneration = 0xffffffff;
 
@@ -44,7 +51,8 @@ private:
                               const ipfwsim::StateFile& after) const;
     ipfwsim::Status keepKernelInStep(const std::vector<std::string>& arguments,
                                      UndoableStore& recording, uint32_t generation);
-    ipfwsim::Status rebuild(bool drifted);
+    // The tables whole, carrying `generation`; `rules` (when given) the number of rules.
+    ipfwsim::Status rebuild(bool drifted, uint32_t generation, size_t* rules = nullptr);
     ipfwsim::Status readGeneration(uint32_t& generation);
     ipfwsim::Status writeGeneration(uint32_t generation);
 

@@ -23,8 +23,10 @@ using PassLines = std::array<BucketLines, std::size(kPasses)>;
 // A script that replaces this back end's tables in one transaction with all rules of
 // the state, laid out as TableLayout.h says: base chains hooked at input, output and
 // forward, policy accept like ipfw's default rule 65535, the enabled sets listed.
-// Creating each table first makes its delete valid when none exists.
-ipfwsim::Status compileTable(const ipfwsim::FirewallState& state, std::string& script);
+// Creating each table first makes its delete valid when none exists. Every table carries
+// `generation` in its set "gen".
+ipfwsim::Status compileTable(const ipfwsim::FirewallState& state, uint32_t generation,
+                             std::string& script);
 
 // A script that removes every table of this back end, whether or not it exists.
 std::string dropTablesScript();
@@ -35,7 +37,8 @@ std::string dropTablesScript();
 ipfwsim::Status bucketLines(const std::vector<PlacedRule>& rules, uint32_t disabledSets, Pass pass,
                             BucketLines& buckets);
 
-// Table `shard` whole, with `passes[pass]` the lines of its buckets.
+// Table `shard` whole, with `passes[pass]` the lines of its buckets and its set "gen"
+// empty.
 std::string shardTableText(uint32_t shard, uint32_t disabledSets, const PassLines& passes);
 
 // "add element" or "delete element" lines, in each of `shards`, for the sets whose switch

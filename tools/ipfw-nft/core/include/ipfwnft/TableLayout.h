@@ -60,6 +60,19 @@ constexpr const char* kEnabledSets = "enabled_sets";
 
 std::string setGate(uint32_t set);
 
+// The set, in every table, that holds one element: the count of kernel changes of the rule
+// state that last wrote the table (its first line). Every change deletes the old count
+// and adds the new one in each table it finds there, and deleting an element that is not
+// there fails the whole transaction: so a change can only land on tables exactly as this
+// state left them, and one that finds a table flushed, deleted or written by someone else
+// fails and the tables are rebuilt.
+constexpr const char* kGenerationSet = "gen";
+
+// The statements that prove `generation` in the head table and in each of `shards`.
+std::string generationProof(uint32_t generation, const std::vector<uint32_t>& shards);
+// The statements that leave `generation` in the head table and in each of `shards`.
+std::string generationMark(uint32_t generation, const std::vector<uint32_t>& shards);
+
 // Whether ipfw looks a packet up among the kept flows at this rule.
 bool looksUpState(const ipfwsim::Rule& rule);
 // The same, read from stored rule lines as they stand.
