@@ -104,7 +104,22 @@ def enforcement(t, runs, why_not):
             t.rows[-1]["note"] = why_not
 
 
-def build(runs, memory, skipped_enforcement=""):
+def logd_burst(t, runs, why_not):
+    """ipfw-logd under a burst of 20,000 logged packets: every packet written, or counted
+    in a loss line; the floor column holds the packets logged."""
+    run = find(runs, "BM_LogdBurst")
+    figure = "ipfw-logd: burst of 20,000 logged packets, written (floor: logged)"
+    target = "written whole (or losses counted to the packet)"
+    if run is None:
+        t.add(figure, None, None, "packets", target, None, note=why_not or "not measured")
+        return
+    sent, written, lost = run["sent"], run["written"], run["lost"]
+    t.add(figure, written, sent, "packets", target, written + lost == sent,
+          note=f"lost {lost:,.0f}, sent in {run['send_ms']:.0f} ms, all in the log after "
+               f"{ms(run):.0f} ms")
+
+
+def build(runs, memory, skipped_enforcement="", skipped_logd=""):
     t = Table()
     for count, limit in (("10", None), ("1000", 1.5), ("10000", 1.5)):
         t.time_ratio(f"save one more rule, {int(count):,} stored",
@@ -164,6 +179,7 @@ def build(runs, memory, skipped_enforcement=""):
         t.time_ratio(f"{label}, 10,000 rules vs empty", large, find(runs, name + "/0"), 2.0)
 
     enforcement(t, runs, skipped_enforcement)
+    logd_burst(t, runs, skipped_logd)
 
     if memory and memory.get("measured"):
         rules, events = memory.get("rules", 0), memory.get("events", 0)
@@ -206,6 +222,17 @@ def render(rows):
     return "\n".join(out)
 
 
+def why_not_measured(raw_dir, name):
+    """The reason NAME.log gives for measuring nothing, or ""."""
+    log = os.path.join(raw_dir, name + ".log")
+    if os.path.exists(log):
+        with open(log) as f:
+            for line in f:
+                if "not measured:" in line:
+                    return "not measured: " + line.split("not measured:", 1)[1].strip()
+    return ""
+
+
 def main():
     raw_dir, out_json = sys.argv[1], sys.argv[2]
     memory = None
@@ -214,14 +241,8 @@ def main():
         if os.path.exists(path):
             with open(path) as f:
                 memory = json.load(f)
-    why_not = ""
-    log = os.path.join(raw_dir, "EnforcementBench.log")
-    if os.path.exists(log):
-        with open(log) as f:
-            for line in f:
-                if "not measured:" in line:
-                    why_not = "not measured: " + line.split("not measured:", 1)[1].strip()
-    rows = build(load_runs(raw_dir), memory, why_not)
+    rows = build(load_runs(raw_dir), memory, why_not_measured(raw_dir, "EnforcementBench"),
+                 why_not_measured(raw_dir, "LogdBurstBench"))
     print(render(rows))
     os.makedirs(os.path.dirname(os.path.abspath(out_json)), exist_ok=True)
     with open(out_json, "w") as f:
