@@ -1,6 +1,7 @@
 // qvfwd: the daemon that hosts the firewall plug-in (see Daemon.h and --help).
 #include <stdio.h>
 #include <stdlib.h>
+#include <sys/stat.h>
 
 #include <string>
 #include <vector>
@@ -10,6 +11,9 @@
 #include "QvControl.h"
 
 int main(int argc, char** argv) {
+    // What the daemon and its plug-in create (the configuration's backup, ipfw's state,
+    // the logs, the sockets) is root's alone, whatever umask it was started with.
+    umask(077);
     std::vector<std::string> arguments(argv + 1, argv + argc);
     qvfwd::DaemonOptions options;
     std::string error;

@@ -113,6 +113,10 @@ TEST_F(DaemonTest, RulesOfBothSetsGoThroughTheirWholeLifecycleFromJson) {
     EXPECT_EQ(Ctl("add-rules -", std::string("[{\"order\":7,\"rule\":") + kUdpAllow + "}]"),
               "order 7 -> rule 3120\n");
     EXPECT_EQ(ListedNumbers(sandbox, "list"), (std::vector<int>{3100, 3110, 3120}));
+    // What the daemon wrote is its user's alone, whatever umask it was started with.
+    struct stat backup {};
+    ASSERT_EQ(stat(sandbox.file("conf/backup/QvFw.conf.plist").c_str(), &backup), 0);
+    EXPECT_EQ(backup.st_mode & 0777, 0600u);
 
     // The rule read back is a rule qvfwctl accepts again.
     Value listed = ParseJson(Ctl("list --json"));
