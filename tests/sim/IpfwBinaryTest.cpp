@@ -2,7 +2,10 @@
 // reached through /bin/sh the way the plug-in runs it: exact command lines,
 // redirections, shell escapes, real files and locks.
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/file.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <atomic>
@@ -137,6 +140,29 @@ TEST_F(IpfwBinary, SysctlAndKillallAnswerAsFreeBSDsCommands) {
         EXPECT_EQ(result.err, row.accepted ? "" : refusal) << row.command;
         EXPECT_EQ(result.exitCode, row.accepted ? 0 : 1) << row.command;
     }
+}
+
+// Another process holding the state's lock (a hung ipfw, or anyone who could open the
+// lock) keeps a command waiting for $IPFW_SIM_LOCK_SECONDS at most; it then gives up
+// saying what it waited for, and changes nothing.
+TEST_F(IpfwBinary, AWaitForTheLockEndsWithAMessageAndAFailure) {
+    ASSERT_EQ(run("ipfw -q add 100 allow proto tcp").exitCode, 0);
+    const std::string lock = dir.file("state/rules.lock");
+    const int holder = open(lock.c_str(), O_RDWR | O_CLOEXEC);
+    ASSERT_EQ(flock(holder, LOCK_EX | LOCK_NB), 0);
+    const std::string waited =
+        "waited 1 s for the lock on " + lock + " (held by another ipfw); giving up\n";
+    runSteps({
+        {"IPFW_SIM_LOCK_SECONDS=1 ipfw -q add 200 deny proto udp", "", "ipfw: " + waited, 75},
+        {"IPFW_SIM_LOCK_SECONDS=1 ipfw list", "", "ipfw: " + waited, 75},
+        {"IPFW_SIM_LOCK_SECONDS=1 sysctl -w net.inet.ip.fw.verbose=0", "", "sysctl: " + waited, 1},
+        {"IPFW_SIM_LOCK_SECONDS=soon ipfw list", "",
+         "ipfw: IPFW_SIM_LOCK_SECONDS: malformed value ``soon''\n", 64},
+    });
+    close(holder);
+    runSteps(
+        {{"ipfw list", "00100 allow ip from any to any proto tcp\n65535 allow ip from any to any\n",
+          "", 0}});
 }
 
 // Eight writers add 50 rules each, half numbered and half automatic, while a reader

@@ -25,8 +25,6 @@
 
 namespace {
 
-constexpr int kExitUsage = 64;
-
 volatile std::sig_atomic_t g_stop = 0;
 
 void requestStop(int) {
@@ -49,7 +47,8 @@ bool parseArguments(int argc, char** argv, int& receiveBuffer) {
 }
 
 // The state is locked for one batch at a time, so that ipfw waits for one batch at most.
-void writeBatch(ipfwnft::KernelLogWriter& writer, const ipfwnft::NflogSource::Batch& batch) {
+void writeBatch(ipfwnft::KernelLogWriter& writer, const ipfwnft::NflogSource::Batch& batch,
+                int lockSeconds) {
     if (batch.overflowed) {
         std::cerr << "ipfw-logd: the kernel dropped logged packets (receive buffer full); the "
                      "log counts them"
@@ -58,7 +57,7 @@ void writeBatch(ipfwnft::KernelLogWriter& writer, const ipfwnft::NflogSource::Ba
     if (batch.packets.empty()) {
         return;
     }
-    ipfwsim::FileStateStore store(ipfwsim::StatePath(), true);
+    ipfwsim::FileStateStore store(ipfwsim::StatePath(), true, lockSeconds);
     ipfwsim::Status written = writer.write(batch.packets, store);
     if (!written.ok()) {
         std::cerr << "ipfw-logd: " << written.message << std::endl;
@@ -71,13 +70,17 @@ int main(int argc, char** argv) {
     int receiveBuffer = 0;
     if (!parseArguments(argc, argv, receiveBuffer)) {
         std::cerr << "usage: ipfw-logd [--receive-buffer BYTES]" << std::endl;
-        return kExitUsage;
+        return ipfwsim::kExitUsage;
     }
     std::signal(SIGTERM, requestStop);
     std::signal(SIGINT, requestStop);
     std::signal(SIGPIPE, SIG_IGN);
     std::unique_ptr<ipfwsim::SystemEnvironment> environment;
+    int lockSeconds = 0;
     ipfwsim::Status status = ipfwsim::SystemEnvironment::create(environment);
+    if (status.ok()) {
+        status = ipfwsim::StateLockSeconds(lockSeconds);
+    }
     if (!status.ok()) {
         std::cerr << "ipfw-logd: " << status.message << std::endl;
         return 1;
@@ -97,7 +100,7 @@ int main(int argc, char** argv) {
             std::cerr << "ipfw-logd: NFLOG socket failed: " << std::strerror(errno) << std::endl;
             return 1;
         }
-        writeBatch(writer, batch);
+        writeBatch(writer, batch, lockSeconds);
     }
     std::cerr << "ipfw-logd: stopped" << std::endl;
     return 0;

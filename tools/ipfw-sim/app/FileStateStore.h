@@ -12,9 +12,14 @@ namespace ipfwsim {
 // and its directory are created on first use. Reads map the file; appends and patches
 // write in place; whole rewrites go through a temporary file and rename(2), so a
 // reader never sees half a state.
+// The state may live in a directory other users can write, so directories are created
+// 0700 and files 0600 without following links, a symbolic link or a lock file of another
+// user is refused, and a wait for the lock ends after a time-out.
 class FileStateStore : public StateStore {
 public:
-    FileStateStore(std::string path, bool exclusive);
+    static constexpr int kDefaultLockSeconds = 10;
+
+    FileStateStore(std::string path, bool exclusive, int lockSeconds = kDefaultLockSeconds);
     ~FileStateStore() override;
     FileStateStore(const FileStateStore&) = delete;
     FileStateStore& operator=(const FileStateStore&) = delete;
@@ -26,6 +31,10 @@ public:
 
 private:
     Status lock();
+    Status openLockFile();
+    Status waitForLock(int operation);
+    Status refuseLinkedState() const;
+    Status openNewFile(const std::string& path, int& fd) const;
     Status createIfMissing();
     Status openState();
     Status mapState();
@@ -34,7 +43,9 @@ private:
     Status ioError(const std::string& what) const;
 
     std::string path_;
+    std::string lockPath_;
     bool exclusive_;
+    int lockSeconds_;
     int lockFd_ = -1;
     int fd_ = -1;
     void* map_ = nullptr;

@@ -1,5 +1,6 @@
 #include "FreeBsdTools.h"
 
+#include <cerrno>
 #include <csignal>
 #include <cstdlib>
 
@@ -21,18 +22,28 @@ std::string programName(const char* argv0) {
 int runIpfw(const Arguments& arguments, IpfwRunner runner) {
     StdConsole console;
     std::unique_ptr<SystemEnvironment> environment;
+    int lockSeconds = 0;
     Status status = SystemEnvironment::create(environment);
+    if (status.ok()) {
+        status = StateLockSeconds(lockSeconds);
+    }
     if (!status.ok()) {
         console.err("ipfw: " + status.message + "\n");
         return status.code;
     }
-    FileStateStore store(StatePath(), Simulator::changesState(arguments));
+    FileStateStore store(StatePath(), Simulator::changesState(arguments), lockSeconds);
     return runner(*environment, store, console, arguments);
 }
 
 int runSysctl(const Arguments& arguments) {
     StdConsole console;
-    FileStateStore store(StatePath(), Sysctl::changesState(arguments));
+    int lockSeconds = 0;
+    Status status = StateLockSeconds(lockSeconds);
+    if (!status.ok()) {
+        console.err("sysctl: " + status.message + "\n");
+        return status.code;
+    }
+    FileStateStore store(StatePath(), Sysctl::changesState(arguments), lockSeconds);
     return Sysctl(store, console).run(arguments);
 }
 
@@ -46,6 +57,23 @@ int runKillall(const Arguments& arguments) {
 std::string StatePath() {
     const char* path = std::getenv("IPFW_SIM_STATE");
     return path != nullptr && *path != '\0' ? path : QV_IPFW_STATE_DEFAULT;
+}
+
+Status StateLockSeconds(int& seconds) {
+    seconds = FileStateStore::kDefaultLockSeconds;
+    const char* text = std::getenv("IPFW_SIM_LOCK_SECONDS");
+    if (text == nullptr || *text == '\0') {
+        return Status::success();
+    }
+    char* end = nullptr;
+    errno = 0;
+    const long value = std::strtol(text, &end, 10);
+    if (errno != 0 || *end != '\0' || value < 0 || value > 86400) {
+        return Status::failure(
+            kExitUsage, std::string("IPFW_SIM_LOCK_SECONDS: malformed value ``") + text + "''");
+    }
+    seconds = static_cast<int>(value);
+    return Status::success();
 }
 
 int RunFreeBsdTool(int argc, char** argv, IpfwRunner runIpfwWith) {

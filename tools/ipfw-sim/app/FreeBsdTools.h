@@ -21,6 +21,10 @@ using IpfwRunner = int (*)(Environment& environment, StateStore& store, Console&
 // $IPFW_SIM_STATE, else the state file fixed when building (QV_IPFW_STATE_DEFAULT).
 std::string StatePath();
 
+// How long a command waits for the state's lock: $IPFW_SIM_LOCK_SECONDS (whole seconds,
+// 0 for not at all), else FileStateStore's default. A malformed value is an error.
+Status StateLockSeconds(int& seconds);
+
 // Dispatches on the name the binary was run as; the exit code.
 int RunFreeBsdTool(int argc, char** argv, IpfwRunner runIpfw);
 

@@ -144,11 +144,15 @@ std::string SystemEnvironment::syslogConfiguration() const {
     return readWholeFile(syslogPath_, text) ? text : std::string();
 }
 
+// A log file may sit in a directory that other users can write: a link planted in place
+// of the file must not send the lines (as root) into a file of the planter's choosing.
 Status SystemEnvironment::appendToFile(const std::string& path, std::string_view text) {
-    int fd = open(path.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0644);
+    int fd = open(path.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_NOFOLLOW | O_CLOEXEC, 0644);
     if (fd < 0) {
         return Status::failure(kExitIoErr,
-                               "cannot append to " + path + ": " + std::strerror(errno));
+                               "cannot append to " + path + ": " +
+                                   (errno == ELOOP ? "it is a symbolic link; refusing to follow it"
+                                                   : std::strerror(errno)));
     }
     // One write per line, so that concurrent writers never interleave inside a line.
     ssize_t written = write(fd, text.data(), text.size());
