@@ -131,7 +131,11 @@ void FollowLog(FwConfig& config, const std::atomic<bool>& stop, const std::strin
     while (!stop) {
         struct stat now {};
         if (stat(path.c_str(), &now) != 0) {
-            WaitForChange(queue, recheck);
+            // A wait that fails at once (seen when the log's whole tree was deleted
+            // under a running daemon) must not turn the recheck into a spin.
+            if (!WaitForChange(queue, recheck)) {
+                nanosleep(&recheck, nullptr);
+            }
             continue;
         }
         if (!FollowRotation(path, now, known, file, queue)) {

@@ -2,8 +2,13 @@
 // every step the store and `ipfw -S show` must agree.
 #include <gtest/gtest.h>
 
+#include <sys/resource.h>
+#include <sys/stat.h>
+
+#include <chrono>
 #include <fstream>
 #include <map>
+#include <thread>
 
 #include "PluginWorld.h"
 
@@ -217,6 +222,38 @@ TEST_F(PluginTest, WatcherFollowsRotationTruncationAndDeletion) {
     append(fwLog(), "Nov 23 10:00:04 host kernel: ipfw: 3400 Deny TCP a b in\n");
     ASSERT_TRUE(eventually([] { return CallbackEvents::all().size() == 4; }));
     EXPECT_EQ(lastRule(), 3400);
+}
+
+// A log whose directory went away is looked for, quietly, until it is made again.
+TEST_F(PluginTest, WatcherWaitsQuietlyWhileTheLogsDirectoryIsGoneAndFollowsItsReturn) {
+    const std::string directory = fwLog() + ".d";
+    const std::string log = directory + "/ipfw.log";
+    ASSERT_EQ(mkdir(directory.c_str(), 0700), 0);
+    std::string options = optionsXml();
+    options.replace(options.find(fwLog()), fwLog().size(), log);
+    writeConfig(options);
+    ASSERT_EQ(start(), 0);
+    std::ofstream(log, std::ios::app)
+        << "Nov 23 10:00:04 host kernel: ipfw: 3400 Deny TCP a b in\n";
+    ASSERT_TRUE(eventually([] { return CallbackEvents::all().size() == 1; }));
+
+    ASSERT_EQ(unlink(log.c_str()), 0);
+    ASSERT_EQ(rmdir(directory.c_str()), 0);
+    rusage before{};
+    getrusage(RUSAGE_SELF, &before);
+    std::this_thread::sleep_for(std::chrono::seconds(1));
+    rusage after{};
+    getrusage(RUSAGE_SELF, &after);
+    const auto cpuMs = [](const rusage& usage) {
+        return (usage.ru_utime.tv_sec + usage.ru_stime.tv_sec) * 1000 +
+               (usage.ru_utime.tv_usec + usage.ru_stime.tv_usec) / 1000;
+    };
+    EXPECT_LT(cpuMs(after) - cpuMs(before), 300) << "the watcher spins while its log is gone";
+
+    ASSERT_EQ(mkdir(directory.c_str(), 0700), 0);
+    std::ofstream(log, std::ios::app)
+        << "Nov 23 10:00:05 host kernel: ipfw: 3500 Deny TCP a b in\n";
+    ASSERT_TRUE(eventually([] { return CallbackEvents::all().size() == 2; }));
 }
 
 // The configuration's paths go into command lines run as root: one that would run a
