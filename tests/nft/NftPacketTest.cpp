@@ -1,6 +1,7 @@
 // Real packets through the table that build/nft/ipfw programs, inside a network
 // namespace of the test's own: TCP connections to 127.0.0.1 from inside it.
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <linux/audit.h>
 #include <linux/filter.h>
@@ -16,6 +17,9 @@
 #include <sys/un.h>
 #include <sys/wait.h>
 #include <unistd.h>
+
+#include <chrono>
+#include <sstream>
 
 #include "NetnsWorld.h"
 #include "QvFrame.h"
@@ -213,6 +217,19 @@ pid_t AsNobody(Body body) {
     return child;
 }
 
+// Whether `condition` holds within `seconds`, asked every 10 ms.
+template <typename Condition>
+bool WaitUntil(Condition condition, double seconds) {
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::duration<double>(seconds);
+    while (!condition()) {
+        if (std::chrono::steady_clock::now() > deadline) {
+            return false;
+        }
+        usleep(10 * 1000);
+    }
+    return true;
+}
+
 // A network namespace of its own for the rest of this test, whatever ran before it in this
 // process: no enforcer listens there yet.
 bool EnterFreshNetwork() {
@@ -299,6 +316,90 @@ TEST_F(NftPacketTest, NoOtherUserStandsInForTheEnforcer) {
           ipfw + "-q add 3100 set 19 deny proto tcp dst-port 20600");
     Ipfw("add 3100 set 19 deny proto tcp dst-port 20600");
     EXPECT_EQ(listener.Connect(), Outcome::TimesOut);
+}
+
+// ipfw-enforcer --resident started by the test, its standard error in `errors`; stopped
+// with SIGTERM at the end.
+class ResidentEnforcer {
+public:
+    explicit ResidentEnforcer(const std::string& errors) : m_errors(errors) {
+        m_pid = fork();
+        if (m_pid == 0) {
+            const int fd = open(errors.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+            dup2(fd, 2);
+            const std::string path = std::string(QV_BUILD_DIR) + "/nft/ipfw-enforcer";
+            execl(path.c_str(), "ipfw-enforcer", "--resident", static_cast<char*>(nullptr));
+            _exit(127);
+        }
+    }
+    ~ResidentEnforcer() {
+        kill(m_pid, SIGTERM);
+        waitpid(m_pid, nullptr, 0);
+    }
+    std::string Errors() const { return qvtest::readFile(m_errors); }
+    // Whether `text` shows up on its standard error within `seconds`.
+    bool Says(const std::string& text, double seconds) const {
+        return WaitUntil([&] { return Errors().find(text) != std::string::npos; }, seconds);
+    }
+
+private:
+    std::string m_errors;
+    pid_t m_pid = -1;
+};
+
+// The handle nft gives the first line of `chain` in `table` that holds `text`, or "".
+std::string HandleOf(const std::string& table, const std::string& chain, const std::string& text) {
+    std::istringstream lines(Shell("nft -a list chain " + table + " " + chain).output);
+    for (std::string line; std::getline(lines, line);) {
+        const size_t mark = line.rfind("# handle ");
+        if (line.find(text) != std::string::npos && mark != std::string::npos) {
+            return line.substr(mark + 9);
+        }
+    }
+    return "";
+}
+
+// Someone else flushing the ruleset or deleting one of the rules' lines does not disarm the
+// firewall: the enforcer puts the tables back from the rule state by itself, at once, and
+// says what it found and what it did.
+TEST_F(NftPacketTest, TheEnforcerPutsBackWhatOthersTookWithoutAnyCommand) {
+    ASSERT_TRUE(EnterFreshNetwork());
+    ResidentEnforcer enforcer(m_dir.file("enforcer.err"));
+    ASSERT_TRUE(enforcer.Says("ipfw-enforcer: serving @ipfw-nft-enforcer.0 until stopped", 5))
+        << enforcer.Errors();
+    Listener listener(20700);
+    Ipfw("add 3100 set 19 deny proto tcp dst-port 20700");
+    Ipfw("add 3200 set 19 deny proto udp");
+    ASSERT_EQ(listener.Connect(), Outcome::TimesOut);
+
+    auto restored = [] { return Shell("nft list table inet ipfw_s0").exitCode == 0; };
+    const std::string ruleState = "restored 2 rules from the rule state (" + m_dir.file("rules");
+    ASSERT_EQ(Shell("nft flush ruleset").exitCode, 0);
+    // Well within a second as a rule; the slack is for a loaded machine.
+    EXPECT_TRUE(WaitUntil(restored, 3.0)) << enforcer.Errors();
+    EXPECT_EQ(listener.Connect(), Outcome::TimesOut);
+    EXPECT_TRUE(enforcer.Says(
+        "(nft) deleted table inet ipfw, deleted table inet ipfw_s0; " + ruleState, 3.0))
+        << enforcer.Errors();
+
+    const std::string handle = HandleOf("inet ipfw_s0", "rules_in_b12", "\"3100\"");
+    ASSERT_NE(handle, "");
+    ASSERT_EQ(Shell("nft delete rule inet ipfw_s0 rules_in_b12 handle " + handle).exitCode, 0);
+    EXPECT_TRUE(
+        WaitUntil([] { return HandleOf("inet ipfw_s0", "rules_in_b12", "\"3100\"") != ""; }, 3.0));
+    EXPECT_EQ(listener.Connect(), Outcome::TimesOut);
+    EXPECT_TRUE(enforcer.Says("(nft) changed table inet ipfw_s0; " + ruleState, 3.0))
+        << enforcer.Errors();
+
+    // The handles the enforcer learnt from the rebuild find the rule's lines for a delete.
+    const nfttest::CommandResult deleted =
+        Shell(std::string(QV_BUILD_DIR) + "/nft/ipfw -q delete 3100");
+    EXPECT_EQ(deleted.exitCode, 0);
+    EXPECT_EQ(deleted.output, "") << "no rebuild";
+    EXPECT_EQ(listener.Connect(), Outcome::Connects);
+    EXPECT_EQ(enforcer.Errors().find("ipfw-enforcer: process " + std::to_string(getpid())),
+              std::string::npos)
+        << "its own changes are not taken for someone else's";
 }
 
 }  // namespace

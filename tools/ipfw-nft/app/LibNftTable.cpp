@@ -32,6 +32,7 @@ LibNftTable::~LibNftTable() = default;
 
 ipfwsim::Status LibNftTable::run(const std::string& script, unsigned int outputFlags,
                                  std::string& output) {
+    std::lock_guard<std::mutex> lock(mutex_);
     if (!context_) {
         return ipfwsim::Status::failure(ipfwsim::kExitSoftware, "nftables: no context");
     }

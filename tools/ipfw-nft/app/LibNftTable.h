@@ -1,6 +1,7 @@
 #pragma once
 
 #include <memory>
+#include <mutex>
 
 #include "ipfwnft/KernelTable.h"
 
@@ -10,7 +11,8 @@ namespace ipfwnft {
 
 // The tables through libnftables, the library behind nft(8): one buffer, one
 // transaction. ipfw-enforcer keeps one context for all the commands it serves; nft
-// rereads the tables only after somebody changed them.
+// rereads the tables only after somebody changed them. Safe to share between threads: one
+// command at a time runs.
 class LibNftTable : public KernelTable {
 public:
     LibNftTable();
@@ -28,7 +30,8 @@ private:
     struct ContextDeleter {
         void operator()(nft_ctx* context) const;
     };
-    std::unique_ptr<nft_ctx, ContextDeleter> context_;
+    std::mutex mutex_;
+    std::unique_ptr<nft_ctx, ContextDeleter> context_;  // guarded by mutex_
 };
 
 }  // namespace ipfwnft

@@ -1,16 +1,26 @@
 // ipfw-enforcer: keeps libnftables loaded and the kernel's packet filter open for
-// build/nft/ipfw, which hands it each change (EnforcerProtocol.h). ipfw starts it from
-// beside itself when its network namespace has none; it ends after a while without
-// commands, or on SIGTERM.
+// build/nft/ipfw, which hands it each change (EnforcerProtocol.h), and keeps the tables as
+// the rule state says while it runs: a change of them by any other process is undone from
+// the rule state ($IPFW_SIM_STATE, else ipfw's default) and said on standard error. ipfw
+// starts it from beside itself when its network namespace has none; it then ends after a
+// while without commands, or on SIGTERM. With --resident (as a service, or by hand in the
+// foreground) it does not end by itself.
 
 #include <malloc.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <csignal>
+#include <cstring>
 #include <string>
 
 #include "EnforcerSocket.h"
+#include "FreeBsdTools.h"
 #include "LibNftTable.h"
+#include "RulesetWatch.h"
+#include "StateRestorer.h"
+#include "StdConsole.h"
+#include "WatchedTable.h"
 #include "ipfwnft/EnforcerProtocol.h"
 
 namespace {
@@ -20,24 +30,31 @@ constexpr int kRequestSeconds = 10;
 // A script this long rebuilds many rules; what nft took for it is not kept.
 constexpr size_t kLargeRequest = 64 * 1024;
 
-}  // namespace
+void say(const std::string& line) {
+    ipfwsim::StdConsole().err("ipfw-enforcer: " + line + "\n");
+}
 
-int main() {
-    // nft reads the tables afresh for every command, into four blocks of 128 KiB per
-    // table; kept in the heap instead of mapped and unmapped each time, they cost no page
-    // faults.
-    mallopt(M_MMAP_THRESHOLD, 64 << 20);
-    mallopt(M_TRIM_THRESHOLD, 32 << 20);
-    std::signal(SIGPIPE, SIG_IGN);
-    const ipfwnft::EnforcerSocket listener = ipfwnft::EnforcerSocket::listen();
-    if (!listener.open()) {
-        return errno == EADDRINUSE ? 0 : 1;  // taken: another enforcer serves this namespace
+// A resident enforcer waits for the one that holds the name to end; one started by ipfw
+// leaves the namespace to it.
+ipfwnft::EnforcerSocket listen(bool resident) {
+    ipfwnft::EnforcerSocket listener = ipfwnft::EnforcerSocket::listen();
+    for (bool told = false; resident && !listener.open() && errno == EADDRINUSE; told = true) {
+        if (!told) {
+            say("another process listens on " + ipfwnft::EnforcerSocket::name() +
+                "; waiting for it to end");
+        }
+        sleep(1);
+        listener = ipfwnft::EnforcerSocket::listen();
     }
-    ipfwnft::LibNftTable table;
+    return listener;
+}
+
+void serve(const ipfwnft::EnforcerSocket& listener, ipfwnft::KernelTable& table, bool resident) {
     for (;;) {
-        const ipfwnft::EnforcerSocket peer = listener.accept(kIdleMs, kRequestSeconds);
+        const ipfwnft::EnforcerSocket peer =
+            listener.accept(resident ? -1 : kIdleMs, kRequestSeconds);
         if (!peer.open()) {
-            return 0;
+            return;
         }
         qvctl::Frame request;
         std::string reply;
@@ -51,4 +68,40 @@ int main() {
             }
         }
     }
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    const bool resident = argc == 2 && std::strcmp(argv[1], "--resident") == 0;
+    if (argc > 1 && !resident) {
+        say("usage: ipfw-enforcer [--resident]");
+        return 64;
+    }
+    // nft reads the tables afresh for every command, into four blocks of 128 KiB per
+    // table; kept in the heap instead of mapped and unmapped each time, they cost no page
+    // faults.
+    mallopt(M_MMAP_THRESHOLD, 64 << 20);
+    mallopt(M_TRIM_THRESHOLD, 32 << 20);
+    std::signal(SIGPIPE, SIG_IGN);
+    const ipfwnft::EnforcerSocket listener = listen(resident);
+    if (!listener.open()) {
+        if (errno == EADDRINUSE) {
+            return 0;  // taken: another enforcer serves this namespace
+        }
+        say("cannot listen on " + ipfwnft::EnforcerSocket::name() + ": " + std::strerror(errno));
+        return 1;
+    }
+    ipfwnft::LibNftTable nft;
+    const std::string statePath = ipfwsim::StatePath();
+    ipfwnft::StateRestorer restorer(nft, statePath);
+    ipfwnft::RulesetWatch watch(restorer);
+    if (!watch.watching()) {
+        say(std::string("cannot watch the nftables tables: ") + std::strerror(errno));
+    }
+    ipfwnft::WatchedTable table(nft, watch);
+    say("serving " + ipfwnft::EnforcerSocket::name() + (resident ? " until stopped" : "") +
+        "; the rule state is " + statePath);
+    serve(listener, table, resident);
+    return 0;
 }

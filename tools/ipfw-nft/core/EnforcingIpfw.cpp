@@ -214,6 +214,25 @@ Status EnforcingIpfw::restore(size_t& rules) {
     return status.ok() ? writeGeneration(next) : status;
 }
 
+Status EnforcingIpfw::check(bool& intact) {
+    intact = false;
+    std::string_view content;
+    Status status = store_.read(content);
+    ipfwsim::StateFile file(content);
+    if (status.ok()) {
+        status = file.open();
+    }
+    const uint32_t generation =
+        status.ok() && file.holdsKernelGeneration() ? file.kernelGeneration() : 0;
+    if (generation != 0 && generation != kPendingGeneration) {
+        const std::vector<uint32_t> shards = shardsWithRules(file);
+        intact =
+            table_.apply(generationProof(generation, shards) + generationMark(generation, shards))
+                .ok();
+    }
+    return status;
+}
+
 Status EnforcingIpfw::rebuild(bool drifted, uint32_t generation, size_t* rules) {
     std::string_view content;
     ipfwsim::FirewallState state;

@@ -30,6 +30,15 @@ std::string generationStatements(const char* verb, uint32_t generation,
 
 }  // namespace
 
+bool isOwnTable(const std::string& table) {
+    for (uint32_t shard = 0; shard < kShards; ++shard) {
+        if (table == shardTable(shard)) {
+            return true;
+        }
+    }
+    return table == kHeadTable;
+}
+
 std::string generationProof(uint32_t generation, const std::vector<uint32_t>& shards) {
     return generationStatements("delete", generation, shards);
 }

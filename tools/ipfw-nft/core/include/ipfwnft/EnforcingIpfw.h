@@ -41,6 +41,10 @@ public:
     // The caller holds the state's lock. `rules` is the number of rules put back.
     ipfwsim::Status restore(size_t& rules);
 
+    // Whether every table still carries the count of the state's first line, proved as a
+    // change proves it, without changing anything. The caller holds the state's lock.
+    ipfwsim::Status check(bool& intact);
+
     // What the count holds while a change is on the way to the kernel.
     static constexpr uint32_t kPendingGeneration = 0xffffffff;
 

@@ -48,6 +48,9 @@ constexpr const char* kHeadTable = "inet ipfw";
 constexpr uint32_t kAllowedIn = 0x00100000;
 constexpr uint32_t kAllowedOut = 0x00200000;
 
+// Whether `table` ("inet ipfw_s2") is one of this back end's.
+bool isOwnTable(const std::string& table);
+
 inline uint32_t allowedBit(Pass pass) {
     return pass == Pass::In ? kAllowedIn : kAllowedOut;
 }
