@@ -11,6 +11,8 @@
 #include <memory>
 
 #include "FileStateStore.h"
+#include "FreeBsdTools.h"
+#include "ScopedEnv.h"
 #include "SystemEnvironment.h"
 #include "TempDir.h"
 
@@ -173,6 +175,17 @@ TEST_F(IpfwStateFiles, LogAppendsDoNotFollowASymbolicLink) {
     EXPECT_TRUE(env->appendToFile(link, "one\n").ok());
     EXPECT_TRUE(env->appendToFile(link, "two\n").ok());
     EXPECT_EQ(readFile(link), "one\ntwo\n");
+}
+
+// The package builds ipfw with its own default (QV_IPFW_STATE_DEFAULT); the variable
+// still wins.
+TEST_F(IpfwStateFiles, TheStateIsWhereTheVariableSaysElseWhereTheBuildSays) {
+    {
+        qvtest::ScopedEnv unset("IPFW_SIM_STATE", nullptr);
+        EXPECT_EQ(ipfwsim::StatePath(), QV_IPFW_STATE_DEFAULT);
+    }
+    qvtest::ScopedEnv set("IPFW_SIM_STATE", Rules());
+    EXPECT_EQ(ipfwsim::StatePath(), Rules());
 }
 
 }  // namespace

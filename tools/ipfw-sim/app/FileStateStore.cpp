@@ -123,7 +123,7 @@ Status FileStateStore::lock() {
     if (status.ok()) {
         status = createIfMissing();
     }
-    // A later access must not take a lock it never got for granted.
+    // Closed, so that a later access tries again instead of taking the lock for held.
     if (!status.ok() && lockFd_ >= 0) {
         close(lockFd_);
         lockFd_ = -1;
