@@ -38,7 +38,7 @@ std::string TcpLine(uint32_t rule, uint16_t srcPort) {
 }
 
 std::string LostLine(uint64_t count) {
-    return kStamp + "ipfw: " + std::to_string(count) + " logged packets lost\n";
+    return kStamp + "ipfw: lost " + std::to_string(count) + " logged packets\n";
 }
 
 // Counts what a batch costs: reads of the syslog configuration and appends per file.

@@ -24,7 +24,7 @@
 namespace nfttest {
 
 // What the log holds for the world's rule: packet lines, and the packets that the loss
-// lines ("ipfw: N logged packets lost") count.
+// lines ("ipfw: lost N logged packets") count.
 struct LogTally {
     long written = 0;
     long lost = 0;
@@ -111,7 +111,7 @@ public:
 
     LogTally Tally() const {
         const std::string packetText = " ipfw: " + std::to_string(kRule) + " Deny UDP ";
-        const std::string lostText = " logged packets lost";
+        const std::string lostText = " ipfw: lost ";
         const std::string log = qvtest::readFile(logPath());
         LogTally tally;
         for (size_t start = 0, end; start < log.size(); start = end + 1) {
@@ -120,11 +120,8 @@ public:
             const std::string line = log.substr(start, end - start);
             if (line.find(packetText) != std::string::npos) {
                 ++tally.written;
-            } else if (line.size() > lostText.size() &&
-                       line.compare(line.size() - lostText.size(), lostText.size(), lostText) ==
-                           0) {
-                const size_t number = line.rfind(' ', line.size() - lostText.size() - 1);
-                tally.lost += std::atol(line.c_str() + number + 1);
+            } else if (const size_t lost = line.find(lostText); lost != std::string::npos) {
+                tally.lost += std::atol(line.c_str() + lost + lostText.size());
             }
         }
         return tally;

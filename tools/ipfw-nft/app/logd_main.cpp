@@ -2,7 +2,7 @@
 // table "inet ipfw" sends to NFLOG, where syslog's configuration routes "ipfw"
 // (IPFW_SIM_SYSLOG_CONF), honouring logamount and the verbose switch kept in the rule
 // state (IPFW_SIM_STATE), as build/nft/ipfw and build/nft/sysctl set them; packets the
-// kernel could not deliver are counted in the log ("ipfw: N logged packets lost").
+// kernel could not deliver are counted in the log ("ipfw: lost N logged packets").
 // Runs in the foreground until SIGTERM or SIGINT.
 //
 //   ipfw-logd [--receive-buffer BYTES]

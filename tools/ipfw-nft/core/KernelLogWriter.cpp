@@ -115,7 +115,8 @@ std::string notWritten(size_t packets, uint64_t lost) {
 }  // namespace
 
 std::string lostLogText(uint64_t count) {
-    return "ipfw: " + std::to_string(count) + " logged packets lost";
+    // The count follows a word: the watcher reads a number first in the text as a rule's.
+    return "ipfw: lost " + std::to_string(count) + " logged packets";
 }
 
 KernelLogWriter::Losses KernelLogWriter::countLosses(const std::vector<LoggedPacket>& batch) {

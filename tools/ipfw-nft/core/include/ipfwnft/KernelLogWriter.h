@@ -11,7 +11,7 @@
 
 namespace ipfwnft {
 
-// "ipfw: 16320 logged packets lost": what the log says of packets that NFLOG numbered
+// "ipfw: lost 16320 logged packets": what the log says of packets that NFLOG numbered
 // but never delivered (qvfwctl counts them by this text).
 std::string lostLogText(uint64_t count);
 
