@@ -173,9 +173,50 @@ TEST_F(NftPacketTest, RefusedRuleLeavesTableAndStateAsTheyWere) {
     EXPECT_EQ(listener.Connect(), Outcome::TimesOut);
 }
 
-// The table flushed behind ipfw's back, then an ipfw killed after it wrote the state and
-// before the kernel took the change: each time the next command rebuilds the table from
-// the state, says so, and connections are treated as the rules say.
+// Whether `condition` holds within `seconds`, asked every 10 ms.
+template <typename Condition>
+bool WaitUntil(Condition condition, double seconds) {
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::duration<double>(seconds);
+    while (!condition()) {
+        if (std::chrono::steady_clock::now() > deadline) {
+            return false;
+        }
+        usleep(10 * 1000);
+    }
+    return true;
+}
+
+// The abstract address of the enforcer of user `uid`.
+socklen_t EnforcerAddress(uint32_t uid, sockaddr_un& address) {
+    address = sockaddr_un{};
+    address.sun_family = AF_UNIX;
+    const std::string name = ipfwnft::enforcerSocketName(uid);
+    memcpy(address.sun_path + 1, name.data(), name.size());
+    return static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + 1 + name.size());
+}
+
+// Ends the enforcer that ipfw started in this namespace, found by asking its socket who
+// it is, so that nothing but the next command can notice a change of the tables.
+bool StopTheEnforcer() {
+    sockaddr_un address;
+    const socklen_t length = EnforcerAddress(0, address);
+    auto connected = [&] {
+        const int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+        ucred peer{};
+        socklen_t size = sizeof(peer);
+        const bool reached = connect(fd, reinterpret_cast<sockaddr*>(&address), length) == 0 &&
+                             getsockopt(fd, SOL_SOCKET, SO_PEERCRED, &peer, &size) == 0;
+        close(fd);
+        return reached ? peer.pid : 0;
+    };
+    const pid_t enforcer = connected();
+    return enforcer > 0 && kill(enforcer, SIGTERM) == 0 &&
+           WaitUntil([&] { return connected() == 0; }, 5.0);
+}
+
+// The table flushed behind ipfw's back while no enforcer watched, then an ipfw killed after
+// it wrote the state and before the kernel took the change: each time the next command
+// rebuilds the table from the state, says so, and connections are treated as the rules say.
 TEST_F(NftPacketTest, ATableThatDriftedIsRebuiltByTheNextCommand) {
     const std::string ipfw = std::string(QV_BUILD_DIR) + "/nft/ipfw -q ";
     const std::string note =
@@ -183,6 +224,7 @@ TEST_F(NftPacketTest, ATableThatDriftedIsRebuiltByTheNextCommand) {
         "the rule state\n";
     Listener listener(20400);
     Ipfw("add 3100 set 19 deny proto tcp dst-port 20400");
+    ASSERT_TRUE(StopTheEnforcer());
     ASSERT_EQ(Shell("nft flush ruleset").exitCode, 0);
     EXPECT_EQ(listener.Connect(), Outcome::Connects);
     EXPECT_EQ(Shell(ipfw + "add 3200 set 19 deny proto udp").output, note);
@@ -196,15 +238,6 @@ TEST_F(NftPacketTest, ATableThatDriftedIsRebuiltByTheNextCommand) {
     EXPECT_EQ(listener.Connect(), Outcome::Connects);
 }
 
-// The abstract address of the enforcer of user `uid`.
-socklen_t EnforcerAddress(uint32_t uid, sockaddr_un& address) {
-    address = sockaddr_un{};
-    address.sun_family = AF_UNIX;
-    const std::string name = ipfwnft::enforcerSocketName(uid);
-    memcpy(address.sun_path + 1, name.data(), name.size());
-    return static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + 1 + name.size());
-}
-
 // A process of user nobody; it runs `body` and exits with what it returns.
 template <typename Body>
 pid_t AsNobody(Body body) {
@@ -215,19 +248,6 @@ pid_t AsNobody(Body body) {
                                                                                          : 2);
     }
     return child;
-}
-
-// Whether `condition` holds within `seconds`, asked every 10 ms.
-template <typename Condition>
-bool WaitUntil(Condition condition, double seconds) {
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::duration<double>(seconds);
-    while (!condition()) {
-        if (std::chrono::steady_clock::now() > deadline) {
-            return false;
-        }
-        usleep(10 * 1000);
-    }
-    return true;
 }
 
 // A network namespace of its own for the rest of this test, whatever ran before it in this
@@ -318,13 +338,14 @@ TEST_F(NftPacketTest, NoOtherUserStandsInForTheEnforcer) {
     EXPECT_EQ(listener.Connect(), Outcome::TimesOut);
 }
 
-// ipfw-enforcer --resident started by the test, its standard error in `errors`; stopped
-// with SIGTERM at the end.
+// ipfw-enforcer --resident started by the test, its standard error in `errors`, its own
+// rule state `statePath` until an ipfw names its own; stopped with SIGTERM at the end.
 class ResidentEnforcer {
 public:
-    explicit ResidentEnforcer(const std::string& errors) : m_errors(errors) {
+    ResidentEnforcer(const std::string& errors, const std::string& statePath) : m_errors(errors) {
         m_pid = fork();
         if (m_pid == 0) {
+            setenv("IPFW_SIM_STATE", statePath.c_str(), 1);
             const int fd = open(errors.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
             dup2(fd, 2);
             const std::string path = std::string(QV_BUILD_DIR) + "/nft/ipfw-enforcer";
@@ -364,7 +385,8 @@ std::string HandleOf(const std::string& table, const std::string& chain, const s
 // says what it found and what it did.
 TEST_F(NftPacketTest, TheEnforcerPutsBackWhatOthersTookWithoutAnyCommand) {
     ASSERT_TRUE(EnterFreshNetwork());
-    ResidentEnforcer enforcer(m_dir.file("enforcer.err"));
+    // Started with a rule state other than ipfw's: it follows the one ipfw names.
+    ResidentEnforcer enforcer(m_dir.file("enforcer.err"), m_dir.file("elsewhere"));
     ASSERT_TRUE(enforcer.Says("ipfw-enforcer: serving @ipfw-nft-enforcer.0 until stopped", 5))
         << enforcer.Errors();
     Listener listener(20700);

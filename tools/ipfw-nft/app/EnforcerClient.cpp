@@ -110,9 +110,11 @@ Status EnforcerClient::connect() {
             return unreachable("did not start (" + path + ")");
         }
     }
-    const Status status = trusted(socket);
+    Status status = trusted(socket);
     if (status.ok()) {
         socket_ = std::move(socket);
+        std::string ignored;
+        status = exchange(RequestKind::StatePath, statePath_, ignored);
     }
     return status;
 }

@@ -12,6 +12,10 @@ namespace ipfwnft {
 // command of a network namespace starts it from beside this program.
 class EnforcerClient : public KernelTable {
 public:
+    // `statePath`: the rule state this command works on, which the enforcer keeps the
+    // tables as.
+    explicit EnforcerClient(std::string statePath) : statePath_(std::move(statePath)) {}
+
     ipfwsim::Status apply(const std::string& script) override;
     ipfwsim::Status listChain(const std::string& table, const std::string& chain,
                               std::vector<KernelRule>& rules) override;
@@ -21,6 +25,7 @@ private:
     ipfwsim::Status exchange(RequestKind kind, const std::string& request, std::string& text);
     ipfwsim::Status connect();
 
+    const std::string statePath_;
     EnforcerSocket socket_;
 };
 

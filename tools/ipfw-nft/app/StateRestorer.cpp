@@ -28,6 +28,14 @@ StateRestorer::~StateRestorer() {
     thread_.join();
 }
 
+void StateRestorer::follow(const std::string& path) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    if (path != statePath_) {
+        statePath_ = path;
+        say("the rule state is now " + path);
+    }
+}
+
 void StateRestorer::restore(const std::string& why) {
     {
         std::lock_guard<std::mutex> lock(mutex_);
@@ -55,20 +63,21 @@ void StateRestorer::serve() {
             return;
         }
         const std::string why = std::move(pendingWhy_);
+        const std::string statePath = statePath_;
         const bool wholeOnly = wholeOnly_;
         pendingWhy_.clear();
         pending_ = false;
         wholeOnly_ = false;
         lock.unlock();
-        putBack(why, wholeOnly);
+        putBack(statePath, why, wholeOnly);
         lock.lock();
     }
 }
 
-void StateRestorer::putBack(const std::string& why, bool wholeOnly) {
+void StateRestorer::putBack(const std::string& statePath, const std::string& why, bool wholeOnly) {
     std::unique_ptr<ipfwsim::SystemEnvironment> environment;
     ipfwsim::Status status = ipfwsim::SystemEnvironment::create(environment);
-    ipfwsim::FileStateStore store(statePath_, true);
+    ipfwsim::FileStateStore store(statePath, true);
     ipfwsim::StdConsole console;
     bool intact = false;
     size_t rules = 0;
@@ -79,7 +88,7 @@ void StateRestorer::putBack(const std::string& why, bool wholeOnly) {
             status = ipfw.restore(rules);
         }
     }
-    const std::string from = "the rule state (" + statePath_ + ")";
+    const std::string from = "the rule state (" + statePath + ")";
     if (!status.ok()) {
         say(why + "; could not put the tables back from " + from + ": " + status.message);
     } else if (intact) {

@@ -21,6 +21,8 @@ public:
     StateRestorer(const StateRestorer&) = delete;
     StateRestorer& operator=(const StateRestorer&) = delete;
 
+    // From now on the tables are put back from the rule state at `path`.
+    void follow(const std::string& path);
     // The tables were changed by someone else (`why` says by whom): rebuild them.
     void restore(const std::string& why);
     // Announcements were lost: rebuild the tables unless they prove they are this state's.
@@ -28,11 +30,11 @@ public:
 
 private:
     void serve();
-    void putBack(const std::string& why, bool wholeOnly);
+    void putBack(const std::string& statePath, const std::string& why, bool wholeOnly);
 
     KernelTable& table_;
-    const std::string statePath_;
     std::mutex mutex_;
+    std::string statePath_;  // guarded by mutex_
     std::condition_variable wake_;
     std::string pendingWhy_;  // guarded by mutex_
     bool pending_ = false;

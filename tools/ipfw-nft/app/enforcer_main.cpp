@@ -1,7 +1,8 @@
 // ipfw-enforcer: keeps libnftables loaded and the kernel's packet filter open for
 // build/nft/ipfw, which hands it each change (EnforcerProtocol.h), and keeps the tables as
 // the rule state says while it runs: a change of them by any other process is undone from
-// the rule state ($IPFW_SIM_STATE, else ipfw's default) and said on standard error. ipfw
+// the rule state (that of the last ipfw that spoke to it; until then $IPFW_SIM_STATE,
+// else ipfw's default) and said on standard error. ipfw
 // starts it from beside itself when its network namespace has none; it then ends after a
 // while without commands, or on SIGTERM. With --resident (as a service, or by hand in the
 // foreground) it does not end by itself.
@@ -49,7 +50,19 @@ ipfwnft::EnforcerSocket listen(bool resident) {
     return listener;
 }
 
-void serve(const ipfwnft::EnforcerSocket& listener, ipfwnft::KernelTable& table, bool resident) {
+// A request about the tables, or the rule state they are kept as.
+ipfwsim::Status answer(const qvctl::Frame& request, ipfwnft::KernelTable& table,
+                       ipfwnft::StateRestorer& restorer, std::string& reply) {
+    if (request.head != static_cast<uint32_t>(ipfwnft::RequestKind::StatePath)) {
+        return ipfwnft::answerRequest(table, request.head, request.payload, reply);
+    }
+    restorer.follow(request.payload);
+    reply.clear();
+    return ipfwsim::Status::success();
+}
+
+void serve(const ipfwnft::EnforcerSocket& listener, ipfwnft::KernelTable& table,
+           ipfwnft::StateRestorer& restorer, bool resident) {
     for (;;) {
         const ipfwnft::EnforcerSocket peer =
             listener.accept(resident ? -1 : kIdleMs, kRequestSeconds);
@@ -60,9 +73,7 @@ void serve(const ipfwnft::EnforcerSocket& listener, ipfwnft::KernelTable& table,
         std::string reply;
         while (
             peer.receive(request) &&
-            peer.send(static_cast<uint32_t>(
-                          ipfwnft::answerRequest(table, request.head, request.payload, reply).code),
-                      reply)) {
+            peer.send(static_cast<uint32_t>(answer(request, table, restorer, reply).code), reply)) {
             if (request.payload.size() > kLargeRequest) {
                 malloc_trim(0);  // a whole table's worth of nft's memory goes back
             }
@@ -102,6 +113,6 @@ int main(int argc, char** argv) {
     ipfwnft::WatchedTable table(nft, watch);
     say("serving " + ipfwnft::EnforcerSocket::name() + (resident ? " until stopped" : "") +
         "; the rule state is " + statePath);
-    serve(listener, table, resident);
+    serve(listener, table, restorer, resident);
     return 0;
 }

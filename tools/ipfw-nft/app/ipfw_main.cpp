@@ -5,11 +5,23 @@
 #include "FreeBsdTools.h"
 #include "ipfwnft/EnforcingIpfw.h"
 
+#include <unistd.h>
+
+#include <climits>
+
 namespace {
+
+std::string absolute(const std::string& path) {
+    char directory[PATH_MAX];
+    if (path.empty() || path[0] == '/' || getcwd(directory, sizeof(directory)) == nullptr) {
+        return path;
+    }
+    return std::string(directory) + "/" + path;
+}
 
 int enforce(ipfwsim::Environment& environment, ipfwsim::StateStore& store,
             ipfwsim::Console& console, const std::vector<std::string>& arguments) {
-    ipfwnft::EnforcerClient table;
+    ipfwnft::EnforcerClient table(absolute(ipfwsim::StatePath()));
     return ipfwnft::EnforcingIpfw(environment, store, console, table).run(arguments);
 }
 

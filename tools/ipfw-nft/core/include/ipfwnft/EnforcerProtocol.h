@@ -24,7 +24,9 @@ std::string enforcerSocketName(uint32_t uid);
 // The longest payload either way: a whole table of 65,535 rules is far below it.
 constexpr uint32_t kMaxEnforcerPayload = 256u << 20;
 
-enum class RequestKind : uint32_t { Apply = 'A', ListChain = 'L' };
+// A StatePath request names, as an absolute path, the rule state file of the ipfw that sends
+// it: the enforcer puts its tables back from the state of the last ipfw that spoke to it.
+enum class RequestKind : uint32_t { Apply = 'A', ListChain = 'L', StatePath = 'S' };
 
 // The enforcer's side: runs the request of kind `kind` on `kernel`; `reply` is the
 // failure's message or the listing.
