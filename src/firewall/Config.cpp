@@ -257,35 +257,31 @@ int FwConfig::GetNormalRule(unsigned int index, FwRule& out) {
     return 0;
 }
 
-// Works on the normal list. Renumbering happens during the walk, so a failed search
-// leaves a renumbered rule behind in memory (nothing is written).
+// Works on the normal list. Both rules are found before either is renumbered: an
+// exchange that finds only one of them changes nothing, so that the stored list keeps
+// the numbers ipfw holds.
 int FwConfig::SwapRuleOrderPriv(unsigned int a, unsigned int b) {
     FwRuleList& rules = m_normalRules.rules;
-    if (rules.rules_size() == 0) {
-        return FW_ERR_RULE_NOT_FOUND;
-    }
-    int changed[2];
-    int changedCount = 0;
-    for (int i = 0; i < rules.rules_size() && changedCount < 2; ++i) {
-        FwRule* rule = rules.mutable_rules(i);
-        if (rule->rule_index() == a) {
-            rule->set_rule_index(b);
-            changed[changedCount++] = i;
-        } else if (rule->rule_index() == b) {
-            rule->set_rule_index(a);
-            changed[changedCount++] = i;
+    int positions[2] = {-1, -1};
+    for (int i = 0; i < rules.rules_size(); ++i) {
+        const unsigned int number = rules.rules(i).rule_index();
+        if (number == a && positions[0] < 0) {
+            positions[0] = i;
+        } else if (number == b && positions[1] < 0) {
+            positions[1] = i;
         }
     }
-    // The renumbered rules reach the file with the next save, even after a failed search.
-    for (int k = 0; k < changedCount; ++k) {
-        m_normalRules.plist.Put(rules, changed[k]);
-    }
-    if (changedCount < 2) {
+    if (a == b || positions[0] < 0 || positions[1] < 0) {
         return FW_ERR_RULE_NOT_FOUND;
     }
+    rules.mutable_rules(positions[0])->set_rule_index(b);
+    rules.mutable_rules(positions[1])->set_rule_index(a);
+    for (int position : positions) {
+        m_normalRules.plist.Put(rules, position);
+    }
     // Keep the list ordered as the new numbers are.
-    rules.mutable_rules()->SwapElements(changed[0], changed[1]);
-    m_normalRules.plist.Swap(changed[0], changed[1]);
+    rules.mutable_rules()->SwapElements(positions[0], positions[1]);
+    m_normalRules.plist.Swap(positions[0], positions[1]);
     if (SetRulesEntry(m_normalRules)) {
         SaveLogged(*m_pConfig);
     }

@@ -44,7 +44,8 @@ public:
     int GetAllNormalRules(FwRuleList& out) EXCLUDES(m_lock);
     int GetExceptionRules(FwRuleList& out) EXCLUDES(m_lock);
     int GetNormalRule(unsigned int index, FwRule& out) EXCLUDES(m_lock);
-    // Exchanges the rule numbers and the places of the normal rules `a` and `b`.
+    // Exchanges the rule numbers and the places of the normal rules `a` and `b`; 20701
+    // with nothing changed when either is not stored.
     int SwapNormalRuleOrder(unsigned int a, unsigned int b) EXCLUDES(m_lock);
 
     int SetFwEnable(bool enable) EXCLUDES(m_lock);

@@ -181,11 +181,15 @@ TEST_F(FwConfigTest, AddDeleteAndSwapKeepTheirOrder) {
     EXPECT_EQ(readFile(path()), readFile(backup()));
     const std::string before = readFile(path());
     EXPECT_EQ(20701u, config.SwapNormalRuleOrder(1, 1));
-    // A half-found exchange leaves its renumbering in memory and writes nothing.
-    EXPECT_EQ(20701u, config.SwapNormalRuleOrder(9, 40));
-    config.GetAllNormalRules(all);
-    EXPECT_EQ((Indexes{1, 5, 40}), indexesOf(all));
+    // A half-found exchange changes nothing, in memory or in the file.
+    for (const auto& [a, b] : {std::pair{9u, 40u}, std::pair{41u, 5u}}) {
+        EXPECT_EQ(20701u, config.SwapNormalRuleOrder(a, b));
+        config.GetAllNormalRules(all);
+        EXPECT_EQ((Indexes{1, 5, 9}), indexesOf(all));
+    }
     EXPECT_EQ(before, readFile(path()));
+    ASSERT_EQ(0, config.AddNormalRule(rule(12)));
+    EXPECT_EQ(readFile(path()).find("<integer>40</integer>"), std::string::npos);
 
     EXPECT_EQ(0, config.FlushRules());
     EXPECT_EQ(20701u, config.GetNormalRule(5, found));

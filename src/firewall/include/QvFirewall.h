@@ -26,14 +26,15 @@ enum QvFwCommand {
     QV_CMD_IS_FW_ENABLE = 0x8006,       /* -> BoolType */
     QV_CMD_GET_ALL_RULES = 0x8007,      /* -> FwRuleList (normal set) */
     QV_CMD_ADD_RULE_LIST = 0x8008,      /* FwRuleInfoList -> UIntPairArray (order, number) */
-    QV_CMD_SWAP_RULES = 0x8009,         /* UIntPair (two normal rule numbers) */
-    QV_CMD_ENABLE_NOTIFY = 0x800a,      /* events reach the notification callback */
-    QV_CMD_DISABLE_NOTIFY = 0x800b,     /* events reach only the host service */
-    QV_CMD_IS_NOTIFY_ENABLE = 0x800c,   /* -> BoolType */
-    QV_CMD_SET_RULE_LIST = 0x800d,      /* FwRuleInfoList -> UIntPairArray; replaces the set */
-    QV_CMD_ADD_EXCP_RULE = 0x800e,      /* FwRule -> UIntType */
-    QV_CMD_DELETE_EXCP_RULE = 0x800f,   /* UIntType */
-    QV_CMD_FLUSH_EXCP_RULES = 0x8010,   /* the exception set */
+    QV_CMD_SWAP_RULES = 0x8009,       /* UIntPair (two normal rule numbers); 20701, nothing changed,
+                                         unless both are stored */
+    QV_CMD_ENABLE_NOTIFY = 0x800a,    /* events reach the notification callback */
+    QV_CMD_DISABLE_NOTIFY = 0x800b,   /* events reach only the host service */
+    QV_CMD_IS_NOTIFY_ENABLE = 0x800c, /* -> BoolType */
+    QV_CMD_SET_RULE_LIST = 0x800d,    /* FwRuleInfoList -> UIntPairArray; replaces the set */
+    QV_CMD_ADD_EXCP_RULE = 0x800e,    /* FwRule -> UIntType */
+    QV_CMD_DELETE_EXCP_RULE = 0x800f, /* UIntType */
+    QV_CMD_FLUSH_EXCP_RULES = 0x8010, /* the exception set */
     QV_CMD_SET_EXCP_RULE_LIST = 0x8011, /* FwRuleInfoList -> UIntPairArray; replaces the set */
     QV_CMD_GET_EXCP_RULES = 0x8012,     /* -> FwRuleList (exception set) */
     QV_CMD_MODIFY_RULE = 0x8013,        /* FwRule carrying its rule_index (normal set) */
