@@ -8,7 +8,9 @@
  *
  * Threads: handlers may be called from any number of host threads at once. Initialize and
  * Finalize must not overlap each other or any handler call. The notification callback is
- * called on a thread of the plug-in's own. */
+ * called on a thread of the plug-in's own. Each entry point below states what must hold
+ * before it, its arguments and who owns them, the threads that may call it, and what it
+ * returns. */
 #ifndef QV_PLUGIN_H
 #define QV_PLUGIN_H
 
@@ -27,13 +29,17 @@ enum QvPluginCode {
 };
 
 /* A command handler.
- *  in/inLen:   the serialized request (protobuf wire format); owned by the caller and read
- *              only during the call. Handlers that take no request ignore both.
- *  out/outLen: where a handler that answers stores a malloc'ed buffer and its length. The
- *              host owns the buffer from then on and gives it back with QvPluginFree. An
- *              empty response is a null buffer with length 0. Handlers that give no
- *              response leave both untouched.
- * Returns 0 or a result code. */
+ *  Before:    QvPluginInitialize returned (0 or not: a plug-in that failed to come up
+ *             answers QV_ERR_INIT and changes nothing); QvPluginFinalize not yet called.
+ *  Arguments: cmd is the row's command number. in/inLen: the serialized request (protobuf
+ *             wire format), owned by the caller and read only during the call; handlers
+ *             that take no request ignore both. out/outLen: where a handler that answers
+ *             stores a malloc'ed buffer and its length; the host owns the buffer from then
+ *             on and gives it back with QvPluginFree. An empty response is a null buffer
+ *             with length 0. Handlers that give no response leave both untouched.
+ *  Threads:   any number of host threads at once, never overlapping Initialize or
+ *             Finalize.
+ *  Returns:   0 or a result code (QvPluginCode, or the plug-in's own). */
 typedef int (*QvCommandHandler)(int cmd, const void* in, int inLen, void** out, int* outLen);
 
 /* One row of the command table. */
@@ -44,34 +50,56 @@ typedef struct QvHandlerEntry {
 } QvHandlerEntry;
 
 /* Receives each event as `length` serialized bytes under the plug-in's event `code`.
- * `data` belongs to the plug-in and is valid only during the call. */
+ *  Arguments: `data` belongs to the plug-in and is valid only during the call.
+ *  Threads:   called on a thread of the plug-in's own, one event at a time; it must not
+ *             call QvPluginFinalize. */
 typedef void (*QvNotifyCallback)(int code, const void* data, int length);
 
-/* The command table, in its stored order. Read-only. */
+/* The command table, in its stored order. Read-only; valid while the library is loaded. */
 extern const QvHandlerEntry handlerArr[];
 
-/* The plug-in's identifier. */
+/* The plug-in's identifier.
+ *  Before:  nothing; it touches no state.
+ *  Threads: any, at any time.
+ *  Returns: the identifier. */
 int QvPluginGetId(void);
 
-/* Sets up the plug-in. `reserved` is not read. Returns 0, or QV_ERR_INIT when the
- * plug-in failed to come up; its handlers then answer QV_ERR_INIT, and QvPluginFinalize
- * must be called all the same. */
+/* Sets up the plug-in: its configuration, its rules, its event watcher.
+ *  Before:    first call, or after QvPluginFinalize.
+ *  Arguments: `reserved` is not read.
+ *  Threads:   one host thread, with no handler call, Finalize or other Initialize running.
+ *  Returns:   0, or QV_ERR_INIT when the plug-in failed to come up; its handlers then
+ *             answer QV_ERR_INIT, and QvPluginFinalize must be called all the same. */
 int QvPluginInitialize(void* reserved);
 
-/* Stops the plug-in and releases everything it holds. */
+/* Stops the plug-in and releases everything it holds; events stop before it returns.
+ *  Before:  QvPluginInitialize was called (whatever it returned).
+ *  Threads: one host thread, with no handler call or Initialize running; not the
+ *           notification callback's.
+ *  Returns: nothing. Handlers called afterwards answer QV_ERR_INIT. */
 void QvPluginFinalize(void);
 
-/* Releases a response buffer. Null is accepted. Returns 0. */
+/* Releases a response buffer.
+ *  Arguments: a buffer a handler stored in `out`, or null; the host's no more once given.
+ *  Threads:   any, at any time while the library is loaded.
+ *  Returns:   0. */
 int QvPluginFree(void* buffer);
 
-/* Stores the table, its row count and the handler for command numbers not in the table.
- * Returns QV_ERR_INVALID_ARG and writes nothing when any pointer is null, else 0. */
+/* Hands out the command table.
+ *  Arguments: table, count, defaultHandler: where to store the table, its row count and
+ *             the handler for command numbers not in the table; the host's to own, the
+ *             stored values the plug-in's, valid while the library is loaded.
+ *  Threads:   any, at any time.
+ *  Returns:   QV_ERR_INVALID_ARG, writing nothing, when any pointer is null; else 0. */
 int QvPluginGetHandlers(const QvHandlerEntry** table, int* count, QvCommandHandler* defaultHandler);
 
-/* Sets the callback for events; null restores QvPluginNullNotify. */
+/* Sets the callback for events; null restores QvPluginNullNotify.
+ *  Arguments: a function that stays callable until it is replaced or Finalize returned.
+ *  Threads:   any host thread, at any time, repeatable; the next event goes to the new one.
+ *  Returns:   nothing. */
 void QvPluginSetNotificationCallback(QvNotifyCallback callback);
 
-/* The do-nothing callback. */
+/* The do-nothing callback. Threads: any. */
 void QvPluginNullNotify(int code, const void* data, int length);
 
 #ifdef __cplusplus
