@@ -80,8 +80,8 @@ Status EnforcerClient::listChain(const std::string& table, const std::string& ch
 Status EnforcerClient::exchange(RequestKind kind, const std::string& request, std::string& text) {
     Status status = connect();
     qvctl::Frame reply;
-    if (status.ok() &&
-        (!socket_.send(static_cast<uint32_t>(kind), request) || !socket_.receive(reply))) {
+    if (status.ok() && (!socket_.send(static_cast<uint32_t>(kind), request) ||
+                        !receiveStatePathReply() || !socket_.receive(reply))) {
         // Sent but unanswered: whether the kernel took it is not known.
         return Status::failure(ipfwsim::kExitIoErr, "nftables: ipfw-enforcer did not answer");
     }
@@ -110,13 +110,24 @@ Status EnforcerClient::connect() {
             return unreachable("did not start (" + path + ")");
         }
     }
-    Status status = trusted(socket);
-    if (status.ok()) {
-        socket_ = std::move(socket);
-        std::string ignored;
-        status = exchange(RequestKind::StatePath, statePath_, ignored);
+    const Status status = trusted(socket);
+    if (!status.ok()) {
+        return status;
     }
+    // Its answer is read after the first request went out: the two cost one wait.
+    if (!socket.send(static_cast<uint32_t>(RequestKind::StatePath), statePath_)) {
+        return unreachable("did not take the rule state's name");
+    }
+    socket_ = std::move(socket);
+    statePathReplyPending_ = true;
     return status;
+}
+
+bool EnforcerClient::receiveStatePathReply() {
+    qvctl::Frame reply;
+    const bool received = !statePathReplyPending_ || socket_.receive(reply);
+    statePathReplyPending_ = false;
+    return received;
 }
 
 }  // namespace ipfwnft

@@ -24,9 +24,11 @@ private:
     // The reply's text: the listing, or the failure's message.
     ipfwsim::Status exchange(RequestKind kind, const std::string& request, std::string& text);
     ipfwsim::Status connect();
+    bool receiveStatePathReply();
 
     const std::string statePath_;
     EnforcerSocket socket_;
+    bool statePathReplyPending_ = false;
 };
 
 }  // namespace ipfwnft
