@@ -6,6 +6,7 @@
 #include <sys/un.h>
 #include <unistd.h>
 
+#include "QvCloseOnExec.h"
 #include "QvControl.h"
 #include "QvControlErrors.h"
 #include "QvFrame.h"
@@ -41,7 +42,7 @@ bool ControlClient::Connect() {
         return false;
     }
     memcpy(address.sun_path, m_path.c_str(), m_path.size() + 1);
-    m_fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    m_fd = QvUnixStreamSocket();
     if (m_fd >= 0 && connect(m_fd, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0) {
         return true;
     }

@@ -1,4 +1,5 @@
 #include "ListeningSocket.h"
+#include "QvCloseOnExec.h"
 
 #include <errno.h>
 #include <fcntl.h>
@@ -100,7 +101,7 @@ int ListeningSocket::Bind(std::string* error) {
         return EADDRINUSE;
     }
     unlink(m_path.c_str());  // a dead daemon's socket file
-    m_fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    m_fd = QvUnixStreamSocket();
     // The file is born 0600 so that no other user can connect even for a moment.
     mode_t previous = umask(0177);
     int bound = m_fd < 0 ? -1 : bind(m_fd, reinterpret_cast<sockaddr*>(&address), sizeof address);

@@ -8,6 +8,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include "QvCloseOnExec.h"
 #include "QvLog.h"
 #include "UtilLog.h"
 
@@ -31,7 +32,7 @@ int AboveStandardStreams(int fd) {
 
 int OpenOutputPipe(int* readEnd, int* writeEnd) {
     int fds[2];
-    if (pipe2(fds, O_CLOEXEC) != 0) {
+    if (QvCloseOnExecPipe(fds) != 0) {
         return errno;
     }
     *readEnd = AboveStandardStreams(fds[0]);
