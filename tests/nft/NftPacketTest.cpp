@@ -195,23 +195,19 @@ socklen_t EnforcerAddress(uint32_t uid, sockaddr_un& address) {
     return static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + 1 + name.size());
 }
 
-// Ends the enforcer that ipfw started in this namespace, found by asking its socket who
-// it is, so that nothing but the next command can notice a change of the tables.
+// Ends the enforcer that ipfw started in this namespace with "ipfw-enforcer --stop", so that
+// nothing but the next command can notice a change of the tables: when it returns, nothing
+// listens on the enforcer's name any more.
 bool StopTheEnforcer() {
+    const nfttest::CommandResult stopped =
+        Shell(std::string(QV_BUILD_DIR) + "/nft/ipfw-enforcer --stop");
     sockaddr_un address;
     const socklen_t length = EnforcerAddress(0, address);
-    auto connected = [&] {
-        const int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-        ucred peer{};
-        socklen_t size = sizeof(peer);
-        const bool reached = connect(fd, reinterpret_cast<sockaddr*>(&address), length) == 0 &&
-                             getsockopt(fd, SOL_SOCKET, SO_PEERCRED, &peer, &size) == 0;
-        close(fd);
-        return reached ? peer.pid : 0;
-    };
-    const pid_t enforcer = connected();
-    return enforcer > 0 && kill(enforcer, SIGTERM) == 0 &&
-           WaitUntil([&] { return connected() == 0; }, 5.0);
+    const int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    const bool listening = connect(fd, reinterpret_cast<sockaddr*>(&address), length) == 0;
+    close(fd);
+    EXPECT_EQ(stopped.output, "");
+    return stopped.exitCode == 0 && !listening;
 }
 
 // The table flushed behind ipfw's back while no enforcer watched, then an ipfw killed after

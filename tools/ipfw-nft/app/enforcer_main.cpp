@@ -5,15 +5,18 @@
 // else ipfw's default) and said on standard error. ipfw
 // starts it from beside itself when its network namespace has none; it then ends after a
 // while without commands, or on SIGTERM. With --resident (as a service, or by hand in the
-// foreground) it does not end by itself.
+// foreground) it does not end by itself. `ipfw-enforcer --stop` ends the one that runs, so
+// that its tables can be deleted for good.
 
 #include <malloc.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <chrono>
 #include <csignal>
 #include <cstring>
 #include <string>
+#include <thread>
 
 #include "EnforcerSocket.h"
 #include "FreeBsdTools.h"
@@ -71,9 +74,15 @@ void serve(const ipfwnft::EnforcerSocket& listener, ipfwnft::KernelTable& table,
         }
         qvctl::Frame request;
         std::string reply;
-        while (
-            peer.receive(request) &&
-            peer.send(static_cast<uint32_t>(answer(request, table, restorer, reply).code), reply)) {
+        while (peer.receive(request)) {
+            const bool stop = request.head == static_cast<uint32_t>(ipfwnft::RequestKind::Stop);
+            const int code = stop ? ipfwsim::kExitOk : answer(request, table, restorer, reply).code;
+            if (!peer.send(static_cast<uint32_t>(code), stop ? std::string() : reply)) {
+                break;
+            }
+            if (stop) {
+                return;
+            }
             if (request.payload.size() > kLargeRequest) {
                 malloc_trim(0);  // a whole table's worth of nft's memory goes back
             }
@@ -81,13 +90,47 @@ void serve(const ipfwnft::EnforcerSocket& listener, ipfwnft::KernelTable& table,
     }
 }
 
+// ipfw-enforcer --stop: ends the enforcer of this user in this network namespace, if one
+// runs, and waits until its name is free.
+int stopRunning() {
+    const ipfwnft::EnforcerSocket socket = ipfwnft::EnforcerSocket::connect(kRequestSeconds);
+    ipfwnft::PeerCredentials running;
+    if (!socket.open()) {
+        return ipfwsim::kExitOk;
+    }
+    const std::string who = "pid " + (socket.peer(running) ? std::to_string(running.pid) : "?");
+    if (running.uid != geteuid()) {
+        say("the listener on " + ipfwnft::EnforcerSocket::name() + " is uid " +
+            std::to_string(running.uid) + " (" + who + "), not this user; left it alone");
+        return ipfwsim::kExitUnavailable;
+    }
+    qvctl::Frame reply;
+    if (!socket.send(static_cast<uint32_t>(ipfwnft::RequestKind::Stop), "") ||
+        !socket.receive(reply)) {
+        say("the enforcer (" + who + ") did not answer");
+        return ipfwsim::kExitIoErr;
+    }
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(kRequestSeconds);
+    while (ipfwnft::EnforcerSocket::connect(1).open()) {
+        if (std::chrono::steady_clock::now() > deadline) {
+            say("the enforcer (" + who + ") did not end");
+            return ipfwsim::kExitIoErr;
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+    return ipfwsim::kExitOk;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
     const bool resident = argc == 2 && std::strcmp(argv[1], "--resident") == 0;
+    if (argc == 2 && std::strcmp(argv[1], "--stop") == 0) {
+        return stopRunning();
+    }
     if (argc > 1 && !resident) {
-        say("usage: ipfw-enforcer [--resident]");
-        return 64;
+        say("usage: ipfw-enforcer [--resident | --stop]");
+        return ipfwsim::kExitUsage;
     }
     // nft reads the tables afresh for every command, into four blocks of 128 KiB per
     // table; kept in the heap instead of mapped and unmapped each time, they cost no page

@@ -25,8 +25,10 @@ std::string enforcerSocketName(uint32_t uid);
 constexpr uint32_t kMaxEnforcerPayload = 256u << 20;
 
 // A StatePath request names, as an absolute path, the rule state file of the ipfw that sends
-// it: the enforcer puts its tables back from the state of the last ipfw that spoke to it.
-enum class RequestKind : uint32_t { Apply = 'A', ListChain = 'L', StatePath = 'S' };
+// it: the enforcer puts its tables back from the state of the last ipfw that spoke to it. A
+// Stop request ends the enforcer once it answered, so that its tables can be deleted
+// without being put back.
+enum class RequestKind : uint32_t { Apply = 'A', ListChain = 'L', StatePath = 'S', Stop = 'Q' };
 
 // The enforcer's side: runs the request of kind `kind` on `kernel`; `reply` is the
 // failure's message or the listing.
