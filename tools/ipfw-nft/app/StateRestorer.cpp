@@ -1,5 +1,7 @@
 #include "StateRestorer.h"
 
+#include <sysexits.h>
+
 #include <memory>
 
 #include "FileStateStore.h"
@@ -89,7 +91,15 @@ void StateRestorer::putBack(const std::string& statePath, const std::string& why
         }
     }
     const std::string from = "the rule state (" + statePath + ")";
-    if (!status.ok()) {
+    if (status.code == EX_TEMPFAIL) {
+        // An ipfw held the state's lock for longer than a lock is waited for: not given up.
+        say(why + "; " + status.message + "; trying again");
+        if (wholeOnly) {
+            restore(why);
+        } else {
+            check(why);
+        }
+    } else if (!status.ok()) {
         say(why + "; could not put the tables back from " + from + ": " + status.message);
     } else if (intact) {
         say(why + "; the tables still carry the generation of " + from);
