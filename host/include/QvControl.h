@@ -37,10 +37,35 @@ enum Command : uint32_t {
     // Request: empty. Reply: code 0 and what "ipfw -S show" printed (rule number, packets,
     // bytes, set, rule per line), or 20016 when ipfw cannot be run.
     kRuleCounters = 0x51000005,
+    // Request: empty. Reply: code 0 and the daemon's metrics in Prometheus's text format.
+    kMetrics = 0x51000006,
+    // Request: u32 command (QV_CMD_ADD_RULE, QV_CMD_ADD_EXCP_RULE or QV_CMD_ADD_RULE_LIST),
+    // u32 seconds, then that command's request. The plug-in's reply; every rule it added
+    // is deleted again by the daemon once the seconds have passed.
+    kAddExpiring = 0x51000007,
+    // Request: u32 ApplyFlags, u32 seconds to confirm (0: no confirmation), then a
+    // serialized qor.vela.FwRuleInfoList that replaces the normal or the exception list.
+    // Reply: the plug-in's code and UIntPairArray. With seconds, the list as it was comes
+    // back unless kConfirm arrives in time (a restart of the daemon included).
+    kApply = 0x51000008,
+    // Request: empty. Reply: 0 when a change waited for confirmation and now stays,
+    // kNothingToConfirm otherwise.
+    kConfirm = 0x51000009,
+    // Request: empty. Reply: code 0, one line per rule that expires: "SET NUMBER SECONDS"
+    // (SET "normal" or "exception", SECONDS since the epoch), then for a change waiting
+    // for confirmation "rollback SET SECONDS".
+    kDeadlines = 0x5100000a,
 };
 
 enum StreamFlags : uint32_t {
     kFollow = 1u,
+    // The events file's JSON records (code kRecord, payload one JSON object) instead of
+    // the plug-in's serialized events.
+    kJsonRecords = 2u,
+};
+
+enum ApplyFlags : uint32_t {
+    kApplyExceptions = 1u,
 };
 
 // How an event reached the daemon.
@@ -48,9 +73,16 @@ enum EventOrigin : int32_t {
     kFromHostService = 1,  // the plug-in's inter-process call 65567 (every event)
     kFromCallback = 2,     // the notification callback (only while notify is on)
     kEndOfStream = 3,
+    kRecord = 4,  // a JSON record of the events file (kJsonRecords)
 };
 
 // The daemon's answer to a connection it refuses (peer of another user).
 constexpr int32_t kPeerRefused = 13;  // EACCES
+// A request of the daemon's own that does not hold what its command needs.
+constexpr int32_t kBadRequest = 22;  // EINVAL
+// kConfirm when no change waits for confirmation.
+constexpr int32_t kNothingToConfirm = 61;  // ENODATA
+// A change that could not be kept: the state directory could not be written.
+constexpr int32_t kStateNotSaved = 5;  // EIO
 
 }  // namespace qvctl

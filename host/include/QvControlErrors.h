@@ -16,6 +16,15 @@ inline const char* CodeMeaningOf(int32_t code) {
     if (code == kPeerRefused) {
         return "permission denied: only root or the daemon's own user may use qvfwd";
     }
+    if (code == kBadRequest) {
+        return "qvfwd could not read the request";
+    }
+    if (code == kNothingToConfirm) {
+        return "no change is waiting for confirmation";
+    }
+    if (code == kStateNotSaved) {
+        return "qvfwd could not save its state directory; nothing was changed";
+    }
     const char* meaning = QvFwCodeMeaning(code);
     return meaning != nullptr ? meaning : "unknown error";
 }

@@ -3,7 +3,10 @@
 #include <poll.h>
 #include <sys/socket.h>
 
+#include "CommandNames.h"
+#include "PeerCredentials.h"
 #include "QvControl.h"
+#include "QvFirewall.h"
 #include "QvFrame.h"
 
 namespace qvfwd {
@@ -46,6 +49,18 @@ bool PeerHungUp(int fd) {
     return recv(fd, &byte, 1, MSG_PEEK | MSG_DONTWAIT) == 0 || (wait.revents & POLLHUP) != 0;
 }
 
+// The two numbers that open a request of the daemon's own, and what follows them.
+bool SplitHeader(const std::string& request, uint32_t* first, uint32_t* second, std::string* rest) {
+    if (request.size() < 8) {
+        return false;
+    }
+    const uint8_t* bytes = reinterpret_cast<const uint8_t*>(request.data());
+    *first = ipc::LoadLittleEndian32(bytes);
+    *second = ipc::LoadLittleEndian32(bytes + 4);
+    *rest = request.substr(8);
+    return true;
+}
+
 bool WriteEvents(qvctl::FrameChannel& channel, const std::vector<KeptEvent>& events) {
     for (const KeptEvent& event : events) {
         if (!channel.Write(static_cast<uint32_t>(event.origin), event.record)) {
@@ -75,6 +90,11 @@ const ControlSession::Route ControlSession::kRoutes[] = {
     {qvctl::kRuleText, &ControlSession::RuleText},
     {qvctl::kCheckRule, &ControlSession::CheckRule},
     {qvctl::kRuleCounters, &ControlSession::RuleCounters},
+    {qvctl::kMetrics, &ControlSession::Metrics},
+    {qvctl::kAddExpiring, &ControlSession::AddExpiring},
+    {qvctl::kApply, &ControlSession::Apply},
+    {qvctl::kConfirm, &ControlSession::Confirm},
+    {qvctl::kDeadlines, &ControlSession::Deadlines},
 };
 
 void ControlSession::operator()(int fd) const {
@@ -88,18 +108,116 @@ void ControlSession::operator()(int fd) const {
             }
         }
         bool goOn = route != nullptr ? (this->*route->handler)(channel, fd, request.payload)
-                                     : ToPlugin(channel, request.head, request.payload);
+                                     : ToPlugin(channel, fd, request.head, request.payload);
         if (!goOn) {
             return;
         }
     }
 }
 
-bool ControlSession::ToPlugin(qvctl::FrameChannel& channel, uint32_t command,
+bool ControlSession::ToPlugin(qvctl::FrameChannel& channel, int fd, uint32_t command,
                               const std::string& request) const {
     std::string response;
-    int32_t code = m_services.plugin.Call(command, request, &response);
+    const CommandInfo* info = FindCommand(command);
+    if (info == nullptr || !info->changes) {
+        int32_t code = m_services.call(command, request, &response);
+        return channel.Write(static_cast<uint32_t>(code), response);
+    }
+    const PeerIdentity peer = PeerIdentityOf(fd);
+    int32_t code = 0;
+    {
+        std::lock_guard<std::mutex> gate(m_services.timed.gate());
+        ChangeSubject subject = m_services.audit.Describe(command, request);
+        code = m_services.call(command, request, &response);
+        m_services.timed.AfterChange();
+        if (std::optional<int64_t> added = AddedRuleNumber(command, response)) {
+            subject.ruleNumber = added;
+        }
+        m_services.audit.Record(peer, info->name, subject, code);
+    }
+    m_services.changed();
     return channel.Write(static_cast<uint32_t>(code), response);
+}
+
+bool ControlSession::Metrics(qvctl::FrameChannel& channel, int, const std::string&) const {
+    return channel.Write(0, m_services.metricsText());
+}
+
+bool ControlSession::AddExpiring(qvctl::FrameChannel& channel, int fd,
+                                 const std::string& request) const {
+    uint32_t command = 0;
+    uint32_t seconds = 0;
+    std::string inner;
+    std::string response;
+    if (!SplitHeader(request, &command, &seconds, &inner)) {
+        return channel.Write(static_cast<uint32_t>(qvctl::kBadRequest), "");
+    }
+    const PeerIdentity peer = PeerIdentityOf(fd);
+    int32_t code = 0;
+    {
+        std::lock_guard<std::mutex> gate(m_services.timed.gate());
+        ChangeSubject subject = m_services.audit.Describe(command, inner);
+        std::string log;
+        code = m_services.timed.AddExpiring(command, seconds, inner, &response, &log);
+        if (std::optional<int64_t> added = AddedRuleNumber(command, response)) {
+            subject.ruleNumber = added;
+        }
+        m_services.audit.Record(
+            peer, std::string(CommandName(command)) + " --for " + std::to_string(seconds) + "s",
+            subject, code);
+    }
+    m_services.changed();
+    return channel.Write(static_cast<uint32_t>(code), response);
+}
+
+bool ControlSession::Apply(qvctl::FrameChannel& channel, int fd, const std::string& request) const {
+    uint32_t flags = 0;
+    uint32_t seconds = 0;
+    std::string list;
+    std::string response;
+    if (!SplitHeader(request, &flags, &seconds, &list)) {
+        return channel.Write(static_cast<uint32_t>(qvctl::kBadRequest), "");
+    }
+    const bool exceptions = (flags & qvctl::kApplyExceptions) != 0;
+    const PeerIdentity peer = PeerIdentityOf(fd);
+    int32_t code = 0;
+    {
+        std::lock_guard<std::mutex> gate(m_services.timed.gate());
+        ChangeSubject subject{std::nullopt, m_services.audit.ListWords(list)};
+        std::string log;
+        code = m_services.timed.Apply(exceptions ? "exception" : "normal", seconds, list, &response,
+                                      &log);
+        m_services.audit.Record(
+            peer,
+            std::string("apply") + (exceptions ? " --exceptions" : "") +
+                (seconds > 0 ? " --confirm " + std::to_string(seconds) + "s" : ""),
+            subject, code);
+    }
+    m_services.changed();
+    return channel.Write(static_cast<uint32_t>(code), response);
+}
+
+bool ControlSession::Confirm(qvctl::FrameChannel& channel, int fd, const std::string&) const {
+    const PeerIdentity peer = PeerIdentityOf(fd);
+    int32_t code = 0;
+    {
+        std::lock_guard<std::mutex> gate(m_services.timed.gate());
+        std::string log;
+        code = m_services.timed.Confirm(&log);
+        m_services.audit.Record(peer, "confirm", ChangeSubject{}, code);
+    }
+    m_services.changed();
+    return channel.Write(static_cast<uint32_t>(code), "");
+}
+
+bool ControlSession::Deadlines(qvctl::FrameChannel& channel, int, const std::string&) const {
+    return channel.Write(0, m_services.timed.DeadlinesText());
+}
+
+void ControlSession::CountOwnIpfw(int32_t code) const {
+    if (code == QV_ERR_CMD) {
+        m_services.metrics.CountIpfwFailure("qvfwd", std::to_string(code));
+    }
 }
 
 bool ControlSession::Status(qvctl::FrameChannel& channel, int, const std::string&) const {
@@ -116,20 +234,24 @@ bool ControlSession::CheckRule(qvctl::FrameChannel& channel, int,
                                const std::string& request) const {
     std::string report;
     int32_t code = m_services.checker.Check(request, &report);
+    CountOwnIpfw(code);
     return channel.Write(static_cast<uint32_t>(code), report);
 }
 
 bool ControlSession::RuleCounters(qvctl::FrameChannel& channel, int, const std::string&) const {
     std::string listing;
     int32_t code = m_services.counters.Show(&listing);
+    CountOwnIpfw(code);
     return channel.Write(static_cast<uint32_t>(code), code == 0 ? listing : std::string());
 }
 
 bool ControlSession::StreamEvents(qvctl::FrameChannel& channel, int fd,
                                   const std::string& request) const {
     StreamRequest stream = ParseStreamRequest(request);
+    EventHub& hub =
+        (stream.flags & qvctl::kJsonRecords) != 0 ? m_services.records : m_services.events;
     uint64_t next = 0;
-    std::vector<KeptEvent> recent = m_services.events.Recent(stream.backlog, &next);
+    std::vector<KeptEvent> recent = hub.Recent(stream.backlog, &next);
     if (!channel.Write(0, EncodeCount(recent.size())) || !WriteEvents(channel, recent)) {
         return false;
     }
@@ -137,13 +259,14 @@ bool ControlSession::StreamEvents(qvctl::FrameChannel& channel, int fd,
         channel.Write(static_cast<uint32_t>(qvctl::kEndOfStream), "", 0);
         return false;
     }
-    return FollowEvents(channel, fd, next);
+    return FollowEvents(channel, fd, hub, next);
 }
 
-bool ControlSession::FollowEvents(qvctl::FrameChannel& channel, int fd, uint64_t next) const {
+bool ControlSession::FollowEvents(qvctl::FrameChannel& channel, int fd, EventHub& hub,
+                                  uint64_t next) const {
     Subscription subscription(m_services.events);
     while (!m_services.stop.raised() && !PeerHungUp(fd)) {
-        std::vector<KeptEvent> events = m_services.events.WaitFrom(&next, kFollowPollMs);
+        std::vector<KeptEvent> events = hub.WaitFrom(&next, kFollowPollMs);
         if (!WriteEvents(channel, events)) {
             break;
         }

@@ -1,6 +1,7 @@
 // One client of the control socket: reads requests until the client hangs up, sends the
 // daemon's own commands (QvControl.h) to their handlers in an explicit table and every
-// other number to the plug-in.
+// other number to the plug-in. Every change is made under TimedChanges' gate and leaves
+// a change record (ChangeAudit).
 #pragma once
 
 #include <stdint.h>
@@ -8,23 +9,32 @@
 #include <functional>
 #include <string>
 
+#include "ChangeAudit.h"
 #include "EventHub.h"
 #include "FrameChannel.h"
 #include "IpfwCounters.h"
-#include "PluginLibrary.h"
+#include "Metrics.h"
+#include "PluginCaller.h"
 #include "QvControlStatus.h"
 #include "RuleChecker.h"
 #include "StopSignal.h"
+#include "TimedChanges.h"
 
 namespace qvfwd {
 
 struct ControlServices {
-    const PluginLibrary& plugin;
-    EventHub& events;
+    PluginCaller call;  // the plug-in's handlers, timed and counted
+    EventHub& events;   // the plug-in's events, serialized
+    EventHub& records;  // the JSON records
     const RuleChecker& checker;
     const IpfwCounters& counters;
     const StopSignal& stop;
     std::function<qvctl::DaemonStatus()> status;
+    std::function<std::string()> metricsText;
+    Metrics& metrics;
+    ChangeAudit& audit;
+    TimedChanges& timed;
+    std::function<void()> changed;  // wakes the housekeeper: metrics at once
 };
 
 class ControlSession {
@@ -48,8 +58,15 @@ private:
     bool RuleText(qvctl::FrameChannel& channel, int fd, const std::string& request) const;
     bool CheckRule(qvctl::FrameChannel& channel, int fd, const std::string& request) const;
     bool RuleCounters(qvctl::FrameChannel& channel, int fd, const std::string& request) const;
-    bool ToPlugin(qvctl::FrameChannel& channel, uint32_t command, const std::string& request) const;
-    bool FollowEvents(qvctl::FrameChannel& channel, int fd, uint64_t next) const;
+    bool Metrics(qvctl::FrameChannel& channel, int fd, const std::string& request) const;
+    bool AddExpiring(qvctl::FrameChannel& channel, int fd, const std::string& request) const;
+    bool Apply(qvctl::FrameChannel& channel, int fd, const std::string& request) const;
+    bool Confirm(qvctl::FrameChannel& channel, int fd, const std::string& request) const;
+    bool Deadlines(qvctl::FrameChannel& channel, int fd, const std::string& request) const;
+    bool ToPlugin(qvctl::FrameChannel& channel, int fd, uint32_t command,
+                  const std::string& request) const;
+    bool FollowEvents(qvctl::FrameChannel& channel, int fd, EventHub& hub, uint64_t next) const;
+    void CountOwnIpfw(int32_t code) const;
 
     ControlServices m_services;
 };

@@ -6,9 +6,13 @@
 #include <string.h>
 #include <unistd.h>
 
+#include <functional>
+
 #include "Acceptor.h"
+#include "CommandNames.h"
 #include "ControlSession.h"
 #include "PluginPath.h"
+#include "PrometheusText.h"
 #include "QvControl.h"
 #include "QvFirewall.h"
 #include "ServiceSession.h"
@@ -36,25 +40,41 @@ void Log(const std::string& line) {
     fflush(stderr);
 }
 
-// Blocks the stop signals in this thread and, through inheritance, in every thread
-// started later (the plug-in's included), so that only sigwait() receives them.
+// Blocks the stop signals and SIGHUP in this thread and, through inheritance, in every
+// thread started later (the plug-in's included), so that only sigwait() receives them.
 sigset_t BlockStopSignals() {
     sigset_t stopSignals;
     sigemptyset(&stopSignals);
     sigaddset(&stopSignals, SIGTERM);
     sigaddset(&stopSignals, SIGINT);
+    sigaddset(&stopSignals, SIGHUP);
     pthread_sigmask(SIG_BLOCK, &stopSignals, nullptr);
     // A client that hangs up mid-reply must cost a failed write, not the process.
     signal(SIGPIPE, SIG_IGN);
     return stopSignals;
 }
 
-int WaitForStopSignal(const sigset_t& stopSignals) {
-    int received = 0;
-    while (sigwait(&stopSignals, &received) != 0) {
+// Waits for SIGTERM or SIGINT; each SIGHUP on the way runs `onHangUp`.
+int WaitForStopSignal(const sigset_t& stopSignals, const std::function<void()>& onHangUp) {
+    for (;;) {
+        int received = 0;
+        if (sigwait(&stopSignals, &received) != 0) {
+            continue;
+        }
+        if (received != SIGHUP) {
+            return received;
+        }
+        onHangUp();
     }
-    return received;
 }
+
+// The directory of a file's path ("." for a bare name).
+std::string DirectoryOf(const std::string& path) {
+    size_t slash = path.rfind('/');
+    return slash == std::string::npos ? "." : slash == 0 ? "/" : path.substr(0, slash);
+}
+
+constexpr const char* kDeadlinesFile = "qvfwd.deadlines";
 
 }  // namespace
 
@@ -62,6 +82,94 @@ Daemon::Daemon(const DaemonOptions& options) : m_options(options) {}
 
 Daemon::~Daemon() {
     g_callbackEvents = nullptr;
+}
+
+int32_t Daemon::CallPlugin(uint32_t command, const std::string& request, std::string* response) {
+    const auto start = std::chrono::steady_clock::now();
+    const int32_t code = m_plugin.Call(command, request, response);
+    m_metrics.CountHandler(
+        CommandName(command), code,
+        std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count());
+    return code;
+}
+
+// Everything records need, before the host service starts taking events.
+bool Daemon::PrepareRecords() {
+    StoredOptions stored;
+    ReadStoredOptions(&stored);
+    PluginCaller call = [this](uint32_t command, const std::string& request,
+                               std::string* response) {
+        return CallPlugin(command, request, response);
+    };
+    // The directory's own reads are the daemon's bookkeeping, not calls anyone made.
+    PluginCaller uncounted = [this](uint32_t command, const std::string& request,
+                                    std::string* response) {
+        return m_plugin.Call(command, request, response);
+    };
+    m_rules = std::make_unique<RuleDirectory>(uncounted, stored.normalSet, stored.exceptionSet);
+    const std::string stateDir =
+        m_options.stateDir.empty() ? DirectoryOf(stored.path) : m_options.stateDir;
+    m_deadlines = std::make_unique<DeadlineStore>(stateDir + "/" + kDeadlinesFile);
+    if (!m_options.eventsFile.empty()) {
+        m_eventsFile = std::make_unique<EventsFile>(m_options.eventsFile);
+        std::string error;
+        if (!m_eventsFile->Start(&error)) {
+            Log("cannot start: " + error);
+            return false;
+        }
+    }
+    m_journal = std::make_unique<EventJournal>(m_clock, m_records, m_eventsFile.get(), m_limiter,
+                                               m_metrics, *m_rules);
+    m_audit = std::make_unique<ChangeAudit>(*m_journal, *m_rules, m_checker, Log);
+    m_timed = std::make_unique<TimedChanges>(call, *m_rules, *m_deadlines, *m_journal, m_metrics,
+                                             m_checker, Log);
+    if (!m_options.metricsFile.empty()) {
+        m_metricsFile =
+            std::make_unique<MetricsFile>(m_options.metricsFile, [this] { return MetricsText(); });
+    }
+    m_housekeeper = std::make_unique<Housekeeper>(
+        m_clock, Housekeeper::Jobs{[this] { return m_timed->NextDeadlineMicros(); },
+                                   [this](bool poked) { Housekeep(poked); }});
+    return true;
+}
+
+// The deadlines of the last run: rules deleted or replaced while qvfwd was away lose theirs;
+// those already due are acted on at the housekeeper's first wake.
+bool Daemon::LoadDeadlines() {
+    std::string error;
+    bool loaded = m_deadlines->Load(&error);
+    if (!error.empty()) {
+        Log((loaded ? "" : "cannot start: ") + error);
+    }
+    if (!loaded) {
+        return false;
+    }
+    std::lock_guard<std::mutex> gate(m_timed->gate());
+    m_timed->AfterChange();
+    return true;
+}
+
+void Daemon::Housekeep(bool poked) {
+    m_timed->Tick();
+    m_journal->FlushSuppressed();
+    std::string error;
+    if (m_metricsFile && !m_metricsFile->Update(m_clock.NowMicros(), poked, &error)) {
+        Log(error);
+    }
+}
+
+std::string Daemon::MetricsText() const {
+    MetricsSnapshot snapshot = m_metrics.Snapshot();
+    if (m_eventsFile) {
+        EventsFileCounts written = m_eventsFile->Counts();
+        snapshot.recordsWritten = written.written;
+        snapshot.recordsLost["queue_full"] = written.queueFull;
+        snapshot.recordsLost["write_failed"] = written.writeFailed;
+    }
+    EventCounts events = m_events.Counts();
+    snapshot.loggedPacketsLost = events.loggedPacketsLost;
+    snapshot.watchers = events.subscribers;
+    return FormatPrometheus(snapshot);
 }
 
 bool Daemon::ClaimSockets() {
@@ -116,6 +224,9 @@ qvctl::DaemonStatus Daemon::Status() const {
     status.loggedPacketsLost = counts.loggedPacketsLost;
     std::string why;
     status.ipfw = m_ipfw.Answers(&why) ? "answers" : why;
+    if (status.ipfw != "answers") {
+        m_metrics.CountIpfwFailure("qvfwd", "probe");
+    }
     StoredOptions options;
     ReadStoredOptions(&options);
     status.configPath = options.path;
@@ -131,30 +242,54 @@ int Daemon::Run() {
     if (!m_controlStop.valid() || !m_serviceStop.valid() || !ClaimSockets()) {
         return 1;
     }
+    if (!PrepareRecords()) {
+        return 1;
+    }
     // The plug-in's own calls to the host service go to the socket served here.
     setenv("QV_IPC_SOCKET", m_service.path().c_str(), 1);
     Acceptor service(m_service.fd(), m_serviceStop, m_serviceClients,
-                     ServiceSession(m_events, m_serviceStop));
+                     ServiceSession(m_events, *m_journal, m_serviceStop));
     service.Start();
     int status = 1;
-    if (IpfwAnswers() && StartPlugin()) {
-        ControlServices services{m_plugin,   m_events,      m_checker,
-                                 m_counters, m_controlStop, [this] { return Status(); }};
+    if (IpfwAnswers() && StartPlugin() && LoadDeadlines()) {
+        ControlServices services{
+            [this](uint32_t command, const std::string& request, std::string* response) {
+                return CallPlugin(command, request, response);
+            },
+            m_events,
+            m_records,
+            m_checker,
+            m_counters,
+            m_controlStop,
+            [this] { return Status(); },
+            [this] { return MetricsText(); },
+            m_metrics,
+            *m_audit,
+            *m_timed,
+            [this] { m_housekeeper->Poke(); }};
         Acceptor control(m_control.fd(), m_controlStop, m_controlClients, ControlSession(services));
         control.Start();
+        m_housekeeper->Start();
         Log("started: pid " + std::to_string(getpid()) + ", plug-in " +
             std::to_string(m_plugin.id()) + " from " + m_plugin.path() + ", control " +
             m_control.path() + ", host service " + m_service.path());
         if (!m_serviceManager.Send("READY=1")) {
             Log("cannot tell the service manager that the firewall is up");
         }
-        int received = WaitForStopSignal(stopSignals);
+        int received = WaitForStopSignal(stopSignals, [this] {
+            if (m_eventsFile) {
+                Log("SIGHUP: reopening the events file " + m_eventsFile->path());
+                m_eventsFile->Reopen();
+            }
+        });
         Log(std::string("stopping on ") + (received == SIGINT ? "SIGINT" : "SIGTERM"));
         (void)m_serviceManager.Send("STOPPING=1");
         m_controlStop.Raise();
         m_events.Stop();
+        m_records.Stop();
         control.Join();
         m_controlClients.JoinAll();
+        m_housekeeper->Stop();
         status = 0;
     }
     m_plugin.Finalize();
@@ -162,6 +297,9 @@ int Daemon::Run() {
     m_serviceStop.Raise();
     service.Join();
     m_serviceClients.JoinAll();
+    if (m_eventsFile) {
+        m_eventsFile->Stop();
+    }
     Log(status == 0 ? "stopped" : "start-up failed; stopped");
     return status;
 }

@@ -14,10 +14,29 @@ struct ValueOption {
 };
 
 constexpr ValueOption kValueOptions[] = {
-    {"--plugin", &DaemonOptions::pluginPath},
-    {"--control", &DaemonOptions::controlSocket},
-    {"--service", &DaemonOptions::serviceSocket},
+    {"--plugin", &DaemonOptions::pluginPath},        {"--control", &DaemonOptions::controlSocket},
+    {"--service", &DaemonOptions::serviceSocket},    {"--events-file", &DaemonOptions::eventsFile},
+    {"--metrics-file", &DaemonOptions::metricsFile}, {"--state-dir", &DaemonOptions::stateDir},
+    {"--event-rate", &DaemonOptions::eventRate},
 };
+
+// The largest --event-rate: beyond it a limit would limit nothing.
+constexpr long kMostEventRate = 1000000;
+
+bool ReadEventRate(DaemonOptions* options, std::string* error) {
+    const std::string& text = options->eventRate;
+    if (text.empty()) {
+        return true;
+    }
+    if (text.size() > 7 || text.find_first_not_of("0123456789") != std::string::npos ||
+        std::stol(text) > kMostEventRate) {
+        *error = "--event-rate needs a number of records from 0 to " +
+                 std::to_string(kMostEventRate) + ", not '" + text + "'";
+        return false;
+    }
+    options->eventRateLimit = std::stol(text);
+    return true;
+}
 
 // "--name value" or "--name=value"; true when `argument` is this option.
 bool TakeValue(const ValueOption& option, const std::vector<std::string>& arguments, size_t* i,
@@ -42,7 +61,9 @@ bool TakeValue(const ValueOption& option, const std::vector<std::string>& argume
 }  // namespace
 
 std::string DaemonUsage() {
-    return "usage: qvfwd [--plugin PATH] [--control SOCKET] [--service SOCKET] [--foreground]\n"
+    return "usage: qvfwd [--plugin PATH] [--control SOCKET] [--service SOCKET]\n"
+           "             [--events-file PATH] [--metrics-file PATH] [--state-dir DIR]\n"
+           "             [--event-rate N] [--foreground]\n"
            "\n"
            "Loads the firewall plug-in and serves it to qvfwctl on the control socket, and\n"
            "plays the host service that the plug-in reports its events to. Runs in the\n"
@@ -58,12 +79,22 @@ std::string DaemonUsage() {
            "                    " +
            kDefaultServiceSocket +
            ")\n"
+           "  --events-file PATH  append every event as a JSON record, one per line (packets,\n"
+           "                    changes, expiries, suppressed counts); reopened on SIGHUP\n"
+           "                    and when the file was moved or removed\n"
+           "  --metrics-file PATH  keep the metrics there in Prometheus's text format for\n"
+           "                    node exporter's textfile collector (replaced whole)\n"
+           "  --state-dir DIR   where the deadlines of expiring rules and unconfirmed\n"
+           "                    changes are kept (default: the configuration's directory)\n"
+           "  --event-rate N    at most N packet records per rule and second for watchers\n"
+           "                    and the events file; the rest are counted (default 0: all)\n"
            "  --foreground      stay in the foreground (the default and only mode)\n"
            "\n"
            "The plug-in reads QvFw.conf.plist from $QV_CONF_DIR (default\n"
            "/etc/Quorvane/QvrnCore) and refuses to start without one.\n"
            "\n"
-           "example: qvfwd --control /tmp/qv/qvfw.sock --service /tmp/qv/host.sock\n";
+           "example: qvfwd --control /tmp/qv/qvfw.sock --service /tmp/qv/host.sock \\\n"
+           "           --events-file /var/log/qvfwd/events.jsonl\n";
 }
 
 bool ParseDaemonOptions(const std::vector<std::string>& arguments,
@@ -91,7 +122,7 @@ bool ParseDaemonOptions(const std::vector<std::string>& arguments,
             *error = "unknown option " + argument;
         }
     }
-    return error->empty();
+    return error->empty() && ReadEventRate(options, error);
 }
 
 }  // namespace qvfwd

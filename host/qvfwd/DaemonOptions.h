@@ -10,6 +10,11 @@ struct DaemonOptions {
     std::string pluginPath;     // empty: the libQvFw.so installed or built beside qvfwd
     std::string controlSocket;  // the control socket
     std::string serviceSocket;  // the host service socket the plug-in calls
+    std::string eventsFile;     // JSON records, one per line; empty: none
+    std::string metricsFile;    // Prometheus text for node exporter; empty: none
+    std::string stateDir;       // deadlines; empty: the configuration's directory
+    std::string eventRate;      // packet records per rule and second; "0": no limit
+    long eventRateLimit = 0;
     bool showHelp = false;
 };
 

@@ -18,6 +18,7 @@ void ServiceSession::operator()(int fd) const {
     while (channel.Read(&request) == qvctl::FrameStatus::kOk) {
         int32_t code = 0;
         if (request.head == QV_IPC_FW_EVENT) {
+            m_journal.OnEvent(request.payload);
             m_events.Publish(qvctl::kFromHostService, std::move(request.payload));
         } else {
             code = kUnknownCommand;
