@@ -55,27 +55,40 @@ std::string BashCompletionScript() {
     for (const SubCommandEntry& entry : SubCommands()) {
         commands.push_back(entry.name);
         const std::string arguments = entry.arguments;
-        if (arguments.find("RULE") != std::string::npos || arguments == "LIST") {
+        if (arguments.find("RULE") != std::string::npos ||
+            arguments.find("LIST") != std::string::npos) {
             ruleCommands.push_back(entry.name);
         }
     }
     std::vector<std::string> options;
+    std::vector<std::string> valueOptions;
     for (const ToolOption& option : ToolOptions()) {
         options.push_back(option.name);
+        if (*option.value != '\0') {
+            valueOptions.push_back(option.name);
+        }
+    }
+    std::string valuePattern;
+    for (const std::string& option : valueOptions) {
+        valuePattern += (valuePattern.empty() ? "" : " | ") + option;
     }
     return "# bash completion for qvfwctl, written by `qvfwctl completion bash`\n"
            "_qvfwctl() {\n"
            "  local cur=${COMP_WORDS[COMP_CWORD]} prev=${COMP_WORDS[COMP_CWORD-1]} command= i\n"
            "  for ((i = 1; i < COMP_CWORD; i++)); do\n"
            "    case ${COMP_WORDS[i]} in\n"
-           "    --control | --count) ((i++)) ;;\n"
+           "    " +
+           valuePattern +
+           ") ((i++)) ;;\n"
            "    -*) ;;\n"
            "    *) command=${COMP_WORDS[i]}; break ;;\n"
            "    esac\n"
            "  done\n"
            "  case $prev in\n"
            "    --control) COMPREPLY=($(compgen -f -- \"$cur\")); return ;;\n"
-           "    --count) return ;;\n"
+           "    " +
+           valuePattern +
+           ") return ;;\n"
            "  esac\n"
            "  if [[ $cur == -* ]]; then\n"
            "    COMPREPLY=($(compgen -W \"" +

@@ -80,11 +80,11 @@ bool ControlClient::Call(uint32_t command, const std::string& request, int32_t* 
     return true;
 }
 
-bool ControlClient::OpenStream(uint32_t backlog, bool follow, uint32_t* backlogCount) {
+bool ControlClient::OpenStream(uint32_t backlog, uint32_t flags, uint32_t* backlogCount) {
     std::string request(8, '\0');
     uint8_t* bytes = reinterpret_cast<uint8_t*>(&request[0]);
     ipc::StoreLittleEndian32(backlog, bytes);
-    ipc::StoreLittleEndian32(follow ? kFollow : 0u, bytes + 4);
+    ipc::StoreLittleEndian32(flags, bytes + 4);
     int32_t code = 0;
     std::string header;
     if (!Call(kStreamEvents, request, &code, &header)) {

@@ -21,8 +21,9 @@ public:
     // be reached or the exchange broke off; error() says which and what to do.
     bool Call(uint32_t command, const std::string& request, int32_t* code, std::string* reply);
 
-    // Starts the event stream; `backlog` kept events come first. False as for Call.
-    bool OpenStream(uint32_t backlog, bool follow, uint32_t* backlogCount);
+    // Starts the event stream; `backlog` kept events come first; `flags`: StreamFlags
+    // (QvControl.h). False as for Call.
+    bool OpenStream(uint32_t backlog, uint32_t flags, uint32_t* backlogCount);
     // The next frame of the stream (no time limit).
     FrameStatus NextFrame(Frame* frame);
 

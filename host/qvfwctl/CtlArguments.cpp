@@ -3,6 +3,7 @@
 #include <limits.h>
 #include <stdlib.h>
 
+#include "DurationWords.h"
 #include "QvControl.h"
 
 namespace qvctl {
@@ -29,6 +30,20 @@ bool TakeValue(const std::vector<std::string>& arguments, size_t* i, std::string
     return true;
 }
 
+bool TakeDuration(const std::vector<std::string>& arguments, size_t* i, const std::string& name,
+                  int64_t* seconds, std::string* error) {
+    std::string value;
+    if (!TakeValue(arguments, i, &value, error)) {
+        return false;
+    }
+    if (!ParseDuration(value, seconds)) {
+        *error = name + " needs a duration such as 90s, 15m, 2h or 1d (at most 366d), not '" +
+                 value + "'";
+        return false;
+    }
+    return true;
+}
+
 bool TakeOption(const std::vector<std::string>& arguments, size_t* i, CtlArguments* parsed,
                 std::string* error) {
     const std::string argument = arguments[*i];
@@ -39,6 +54,14 @@ bool TakeOption(const std::vector<std::string>& arguments, size_t* i, CtlArgumen
         parsed->help = true;
     } else if (name == "--all") {
         parsed->all = true;
+    } else if (name == "--exceptions") {
+        parsed->exceptions = true;
+    } else if (name == "--dry-run") {
+        parsed->dryRun = true;
+    } else if (name == "--for") {
+        return TakeDuration(arguments, i, name, &parsed->forSeconds, error);
+    } else if (name == "--confirm") {
+        return TakeDuration(arguments, i, name, &parsed->confirmSeconds, error);
     } else if (name == "--control") {
         return TakeValue(arguments, i, &parsed->controlSocket, error);
     } else if (name == "--count" || name == "-n") {
@@ -60,6 +83,34 @@ bool TakeOption(const std::vector<std::string>& arguments, size_t* i, CtlArgumen
 }
 
 }  // namespace
+
+bool CheckOptionScope(const CtlArguments& parsed, std::string* error) {
+    const struct {
+        const char* option;
+        bool given;
+        std::vector<std::string> commands;
+    } scopes[] = {
+        {"--for", parsed.forSeconds > 0, {"add", "add-exception", "add-rules"}},
+        {"--confirm", parsed.confirmSeconds > 0, {"apply"}},
+        {"--exceptions", parsed.exceptions, {"apply"}},
+        {"--dry-run", parsed.dryRun, {"apply"}},
+    };
+    for (const auto& scope : scopes) {
+        bool fits = false;
+        for (const std::string& command : scope.commands) {
+            fits = fits || command == parsed.command;
+        }
+        if (scope.given && !fits) {
+            *error = std::string(scope.option) + " does not apply to " + parsed.command;
+            return false;
+        }
+    }
+    if (parsed.dryRun && parsed.confirmSeconds > 0) {
+        *error = "--dry-run changes nothing, so there is nothing to --confirm";
+        return false;
+    }
+    return true;
+}
 
 bool ParseUnsigned(const std::string& text, unsigned int* value) {
     if (text.empty() || text.find_first_not_of("0123456789") != std::string::npos ||

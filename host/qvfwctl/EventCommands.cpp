@@ -1,4 +1,5 @@
-// qvfwctl watch and events: the daemon's event stream, live or kept.
+// qvfwctl watch and events: the daemon's event stream, live or kept; with --json the
+// daemon's JSON records, the same objects as in its events file.
 #include "EventLine.h"
 #include "QvControl.h"
 #include "SubCommand.h"
@@ -13,6 +14,11 @@ constexpr uint32_t kAllKept = 1000;
 // False when the frame does not hold an event.
 bool PrintEvent(CtlContext& context, const Frame& frame) {
     int32_t origin = static_cast<int32_t>(frame.head);
+    if (origin == kRecord) {
+        fprintf(context.out, "%s\n", frame.payload.c_str());
+        fflush(context.out);
+        return true;
+    }
     if (origin == kFromCallback && !context.arguments.all) {
         return true;  // every event also comes through the host service; show it once
     }
@@ -20,10 +26,7 @@ bool PrintEvent(CtlContext& context, const Frame& frame) {
     if (!event.ParseFromString(frame.payload)) {
         return false;
     }
-    std::string line = context.arguments.json
-                           ? EventJson(event, origin)
-                           : FormatEventLine(event, origin, context.arguments.all);
-    fprintf(context.out, "%s\n", line.c_str());
+    fprintf(context.out, "%s\n", FormatEventLine(event, origin, context.arguments.all).c_str());
     fflush(context.out);
     return true;
 }
@@ -33,7 +36,8 @@ int Stream(CtlContext& context, uint32_t backlog, bool follow) {
         return Fail(context, kExitUsage, context.arguments.command + " takes no argument");
     }
     uint32_t kept = 0;
-    if (!context.client.OpenStream(backlog, follow, &kept)) {
+    const uint32_t flags = (follow ? kFollow : 0u) | (context.arguments.json ? kJsonRecords : 0u);
+    if (!context.client.OpenStream(backlog, flags, &kept)) {
         return Fail(context, kExitUnreachable, context.client.error());
     }
     if (follow && !context.arguments.json) {

@@ -2,7 +2,6 @@
 
 #include <time.h>
 
-#include "JsonWriter.h"
 #include "QvControl.h"
 
 namespace qvctl {
@@ -44,16 +43,6 @@ std::string FormatEventLine(const qor::vela::EventLogItemFw& event, int32_t orig
         line += std::string(" (") + OriginName(origin) + ")";
     }
     return line + "  " + std::to_string(event.rule_index()) + "  " + PacketText(event.detail());
-}
-
-std::string EventJson(const qor::vela::EventLogItemFw& event, int32_t origin) {
-    return JsonObject()
-        .Number("time", event.time())
-        .Text("local_time", LocalTime(event.time()))
-        .Number("rule_index", event.rule_index())
-        .Text("packet", PacketText(event.detail()))
-        .Text("origin", OriginName(origin))
-        .str();
 }
 
 }  // namespace qvctl

@@ -1,5 +1,5 @@
-// One firewall event as a line for a person (local time, rule number, packet text) or a
-// line of JSON for a script.
+// One firewall event as a line for a person: local time, rule number, packet text. (For
+// scripts, the daemon writes the JSON records itself.)
 #pragma once
 
 #include <stdint.h>
@@ -18,8 +18,5 @@ std::string PacketText(const std::string& detail);
 // " (callback)" after the time when `showOrigin` and the event came that way.
 std::string FormatEventLine(const qor::vela::EventLogItemFw& event, int32_t origin,
                             bool showOrigin);
-
-// {"time":...,"local_time":"...","rule_index":...,"packet":"...","origin":"service"}
-std::string EventJson(const qor::vela::EventLogItemFw& event, int32_t origin);
 
 }  // namespace qvctl

@@ -1,11 +1,18 @@
-// The sub-commands that add, change, list and check rules.
+// The sub-commands that add, change, list, apply and check rules.
 #include <algorithm>
 #include <map>
 #include <optional>
 #include <string>
 #include <vector>
 
+#include <time.h>
+
+#include <sstream>
+
+#include "AddressWords.h"
 #include "CtlArguments.h"
+#include "DryRunDiff.h"
+#include "DurationWords.h"
 #include "InputText.h"
 #include "JsonWriter.h"
 #include "MessageJson.h"
@@ -13,6 +20,7 @@
 #include "QvControlErrors.h"
 #include "QvControlStatus.h"
 #include "QvFirewall.h"
+#include "QvFrame.h"
 #include "RuleArguments.h"
 #include "RuleTable.h"
 #include "SubCommand.h"
@@ -51,6 +59,37 @@ bool ReadNumber(CtlContext& context, size_t index, unsigned int* number, int* st
     return true;
 }
 
+// The plug-in's `command`, or with --for the daemon's wrapper that gives its rules a deadline.
+int CallAdding(CtlContext& context, uint32_t command, const std::string& request,
+               std::string* reply, int32_t* code) {
+    if (context.arguments.forSeconds <= 0) {
+        return CallDaemon(context, command, request, code, reply) ? kExitOk : kExitUnreachable;
+    }
+    std::string wrapped(8, '\0');
+    uint8_t* bytes = reinterpret_cast<uint8_t*>(&wrapped[0]);
+    ipc::StoreLittleEndian32(command, bytes);
+    ipc::StoreLittleEndian32(static_cast<uint32_t>(context.arguments.forSeconds), bytes + 4);
+    return CallDaemon(context, kAddExpiring, wrapped + request, code, reply) ? kExitOk
+                                                                             : kExitUnreachable;
+}
+
+int CodeStatus(CtlContext& context, int32_t code) {
+    if (code == 0) {
+        return kExitOk;
+    }
+    if (context.arguments.json) {
+        fprintf(context.out, "%s\n",
+                JsonObject().Number("code", code).Text("error", CodeMeaningOf(code)).str().c_str());
+    }
+    return Fail(context, kExitFailed, DescribeCode(code));
+}
+
+std::string ExpiryWords(CtlContext& context) {
+    return context.arguments.forSeconds > 0
+               ? ", expires in " + FormatTimeLeft(context.arguments.forSeconds)
+               : "";
+}
+
 int AddRuleTo(CtlContext& context, uint32_t command, RuleSet set) {
     int status = kExitOk;
     FwRule rule;
@@ -58,7 +97,9 @@ int AddRuleTo(CtlContext& context, uint32_t command, RuleSet set) {
         return status;
     }
     std::string reply;
-    status = CallForStatus(context, command, rule.SerializeAsString(), &reply);
+    int32_t code = 0;
+    status = CallAdding(context, command, rule.SerializeAsString(), &reply, &code);
+    status = status == kExitOk ? CodeStatus(context, code) : status;
     if (status != kExitOk) {
         return status;
     }
@@ -70,14 +111,15 @@ int AddRuleTo(CtlContext& context, uint32_t command, RuleSet set) {
         return Fail(context, kExitFailed, "qvfwd's reply to add names no rule number");
     }
     if (context.arguments.json) {
-        fprintf(context.out, "%s\n",
-                JsonObject()
-                    .Number("rule_index", number.value())
-                    .Text("set", SetName(set))
-                    .str()
-                    .c_str());
+        JsonObject added;
+        added.Number("rule_index", number.value()).Text("set", SetName(set));
+        if (context.arguments.forSeconds > 0) {
+            added.Number("expires_in_seconds", context.arguments.forSeconds);
+        }
+        fprintf(context.out, "%s\n", added.str().c_str());
     } else {
-        fprintf(context.out, "added rule %u to the %s set\n", number.value(), SetName(set));
+        fprintf(context.out, "added rule %u to the %s set%s\n", number.value(), SetName(set),
+                ExpiryWords(context).c_str());
     }
     return kExitOk;
 }
@@ -126,7 +168,7 @@ int SendRuleList(CtlContext& context, uint32_t command) {
     }
     std::string reply;
     int32_t code = 0;
-    if (!CallDaemon(context, command, list.SerializeAsString(), &code, &reply)) {
+    if (CallAdding(context, command, list.SerializeAsString(), &reply, &code) != kExitOk) {
         return kExitUnreachable;
     }
     // The numbers of the rules that went in are worth showing even when one failed.
@@ -166,6 +208,28 @@ std::optional<std::map<uint32_t, RuleCounters>> CountersOf(CtlContext& context) 
     return ParseIpfwShow(listing);
 }
 
+// When each rule of `set` expires (seconds since the epoch), by number.
+std::map<uint32_t, int64_t> DeadlinesOf(CtlContext& context, RuleSet set) {
+    int32_t code = 0;
+    std::string text;
+    std::map<uint32_t, int64_t> deadlines;
+    if (!context.client.Call(kDeadlines, "", &code, &text) || code != 0) {
+        return deadlines;
+    }
+    std::istringstream lines(text);
+    std::string list;
+    long long number = 0;
+    long long when = 0;
+    std::string line;
+    while (std::getline(lines, line)) {
+        std::istringstream words(line);
+        if (words >> list >> number >> when && list == SetName(set)) {
+            deadlines[static_cast<uint32_t>(number)] = when;
+        }
+    }
+    return deadlines;
+}
+
 int ListSet(CtlContext& context, uint32_t command, RuleSet set) {
     int status = kExitOk;
     if (!NeedArguments(context, 0, &status)) {
@@ -181,9 +245,15 @@ int ListSet(CtlContext& context, uint32_t command, RuleSet set) {
         return status;
     }
     const auto counters = CountersOf(context);
+    const std::map<uint32_t, int64_t> deadlines = DeadlinesOf(context, set);
+    const int64_t now = static_cast<int64_t>(time(nullptr));
     std::vector<ListedRule> listed;
     for (const FwRule& rule : rules.rules()) {
-        listed.push_back(ListedRule{rule, IpfwTextOf(context, rule), std::nullopt});
+        listed.push_back(ListedRule{rule, IpfwTextOf(context, rule), std::nullopt, std::nullopt});
+        auto deadline = deadlines.find(rule.rule_index());
+        if (deadline != deadlines.end()) {
+            listed.back().secondsLeft = std::max<int64_t>(0, deadline->second - now);
+        }
         // A stored rule that ipfw does not hold has no counters to show.
         auto found = counters ? counters->find(rule.rule_index()) : decltype(counters->end()){};
         if (counters && found != counters->end()) {
@@ -201,7 +271,102 @@ int ListSet(CtlContext& context, uint32_t command, RuleSet set) {
     return kExitOk;
 }
 
+// The rule texts of a held list in ipfw's order, and of a wanted one in its own order.
+std::vector<std::string> TextsOf(CtlContext& context, const FwRuleList& held) {
+    std::vector<const FwRule*> rules;
+    for (const FwRule& rule : held.rules()) {
+        rules.push_back(&rule);
+    }
+    std::stable_sort(rules.begin(), rules.end(), [](const FwRule* a, const FwRule* b) {
+        return a->rule_index() < b->rule_index();
+    });
+    std::vector<std::string> texts;
+    for (const FwRule* rule : rules) {
+        texts.push_back(WithDottedAddresses(IpfwTextOf(context, *rule)));
+    }
+    return texts;
+}
+
+std::vector<std::string> TextsOf(CtlContext& context, const FwRuleInfoList& wanted) {
+    std::vector<const qor::vela::FwRuleInfo*> rules;
+    for (const qor::vela::FwRuleInfo& info : wanted.rules()) {
+        rules.push_back(&info);
+    }
+    std::stable_sort(rules.begin(), rules.end(),
+                     [](const qor::vela::FwRuleInfo* a, const qor::vela::FwRuleInfo* b) {
+                         return a->order() < b->order();
+                     });
+    std::vector<std::string> texts;
+    for (const qor::vela::FwRuleInfo* info : rules) {
+        texts.push_back(WithDottedAddresses(IpfwTextOf(context, info->rule())));
+    }
+    return texts;
+}
+
+int PrintDryRun(CtlContext& context, RuleSet set, const FwRuleInfoList& wanted) {
+    std::string reply;
+    int status = CallForStatus(
+        context, set == RuleSet::kNormal ? QV_CMD_GET_ALL_RULES : QV_CMD_GET_EXCP_RULES, "",
+        &reply);
+    FwRuleList held;
+    if (status != kExitOk || !ReadReply(context, reply, "the list", &held, &status)) {
+        return status;
+    }
+    const RuleDiff diff = DiffRuleLists(TextsOf(context, held), TextsOf(context, wanted));
+    if (!context.arguments.json) {
+        fputs(FormatRuleDiff(diff).c_str(), context.out);
+        return kExitOk;
+    }
+    JsonArray removed;
+    JsonArray added;
+    for (const std::string& rule : diff.removed) {
+        removed.Raw(JsonQuote(rule));
+    }
+    for (const std::string& rule : diff.added) {
+        added.Raw(JsonQuote(rule));
+    }
+    fprintf(context.out, "%s\n",
+            JsonObject()
+                .Text("list", SetName(set))
+                .Raw("remove", removed.str())
+                .Raw("add", added.str())
+                .str()
+                .c_str());
+    return kExitOk;
+}
+
 }  // namespace
+
+int RunApply(CtlContext& context) {
+    int status = kExitOk;
+    FwRuleInfoList list;
+    if (!ReadRuleListArguments(context, &list, &status)) {
+        return status;
+    }
+    const RuleSet set = context.arguments.exceptions ? RuleSet::kException : RuleSet::kNormal;
+    if (context.arguments.dryRun) {
+        return PrintDryRun(context, set, list);
+    }
+    std::string request(8, '\0');
+    uint8_t* bytes = reinterpret_cast<uint8_t*>(&request[0]);
+    ipc::StoreLittleEndian32(set == RuleSet::kException ? kApplyExceptions : 0u, bytes);
+    ipc::StoreLittleEndian32(static_cast<uint32_t>(context.arguments.confirmSeconds), bytes + 4);
+    std::string reply;
+    int32_t code = 0;
+    if (!CallDaemon(context, kApply, request + list.SerializeAsString(), &code, &reply)) {
+        return kExitUnreachable;
+    }
+    status = PrintPairs(context, reply);
+    if (code != 0) {
+        return Fail(context, kExitFailed, DescribeCode(code));
+    }
+    if (context.arguments.confirmSeconds > 0 && !context.arguments.json) {
+        fprintf(context.out,
+                "confirm within %s with 'qvfwctl confirm', or the %s list as it was comes back\n",
+                FormatTimeLeft(context.arguments.confirmSeconds).c_str(), SetName(set));
+    }
+    return status;
+}
 
 int RunAddRule(CtlContext& context) {
     return AddRuleTo(context, QV_CMD_ADD_RULE, RuleSet::kNormal);

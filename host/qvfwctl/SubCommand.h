@@ -66,6 +66,7 @@ int RunAddRuleList(CtlContext& context);
 int RunSetRuleList(CtlContext& context);
 int RunSetExceptionList(CtlContext& context);
 int RunCheckRule(CtlContext& context);
+int RunApply(CtlContext& context);
 
 int RunFlushAll(CtlContext& context);
 int RunFlushNormal(CtlContext& context);
@@ -74,6 +75,8 @@ int RunEnable(CtlContext& context);
 int RunDisable(CtlContext& context);
 int RunNotify(CtlContext& context);
 int RunDebugLevel(CtlContext& context);
+int RunConfirm(CtlContext& context);
+int RunMetrics(CtlContext& context);
 
 int RunStatus(CtlContext& context);
 

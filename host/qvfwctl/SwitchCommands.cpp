@@ -1,6 +1,7 @@
 // The sub-commands that take no rule: flushes, the firewall and notification switches,
-// and the debug level.
+// the debug level, confirming an applied list, and the daemon's metrics.
 #include "CtlArguments.h"
+#include "QvControl.h"
 #include "QvFirewall.h"
 #include "SubCommand.h"
 #include "VelaCommonMsg.pb.h"
@@ -42,6 +43,22 @@ int RunEnable(CtlContext& context) {
 
 int RunDisable(CtlContext& context) {
     return SendBare(context, QV_CMD_DISABLE_FW);
+}
+
+int RunConfirm(CtlContext& context) {
+    return SendBare(context, kConfirm);
+}
+
+int RunMetrics(CtlContext& context) {
+    if (!context.arguments.positional.empty()) {
+        return Fail(context, kExitUsage, "metrics takes no argument");
+    }
+    std::string text;
+    int status = CallForStatus(context, kMetrics, "", &text);
+    if (status == kExitOk) {
+        fputs(text.c_str(), context.out);
+    }
+    return status;
 }
 
 int RunNotify(CtlContext& context) {

@@ -29,6 +29,11 @@ int main(int argc, char** argv) {
                 parsed.command.c_str());
         return qvctl::kExitUsage;
     }
+    if (!parsed.help && !qvctl::CheckOptionScope(parsed, &error)) {
+        fprintf(stderr, "qvfwctl: %s (see qvfwctl %s --help)\n", error.c_str(),
+                parsed.command.c_str());
+        return qvctl::kExitUsage;
+    }
     if (parsed.help) {
         fputs(qvctl::SubCommandHelp(*entry).c_str(), stdout);
         return qvctl::kExitOk;

@@ -149,7 +149,7 @@ int32_t TimedChanges::Confirm(std::string* log) {
             return qvctl::kStateNotSaved;
         }
     }
-    UpdateGauges();
+    AfterChange();
     return 0;
 }
 
@@ -178,7 +178,12 @@ void TimedChanges::Expire(const RuleDeadline& deadline) {
 
 void TimedChanges::DropStale() {
     std::vector<std::pair<std::string, uint32_t>> stale;
-    for (const auto& [key, deadline] : m_store.Copy().rules) {
+    const Deadlines deadlines = m_store.Copy();
+    for (const auto& [key, deadline] : deadlines.rules) {
+        // A list that may yet be put back keeps its rules' deadlines for them.
+        if (deadlines.rollbacks.count(deadline.list) != 0) {
+            continue;
+        }
         std::optional<StoredRule> stored = m_rules.Find(deadline.list, deadline.number);
         if (!stored || stored->fingerprint != deadline.fingerprint) {
             stale.push_back(key);
@@ -197,19 +202,11 @@ void TimedChanges::AfterChange() {
 void TimedChanges::Tick() {
     std::lock_guard<std::mutex> lock(m_gate);
     const int64_t now = m_journal.clock().NowMicros();
-    const Deadlines deadlines = m_store.Copy();
-    std::vector<std::pair<std::string, uint32_t>> expired;
-    for (const auto& [key, deadline] : deadlines.rules) {
-        if (deadline.deadlineMicros <= now) {
-            Expire(deadline);
-            expired.push_back(key);
-        }
-    }
-    // Once, whatever the delete answered: its record says how it went.
+    bool changed = false;
     std::string error;
-    m_store.RemoveRules(expired, &error);
-    bool changed = !expired.empty();
-    for (const auto& [list, rollback] : deadlines.rollbacks) {
+    // Lists first: a rule whose deadline passed while its list was replaced comes back
+    // with the list and goes at once.
+    for (const auto& [list, rollback] : m_store.Copy().rollbacks) {
         if (rollback.deadlineMicros > now) {
             continue;
         }
@@ -226,6 +223,19 @@ void TimedChanges::Tick() {
         changed = true;
     }
     if (changed) {
+        m_rules.Refresh();
+    }
+    const Deadlines deadlines = m_store.Copy();
+    std::vector<std::pair<std::string, uint32_t>> expired;
+    for (const auto& [key, deadline] : deadlines.rules) {
+        if (deadline.deadlineMicros <= now && deadlines.rollbacks.count(deadline.list) == 0) {
+            Expire(deadline);
+            expired.push_back(key);
+        }
+    }
+    // Once, whatever the delete answered: its record says how it went.
+    m_store.RemoveRules(expired, &error);
+    if (changed || !expired.empty()) {
         AfterChange();
     }
 }

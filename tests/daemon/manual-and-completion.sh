@@ -44,6 +44,6 @@ expect_completion "list list-exceptions" --json li
 expect_completion "tcp" add deny proto t
 expect_completion "syn" add deny tcpflags s
 expect_completion "keep-state" modify 3100 deny kee
-expect_completion "--control --count" --co
+expect_completion "--control --count --confirm" --co
 expect_completion "on off" notify ""
 exit "$failed"
