@@ -63,7 +63,8 @@ public:
         return names;
     }
 
-    // The lines a packet meets in `table` from `chain` on, jumps followed.
+    // The lines a packet meets in `table` from `chain` on, plain jumps and the set-tested
+    // entries of runs followed, each line led by the set test that led to it.
     std::vector<std::string> walk(const std::string& table, const std::string& chain) const {
         std::vector<std::string> lines;
         const auto found = tables_.find(table);
@@ -73,9 +74,15 @@ public:
         for (const ipfwnft::KernelRule& rule : found->second.chains.at(chain)) {
             const std::string& line = rule.text;
             const std::string target = jumpTarget(line);
-            if (line.rfind("jump ", 0) == 0 && found->second.chains.count(target) != 0) {
-                const std::vector<std::string> inner = walk(table, target);
-                lines.insert(lines.end(), inner.begin(), inner.end());
+            const size_t jump = line.find("jump ");
+            const bool entry = jump != std::string::npos &&
+                               line.size() == jump + 5 + target.size() &&
+                               (jump == 0 || line.find("@enabled_sets ") != std::string::npos);
+            if (entry && found->second.chains.count(target) != 0) {
+                // A run's lines as if each carried its entry's tests.
+                for (const std::string& inner : walk(table, target)) {
+                    lines.push_back(line.substr(0, jump) + inner);
+                }
             } else {
                 lines.push_back(line);
             }
@@ -97,6 +104,16 @@ public:
             return {};
         }
         return found->second.sets.at(set);
+    }
+    // The rules of `chain` in `table`, or nullptr when there is no such chain.
+    const std::vector<ipfwnft::KernelRule>* rulesOf(const std::string& table,
+                                                    const std::string& chain) const {
+        const auto found = tables_.find(table);
+        if (found == tables_.end()) {
+            return nullptr;
+        }
+        const auto rules = found->second.chains.find(chain);
+        return rules == found->second.chains.end() ? nullptr : &rules->second;
     }
     size_t chainCount(const std::string& table) const {
         const auto found = tables_.find(table);

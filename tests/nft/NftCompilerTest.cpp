@@ -224,10 +224,10 @@ TEST_F(EnforcingIpfwTest, EachChangeTouchesOnlyItsOwnChains) {
         << "the first command builds the table";
     ASSERT_EQ(ipfw("-q add 3100 set 19 deny proto tcp"), 0);
     ASSERT_EQ(ipfw("-q add 3110 set 19 deny proto udp"), 0);
-    EXPECT_EQ(lastScript(), "add rule inet ipfw_s0 rules_in_b12 " + kGate19 +
-                                "meta l4proto 17 drop comment \"3110\"\n"
-                                "add rule inet ipfw_s0 rules_out_b12 " +
-                                kGate19 + "meta l4proto 17 drop comment \"3110\"\n");
+    EXPECT_EQ(lastScript(), "add rule inet ipfw_s0 rules_in_b12_r0 meta l4proto 17 drop comment "
+                            "\"3110\"\nadd rule inet ipfw_s0 rules_out_b12_r0 meta l4proto 17 "
+                            "drop comment \"3110\"\n")
+        << "a rule of the last run's set joins the run";
     EXPECT_EQ(kernel.scripts.back().rfind("delete element inet ipfw gen { 2 }\n"
                                           "delete element inet ipfw_s0 gen { 2 }\n",
                                           0),
@@ -236,13 +236,26 @@ TEST_F(EnforcingIpfwTest, EachChangeTouchesOnlyItsOwnChains) {
     EXPECT_NE(kernel.scripts.back().find("add element inet ipfw gen { 3 }\n"
                                          "add element inet ipfw_s0 gen { 3 }\n"),
               std::string::npos);
+    ASSERT_EQ(ipfw("-q add 3120 set 18 deny proto icmp"), 0);
+    EXPECT_EQ(lastScript(),
+              "add chain inet ipfw_s0 rules_in_b12_r1\n"
+              "add rule inet ipfw_s0 rules_in_b12_r1 meta l4proto 1 drop comment \"3120\"\n"
+              "add chain inet ipfw_s0 rules_out_b12_r1\n"
+              "add rule inet ipfw_s0 rules_out_b12_r1 meta l4proto 1 drop comment \"3120\"\n"
+              "add rule inet ipfw_s0 rules_in_b12 numgen random mod 1 offset 18 @enabled_sets jump "
+              "rules_in_b12_r1\n"
+              "add rule inet ipfw_s0 rules_out_b12 numgen random mod 1 offset 18 @enabled_sets "
+              "jump rules_out_b12_r1\n")
+        << "another set's rule starts a run entered behind one set test";
+    ASSERT_EQ(ipfw("-q delete 3120"), 0);
+    expectKernelAsRebuilt("delete 3120");
     ASSERT_EQ(ipfw("-q set disable 19"), 0);
     EXPECT_EQ(lastScript(), "delete element inet ipfw_s0 enabled_sets { 19 }\n");
     ASSERT_EQ(ipfw("-q set enable 19"), 0);
     ASSERT_EQ(ipfw("-q delete 3100"), 0);
     EXPECT_EQ(lastScript().find("rules_in_b8"), std::string::npos) << "2100 stays untouched";
     EXPECT_EQ(lastScript().find("flush"), std::string::npos) << "3110 stays: " << lastScript();
-    EXPECT_EQ(lastScript().rfind("delete rule inet ipfw_s0 rules_in_b12 handle ", 0), 0u);
+    EXPECT_EQ(lastScript().rfind("delete rule inet ipfw_s0 rules_in_b12_r0 handle ", 0), 0u);
     expectKernelAsRebuilt("delete 3100");
     // A rule past 16,383 goes into a table of its own, hooked after the first.
     ASSERT_EQ(ipfw("-q add 20000 set 19 allow proto tcp"), 0);
@@ -387,9 +400,11 @@ TEST_F(EnforcingIpfwTest, KeptFlowsTakeTheirRuleActionAtTheFirstLookup) {
     EXPECT_EQ(
         kernel.walkAll("rules_in"),
         (std::vector<std::string>{
-            "ct mark 0x1f0c1c00 numgen random mod 2147483647 < 1073741823 meta mark set meta mark "
-            "| 0x00100000 accept comment \"3100\"",
-            "ct mark 0x1f0c1c00 meta mark set meta mark | 0x00100000 accept comment \"3100\"",
+            kGate19 +
+                "ct mark 0x1f0c1c00 numgen random mod 2147483647 < 1073741823 meta mark set meta "
+                "mark | 0x00100000 accept comment \"3100\"",
+            kGate19 +
+                "ct mark 0x1f0c1c00 meta mark set meta mark | 0x00100000 accept comment \"3100\"",
             kGate19 + "meta l4proto 6 tcp dport { 80 } ct mark set 0x1f0c1c00 meta mark set meta "
                       "mark | 0x00100000 accept comment \"3100\"",
             kGate19 +

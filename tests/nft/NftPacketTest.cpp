@@ -400,11 +400,11 @@ TEST_F(NftPacketTest, TheEnforcerPutsBackWhatOthersTookWithoutAnyCommand) {
         "(nft) deleted table inet ipfw, deleted table inet ipfw_s0; " + ruleState, 3.0))
         << enforcer.Errors();
 
-    const std::string handle = HandleOf("inet ipfw_s0", "rules_in_b12", "\"3100\"");
+    const std::string handle = HandleOf("inet ipfw_s0", "rules_in_b12_r0", "\"3100\"");
     ASSERT_NE(handle, "");
-    ASSERT_EQ(Shell("nft delete rule inet ipfw_s0 rules_in_b12 handle " + handle).exitCode, 0);
-    EXPECT_TRUE(
-        WaitUntil([] { return HandleOf("inet ipfw_s0", "rules_in_b12", "\"3100\"") != ""; }, 3.0));
+    ASSERT_EQ(Shell("nft delete rule inet ipfw_s0 rules_in_b12_r0 handle " + handle).exitCode, 0);
+    EXPECT_TRUE(WaitUntil(
+        [] { return HandleOf("inet ipfw_s0", "rules_in_b12_r0", "\"3100\"") != ""; }, 3.0));
     EXPECT_EQ(listener.Connect(), Outcome::TimesOut);
     EXPECT_TRUE(enforcer.Says("(nft) changed table inet ipfw_s0; " + ruleState, 3.0))
         << enforcer.Errors();

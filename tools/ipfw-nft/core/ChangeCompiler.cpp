@@ -79,6 +79,10 @@ Status updateJumps(KernelTable& kernel, uint32_t shard, const std::string& chain
     return Status::success();
 }
 
+// A run's chain as a change finds it: there with its entry in the bucket's chain, there
+// but emptied along with the bucket's chain, or still to be made.
+enum class RunChain { Entered, Flushed, New };
+
 class ChangeScript {
 public:
     ChangeScript(const ipfwsim::StateFile& before, const ipfwsim::StateFile& after,
@@ -150,47 +154,131 @@ public:
     }
 
 private:
-    // A bucket that lost rules only loses their lines, found by the number in their
-    // comments; one that gained rules after its last gets their lines appended; any other
-    // change writes it anew.
+    // A bucket that lost rules but kept its runs only loses their lines, found by the
+    // number in their comments; one that gained rules after its last gets their lines
+    // appended, to its last run or to runs of their own; any other change writes the
+    // bucket's chains anew.
     Status bucketScript(Pass pass, uint32_t bucket, const RuleStretch& was, const RuleStretch& is,
                         ShardScript& out) const {
-        const uint32_t shard = shardOf(bucket);
-        const std::string chain = bucketChain(pass, bucket);
+        const std::vector<RuleRun> wasRuns = was.runs();
+        const std::vector<RuleRun> isRuns = is.runs();
         if (is.empty()) {
             if (!was.empty()) {
-                out.rewritten += statement("flush chain", shard, chain);
-                out.deleted += statement("delete chain", shard, chain);
+                const uint32_t shard = shardOf(bucket);
+                out.rewritten += statement("flush chain", shard, bucketChain(pass, bucket));
+                dropRuns(pass, bucket, 0, wasRuns.size(), out);
+                out.deleted += statement("delete chain", shard, bucketChain(pass, bucket));
             }
             return Status::success();
         }
-        if (!was.empty() && is.keepsOnlyFrom(was)) {
-            return deleteListed(
-                kernel_, shard, chain,
+        if (!was.empty() && is.keepsOnlyFrom(was) && sameSets(wasRuns, isRuns)) {
+            return deleteGone(pass, bucket, was, is, wasRuns, out);
+        }
+        if (!was.empty() && is.extends(was)) {
+            return appendRuns(pass, bucket, was, is, isRuns, wasRuns.size(), out);
+        }
+        return rewriteRuns(pass, bucket, was.empty(), is, isRuns, wasRuns.size(), out);
+    }
+
+    static bool sameSets(const std::vector<RuleRun>& a, const std::vector<RuleRun>& b) {
+        return std::equal(a.begin(), a.end(), b.begin(), b.end(),
+                          [](const RuleRun& x, const RuleRun& y) { return x.set == y.set; });
+    }
+
+    // Deleting rules leaves the runs as they were only when none of them emptied, so the
+    // runs before and after are the same ones, each with fewer lines.
+    Status deleteGone(Pass pass, uint32_t bucket, const RuleStretch& was, const RuleStretch& is,
+                      const std::vector<RuleRun>& runs, ShardScript& out) const {
+        for (size_t run = 0; run < runs.size(); ++run) {
+            bool touched = false;
+            for (size_t i = runs[run].first; i < runs[run].end; ++i) {
+                touched |= !is.holdsNumber(was.numberAt(i));
+            }
+            if (!touched) {
+                continue;
+            }
+            Status status = deleteListed(
+                kernel_, shardOf(bucket), runChain(pass, bucket, run),
                 [&is](const std::string& text) {
                     const long number = commentNumber(text);
                     return number >= 0 && !is.holdsNumber(static_cast<uint32_t>(number));
                 },
                 out.rewritten);
+            if (!status.ok()) {
+                return status;
+            }
         }
-        const bool appended = !was.empty() && is.extends(was);
+        return Status::success();
+    }
+
+    // The rules after the last one of `was`: the first of them may extend its last run.
+    Status appendRuns(Pass pass, uint32_t bucket, const RuleStretch& was, const RuleStretch& is,
+                      const std::vector<RuleRun>& runs, size_t runsBefore, ShardScript& out) const {
         std::vector<ipfwsim::StoredRule> storage;
         std::vector<PlacedRule> rules;
-        Status status = is.decode(appended ? was.size() : 0, storage, rules);
-        std::vector<std::string> lines;
-        if (status.ok()) {
-            status = compileLines(rules, pass, lines);
+        Status status = is.decode(was.size(), storage, rules);
+        for (size_t run = runsBefore - 1; status.ok() && run < runs.size(); ++run) {
+            const size_t from = std::max(runs[run].first, was.size()) - was.size();
+            const size_t to = runs[run].end - was.size();
+            status = fillRun(pass, bucket, run, runs[run].set,
+                             run < runsBefore ? RunChain::Entered : RunChain::New,
+                             {rules.begin() + from, rules.begin() + to}, out);
         }
-        std::string& text = was.empty() ? out.created : out.rewritten;
-        if (was.empty()) {
+        return status;
+    }
+
+    Status rewriteRuns(Pass pass, uint32_t bucket, bool created, const RuleStretch& is,
+                       const std::vector<RuleRun>& runs, size_t runsBefore,
+                       ShardScript& out) const {
+        const uint32_t shard = shardOf(bucket);
+        std::vector<ipfwsim::StoredRule> storage;
+        std::vector<PlacedRule> rules;
+        Status status = is.decode(0, storage, rules);
+        if (created) {
+            out.created += statement("add chain", shard, bucketChain(pass, bucket));
+        } else {
+            out.rewritten += statement("flush chain", shard, bucketChain(pass, bucket));
+        }
+        for (size_t run = 0; status.ok() && run < runs.size(); ++run) {
+            if (run < runsBefore) {
+                out.rewritten += statement("flush chain", shard, runChain(pass, bucket, run));
+            }
+            status = fillRun(pass, bucket, run, runs[run].set,
+                             run < runsBefore ? RunChain::Flushed : RunChain::New,
+                             {rules.begin() + runs[run].first, rules.begin() + runs[run].end}, out);
+        }
+        dropRuns(pass, bucket, runs.size(), runsBefore, out);
+        return status;
+    }
+
+    // Adds the lines of `rules` to run `run`, and the run's chain when it is `New` and its
+    // entry in the bucket's chain unless it is `Entered` already.
+    Status fillRun(Pass pass, uint32_t bucket, size_t run, uint32_t set, RunChain state,
+                   const std::vector<PlacedRule>& rules, ShardScript& out) const {
+        const uint32_t shard = shardOf(bucket);
+        const std::string chain = runChain(pass, bucket, run);
+        std::vector<std::string> lines;
+        Status status = compileLines(rules, pass, lines);
+        std::string& text = state == RunChain::New ? out.created : out.rewritten;
+        if (state == RunChain::New) {
             text += statement("add chain", shard, chain);
-        } else if (!appended) {
-            text += statement("flush chain", shard, chain);
         }
         for (const std::string& line : lines) {
             text += statement("add rule", shard, chain, line);
         }
+        if (state != RunChain::Entered) {
+            out.rewritten +=
+                statement("add rule", shard, bucketChain(pass, bucket), runJump(set, chain));
+        }
         return status;
+    }
+
+    // Runs [from, to) of a bucket that no longer exist.
+    static void dropRuns(Pass pass, uint32_t bucket, size_t from, size_t to, ShardScript& out) {
+        for (size_t run = from; run < to; ++run) {
+            out.rewritten += statement("flush chain", shardOf(bucket), runChain(pass, bucket, run));
+            out.deleted += statement("delete chain", shardOf(bucket), runChain(pass, bucket, run));
+        }
     }
 
     // A table that comes with this change holds only rules this change added, none of

@@ -51,6 +51,18 @@ std::string chainText(const std::string& name, const std::string& head,
     return text + "\t}\n";
 }
 
+// A bucket's chain, which enters each run behind its set's test, and the runs' chains.
+std::string bucketText(Pass pass, uint32_t bucket, const std::vector<RunLines>& runs) {
+    std::string text;
+    std::vector<std::string> entries;
+    for (size_t run = 0; run < runs.size(); ++run) {
+        const std::string chain = runChain(pass, bucket, run);
+        text += chainText(chain, "", runs[run].lines);
+        entries.push_back(runJump(runs[run].set, chain));
+    }
+    return text + chainText(bucketChain(pass, bucket), "", entries);
+}
+
 std::string enabledSetsText(uint32_t disabledSets) {
     std::string elements;
     for (uint32_t set = 0; set < ipfwsim::kReservedSet; ++set) {
@@ -96,8 +108,12 @@ Status bucketLines(const std::vector<PlacedRule>& rules, uint32_t disabledSets, 
     // lookup rule it reaches (and at the next while a probability may have skipped one).
     bool lookupPending = !keepers.empty();
     for (const PlacedRule& placed : rules) {
-        std::vector<std::string>& lines = buckets[bucketOf(placed.rule->number)];
         const Rule& rule = *placed.rule;
+        std::vector<RunLines>& runs = buckets[bucketOf(rule.number)];
+        if (runs.empty() || runs.back().set != rule.set) {
+            runs.push_back(RunLines{rule.set, {}});
+        }
+        std::vector<std::string>& lines = runs.back().lines;
         if (lookupPending && looksUpState(rule) && enabled(rule, disabledSets)) {
             Status status = stateLookupLines(keepers, rule, pass, lines);
             if (!status.ok()) {
@@ -119,8 +135,8 @@ std::string shardTableText(uint32_t shard, uint32_t disabledSets, const PassLine
         chainText("reset_action", "", {"meta l4proto 6 reject with tcp reset", "drop"});
     for (Pass pass : kPasses) {
         std::vector<std::string> jumps;
-        for (const auto& [bucket, lines] : passes[static_cast<size_t>(pass)]) {
-            body += chainText(bucketChain(pass, bucket), "", lines);
+        for (const auto& [bucket, runs] : passes[static_cast<size_t>(pass)]) {
+            body += bucketText(pass, bucket, runs);
             jumps.push_back("jump " + bucketChain(pass, bucket));
         }
         body += chainText(passChain(pass), "", jumps);

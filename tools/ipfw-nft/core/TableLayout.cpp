@@ -15,6 +15,21 @@ std::string setGate(uint32_t set) {
     return "numgen random mod 1 offset " + std::to_string(set) + " @" + kEnabledSets + " ";
 }
 
+std::string runJump(uint32_t set, const std::string& chain) {
+    return setGate(set) + "jump " + chain;
+}
+
+std::vector<RuleRun> runsOf(const std::vector<uint32_t>& sets) {
+    std::vector<RuleRun> runs;
+    for (size_t i = 0; i < sets.size(); ++i) {
+        if (runs.empty() || runs.back().set != sets[i]) {
+            runs.push_back(RuleRun{sets[i], i, i});
+        }
+        runs.back().end = i + 1;
+    }
+    return runs;
+}
+
 namespace {
 
 std::string generationStatements(const char* verb, uint32_t generation,
@@ -73,6 +88,19 @@ std::pair<std::string_view, std::string_view> ruleIdentity(std::string_view line
     return {line.substr(0, spaces[1]), line.substr(spaces[4] + 1)};
 }
 
+// The set of a rule line, its second word.
+uint32_t ruleLineSet(std::string_view line) {
+    const size_t space = line.find(' ');
+    uint32_t set = 0;
+    for (size_t i = space + 1; space != std::string_view::npos && i < line.size(); ++i) {
+        if (line[i] < '0' || line[i] > '9') {
+            break;
+        }
+        set = set * 10 + static_cast<uint32_t>(line[i] - '0');
+    }
+    return set;
+}
+
 bool sameRule(std::string_view a, std::string_view b) {
     return ruleIdentity(a) == ruleIdentity(b);
 }
@@ -84,6 +112,7 @@ RuleStretch::RuleStretch(const ipfwsim::StateFile& file, uint32_t low, uint32_t 
     for (std::string_view line : lines_) {
         const long number = ipfwsim::ruleLineNumber(line);
         numbers_.push_back(static_cast<uint32_t>(number < 0 ? 0 : number));
+        sets_.push_back(ruleLineSet(line));
     }
 }
 
@@ -137,14 +166,10 @@ Status RuleStretch::decode(size_t from, std::vector<ipfwsim::StoredRule>& storag
 Status compileLines(const std::vector<PlacedRule>& rules, Pass pass,
                     std::vector<std::string>& lines) {
     for (const PlacedRule& placed : rules) {
-        const size_t first = lines.size();
         Status status = compileRule(placed, pass, lines);
         if (!status.ok()) {
             return Status::failure(
                 status.code, "rule " + std::to_string(placed.rule->number) + ": " + status.message);
-        }
-        for (size_t i = first; i < lines.size(); ++i) {
-            lines[i] = setGate(placed.rule->set) + lines[i];
         }
     }
     return Status::success();

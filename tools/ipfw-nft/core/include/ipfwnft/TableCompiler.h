@@ -15,8 +15,13 @@
 
 namespace ipfwnft {
 
-// The lines of each bucket of rule numbers in one pass.
-using BucketLines = std::map<uint32_t, std::vector<std::string>>;
+// The lines of one run of rules of one set.
+struct RunLines {
+    uint32_t set = 0;
+    std::vector<std::string> lines;
+};
+// The runs of each bucket of rule numbers in one pass.
+using BucketLines = std::map<uint32_t, std::vector<RunLines>>;
 // The same for each pass.
 using PassLines = std::array<BucketLines, std::size(kPasses)>;
 
@@ -31,9 +36,9 @@ ipfwsim::Status compileTable(const ipfwsim::FirewallState& state, uint32_t gener
 // A script that removes every table of this back end, whether or not it exists.
 std::string dropTablesScript();
 
-// The lines of `rules` (all rules, in order) per bucket in `pass` (a bucket of rules
-// that cannot match in the pass is there with no lines), with the lookups of
-// kept flows where ipfw makes them.
+// The lines of `rules` (all rules, in order) per bucket and run in `pass` (a run of rules
+// that cannot match in the pass is there with no lines), with the lookups of kept flows
+// where ipfw makes them.
 ipfwsim::Status bucketLines(const std::vector<PlacedRule>& rules, uint32_t disabledSets, Pass pass,
                             BucketLines& buckets);
 

@@ -15,8 +15,11 @@ namespace ipfwnft {
 // Where the lines of a rule live. The rules of each 16,384 numbers are a table of their
 // own, "inet ipfw_s0" to "inet ipfw_s3", created with its first rule and deleted with its
 // last; in it each pass has a chain ("rules_in", "rules_out") that jumps, in number order,
-// to a chain per 256 numbers ("rules_in_b12") holding the rules' lines. A change rewrites
-// only the chains of its numbers. The kernel checks every chain of a table reachable from
+// to a chain per 256 numbers ("rules_in_b12"). That chain tests, once for each run of
+// rules that follow each other in number order in one set, the run's set and jumps to the
+// run's chain ("rules_in_b12_r0", numbered in order), which holds the rules' lines: a
+// packet pays the set test per run, not per rule. A change rewrites only the chains of
+// its numbers. The kernel checks every chain of a table reachable from
 // its base chains whenever a rule with a verdict goes in (about a tenth of a microsecond
 // per rule), so smaller tables would cost it less; but nft reads every table and chain
 // before each transaction and sets up four 128 KiB caches per table (about 50
@@ -38,6 +41,9 @@ inline std::string shardTable(uint32_t shard) {
 inline std::string bucketChain(Pass pass, uint32_t bucket) {
     return std::string(passChain(pass)) + "_b" + std::to_string(bucket);
 }
+inline std::string runChain(Pass pass, uint32_t bucket, size_t run) {
+    return bucketChain(pass, bucket) + "_r" + std::to_string(run);
+}
 
 // The tables' base chains are hooked in number order: the in pass at prerouting, where
 // every packet that comes in passes once, and the out pass at output and forward. A
@@ -55,13 +61,25 @@ inline uint32_t allowedBit(Pass pass) {
     return pass == Pass::In ? kAllowedIn : kAllowedOut;
 }
 
-// The set, in each table, that lists the enabled rule sets. Every line of a rule outside
-// set 31 starts with a test of its set against it, so that switching a set is one element
+// The set, in each table, that lists the enabled rule sets. The jump to each run of rules
+// outside set 31 tests the run's set against it, so that switching a set is one element
 // per table, however many rules the set holds and however their numbers interleave with
 // other sets'.
 constexpr const char* kEnabledSets = "enabled_sets";
 
 std::string setGate(uint32_t set);
+// The bucket chain's line that enters a run of rules of `set` kept in `chain`.
+std::string runJump(uint32_t set, const std::string& chain);
+
+// Rules next to each other in number order that belong to one set: [first, end) of a
+// list of rules.
+struct RuleRun {
+    uint32_t set = 0;
+    size_t first = 0;
+    size_t end = 0;
+};
+// The runs of a list of rules, given each rule's set.
+std::vector<RuleRun> runsOf(const std::vector<uint32_t>& sets);
 
 // The set, in every table, that holds one element: the count of kernel changes of the rule
 // state that last wrote the table (its first line). Every change deletes the old count
@@ -97,6 +115,9 @@ public:
     // Whether this stretch is `earlier` without the rules of some numbers.
     bool keepsOnlyFrom(const RuleStretch& earlier) const;
     bool holdsNumber(uint32_t number) const;
+    uint32_t numberAt(size_t index) const { return numbers_[index]; }
+    // The runs of one set among its rules, as the bucket chains enter them.
+    std::vector<RuleRun> runs() const { return runsOf(sets_); }
     // The rules from the `from`th on, decoded into `storage`, with their places among the
     // rules sharing their number.
     ipfwsim::Status decode(size_t from, std::vector<ipfwsim::StoredRule>& storage,
@@ -105,10 +126,11 @@ public:
 private:
     std::vector<std::string_view> lines_;
     std::vector<uint32_t> numbers_;
+    std::vector<uint32_t> sets_;
 };
 
-// The lines of `rules` in `pass`, each behind its set's gate. Lookups of kept flows are
-// the caller's: these rules must hold none.
+// The lines of `rules` in `pass`; their sets are tested by the runs' jumps. Lookups of
+// kept flows are the caller's: these rules must hold none.
 ipfwsim::Status compileLines(const std::vector<PlacedRule>& rules, Pass pass,
                              std::vector<std::string>& lines);
 
