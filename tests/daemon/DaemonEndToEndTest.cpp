@@ -229,18 +229,29 @@ TEST_F(DaemonTest, ADeniedPacketsEventReachesWatchAndIsKept) {
     DaemonSandbox::WaitExit(watch, 10);
 
     // Kept: once through the host service, and once through the callback while notify is on.
-    RunResult kept = sandbox.Run("qvfwctl events --all --json");
+    RunResult kept = sandbox.Run("qvfwctl events --all");
     ASSERT_EQ(kept.exitCode, 0) << kept.err;
-    std::vector<std::string> origins;
-    for (size_t start = 0, end; (end = kept.out.find('\n', start)) != std::string::npos;
+    EXPECT_NE(kept.out.find("(callback)  3100  Deny TCP 10.0.0.9:40000 10.0.0.2:22 in via en0\n"),
+              std::string::npos)
+        << kept.out;
+    EXPECT_NE(kept.out.find("(service)  3100  Deny TCP 10.0.0.9:40000 10.0.0.2:22 in via en0\n"),
+              std::string::npos)
+        << kept.out;
+    // As JSON, the daemon's records: the packet once, after the change that added its rule.
+    RunResult records = sandbox.Run("qvfwctl events --json");
+    ASSERT_EQ(records.exitCode, 0) << records.err;
+    std::vector<std::string> types;
+    for (size_t start = 0, end; (end = records.out.find('\n', start)) != std::string::npos;
          start = end + 1) {
-        Value event = ParseJson(kept.out.substr(start, end - start));
-        EXPECT_EQ(Field(event, "rule_index").number_value(), 3100);
-        EXPECT_EQ(Field(event, "packet").string_value(),
-                  "Deny TCP 10.0.0.9:40000 10.0.0.2:22 in via en0");
-        origins.push_back(Field(event, "origin").string_value());
+        Value record = ParseJson(records.out.substr(start, end - start));
+        types.push_back(Field(record, "type").string_value());
+        if (types.back() == "packet") {
+            EXPECT_EQ(Field(record, "rule").number_value(), 3100);
+            EXPECT_EQ(Field(record, "line").string_value(),
+                      "3100 Deny TCP 10.0.0.9:40000 10.0.0.2:22 in via en0");
+        }
     }
-    EXPECT_EQ(origins, (std::vector<std::string>{"callback", "service"}));
+    EXPECT_EQ(types, (std::vector<std::string>{"change", "packet"}));
 
     // With notify off the host service still hears of every packet, the callback not.
     Ctl("notify off");

@@ -117,8 +117,8 @@ pid_t DaemonSandbox::SpawnDaemon(const std::string& extraArguments,
     return SpawnShell(line, m_env, "/dev/null", "/dev/null", logFile);
 }
 
-bool DaemonSandbox::StartDaemon() {
-    m_daemon = SpawnDaemon("", file("qvfwd.log"));
+bool DaemonSandbox::StartDaemon(const std::string& extraArguments) {
+    m_daemon = SpawnDaemon(extraArguments, file("qvfwd.log"));
     return m_daemon > 0 && WaitFor([this] { return Run("qvfwctl status").exitCode == 0; }, 30);
 }
 

@@ -31,8 +31,9 @@ public:
     DaemonSandbox(const DaemonSandbox&) = delete;
     DaemonSandbox& operator=(const DaemonSandbox&) = delete;
 
-    // Starts qvfwd and waits until it answers. False (with its log) if it does not.
-    bool StartDaemon();
+    // Starts qvfwd (with `extraArguments`) and waits until it answers. False (with its
+    // log) if it does not.
+    bool StartDaemon(const std::string& extraArguments = "");
     // Sends `signal` and waits for the exit; returns the exit status, -1 if it was killed
     // by a signal or did not end in time.
     int StopDaemon(int signal = SIGTERM);
