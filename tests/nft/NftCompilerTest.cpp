@@ -146,9 +146,9 @@ const Translation kTranslations[] = {
      "meta l4proto != 17 ip daddr & 255.0.255.0 == 10.0.2.0 fib saddr type != local drop "
      "comment \"3100\""},
     {"deny dst-port 22,20-25,26 src-ip 10.0.0.0/8,10.1.0.0/16",
-     "meta l4proto { 6, 17 } th dport { 20-26 } ip saddr { 10.0.0.0-10.255.255.255 } drop "
+     "meta l4proto { 6, 17 } th dport 20-26 ip saddr 10.0.0.0-10.255.255.255 drop "
      "comment \"3100\"",
-     "meta l4proto { 6, 17 } th dport { 20-26 } ip saddr { 10.0.0.0-10.255.255.255 } drop "
+     "meta l4proto { 6, 17 } th dport 20-26 ip saddr 10.0.0.0-10.255.255.255 drop "
      "comment \"3100\""},
     // A packet made here has an empty receiving interface in its out pass.
     {"count established recv en* not xmit eth0",
@@ -405,7 +405,7 @@ TEST_F(EnforcingIpfwTest, KeptFlowsTakeTheirRuleActionAtTheFirstLookup) {
                 "mark | 0x00100000 accept comment \"3100\"",
             kGate19 +
                 "ct mark 0x1f0c1c00 meta mark set meta mark | 0x00100000 accept comment \"3100\"",
-            kGate19 + "meta l4proto 6 tcp dport { 80 } ct mark set 0x1f0c1c00 meta mark set meta "
+            kGate19 + "meta l4proto 6 tcp dport 80 ct mark set 0x1f0c1c00 meta mark set meta "
                       "mark | 0x00100000 accept comment \"3100\"",
             kGate19 +
                 "meta l4proto 6 log group 65 prefix \"3200 0 in Deny\" drop comment \"3200\""}));

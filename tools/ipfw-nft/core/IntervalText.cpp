@@ -22,19 +22,18 @@ std::vector<Interval> merged(std::vector<Interval> intervals) {
 
 }  // namespace
 
-std::string intervalSetText(std::vector<Interval> intervals,
-                            const std::function<std::string(uint32_t)>& valueText) {
-    std::string text = "{ ";
-    bool first = true;
-    for (const Interval& interval : merged(std::move(intervals))) {
-        text += first ? "" : ", ";
-        first = false;
+std::string intervalsText(std::vector<Interval> intervals,
+                          const std::function<std::string(uint32_t)>& valueText) {
+    const std::vector<Interval> all = merged(std::move(intervals));
+    std::string text;
+    for (const Interval& interval : all) {
+        text += text.empty() ? "" : ", ";
         text += valueText(interval.first);
         if (interval.second != interval.first) {
             text += "-" + valueText(interval.second);
         }
     }
-    return text + " }";
+    return all.size() == 1 ? text : "{ " + text + " }";
 }
 
 }  // namespace ipfwnft

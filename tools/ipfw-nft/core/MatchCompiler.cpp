@@ -73,7 +73,7 @@ std::string addressText(const Match& match, const char* field, bool& refused) {
         intervals.emplace_back(element.address, element.address | ~element.mask);
     }
     return std::string(field) + (match.negated ? " != " : " ") +
-           intervalSetText(intervals, ipfwsim::dottedQuad);
+           intervalsText(intervals, ipfwsim::dottedQuad);
 }
 
 Status compileAddress(const Match& match, Condition& condition) {
@@ -100,7 +100,7 @@ Condition compilePorts(const Match& match, uint32_t transport) {
                                                            : "meta l4proto { 6, 17 } th ";
     return Condition::test(header +
                            std::string(match.kind == MatchKind::SrcPort ? "sport " : "dport ") +
-                           intervalSetText(intervals, decimal));
+                           intervalsText(intervals, decimal));
 }
 
 Condition compileIcmpTypes(uint32_t bitmap) {
@@ -110,7 +110,7 @@ Condition compileIcmpTypes(uint32_t bitmap) {
             types.emplace_back(type, type);
         }
     }
-    return Condition::test("icmp type " + intervalSetText(types, decimal));
+    return Condition::test("icmp type " + intervalsText(types, decimal));
 }
 
 struct OptionTest {
