@@ -92,7 +92,7 @@ int FreeLoopbackPort() {
     return ntohs(address.sin_port);
 }
 
-class OperationsTest : public ::testing::Test {
+class DaemonOperationsTest : public ::testing::Test {
 protected:
     std::string Ctl(const std::string& arguments) {
         RunResult result = sandbox.Run("qvfwctl " + arguments);
@@ -133,7 +133,7 @@ protected:
     DaemonSandbox sandbox;
 };
 
-TEST_F(OperationsTest, EventsMetricsExpiryAndUndoneChangesAsAnOperatorMeetsThem) {
+TEST_F(DaemonOperationsTest, EventsMetricsExpiryAndUndoneChangesAsAnOperatorMeetsThem) {
     const std::string events = sandbox.file("events.jsonl");
     EXPECT_EQ(Ctl("add deny proto tcp dst-port 22 in"), "added rule 3100 to the normal set\n");
     sandbox.Run("ipfw packet tcp 10.0.0.9:40000 10.0.0.2:22 in via en0");
@@ -227,7 +227,7 @@ TEST_F(OperationsTest, EventsMetricsExpiryAndUndoneChangesAsAnOperatorMeetsThem)
     EXPECT_EQ(Listed("dst-port 80").size(), 1u);
 }
 
-TEST_F(OperationsTest, NodeExporterServesTheMetricsFileOverLoopback) {
+TEST_F(DaemonOperationsTest, NodeExporterServesTheMetricsFileOverLoopback) {
     if (access(kNodeExporter, X_OK) != 0) {
         GTEST_SKIP() << kNodeExporter
                      << " is missing: scripts/setup installs Debian's prometheus-node-exporter";
@@ -259,7 +259,7 @@ TEST_F(OperationsTest, NodeExporterServesTheMetricsFileOverLoopback) {
     DaemonSandbox::WaitExit(exporter, 10);
 }
 
-TEST_F(OperationsTest, RsyslogShipsTheEventsFileAcrossARotation) {
+TEST_F(DaemonOperationsTest, RsyslogShipsTheEventsFileAcrossARotation) {
     const std::string events = sandbox.file("events.jsonl");
     std::filesystem::create_directories(sandbox.file("rsyslog"));
     writeFile(sandbox.file("rsyslog.conf"),

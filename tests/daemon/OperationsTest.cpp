@@ -44,7 +44,7 @@ public:
     int64_t now = 1700000000LL * qvfwd::kMicrosPerSecond;
 };
 
-TEST(PacketLineTest, EveryShapeTheKernelLogsReadsAndOtherLinesDoNot) {
+TEST(DaemonPacketLineTest, EveryShapeTheKernelLogsReadsAndOtherLinesDoNot) {
     auto tcp = qvfwd::ReadPacketLine(
         std::string("Nov 23 12:00:00 host kernel: ipfw: 3100 Deny TCP 10.0.0.9:40000 10.0.0.2:22 "
                     "in via en0") +
@@ -84,7 +84,7 @@ TEST(PacketLineTest, EveryShapeTheKernelLogsReadsAndOtherLinesDoNot) {
     }
 }
 
-TEST(EventRecordTest, RecordsAreOneLineOfJsonWithTheirFieldsAndUtcMicroseconds) {
+TEST(DaemonEventRecordTest, RecordsAreOneLineOfJsonWithTheirFieldsAndUtcMicroseconds) {
     EXPECT_EQ(qvfwd::Rfc3339Micros(1700000000123456LL), "2023-11-14T22:13:20.123456Z");
     EXPECT_EQ(qvfwd::Rfc3339Micros(5), "1970-01-01T00:00:00.000005Z");
 
@@ -124,7 +124,7 @@ TEST(EventRecordTest, RecordsAreOneLineOfJsonWithTheirFieldsAndUtcMicroseconds) 
               R"("second":"1970-01-01T00:00:01.000000Z","count":17})");
 }
 
-TEST(PrometheusTextTest, FamiliesHaveHelpAndTypeAndAHistogramCountsUpward) {
+TEST(DaemonPrometheusTextTest, FamiliesHaveHelpAndTypeAndAHistogramCountsUpward) {
     qvfwd::Metrics metrics(1700000000);
     metrics.SetRules("normal", 19, 2);
     metrics.CountEvent("deny", "19");
@@ -155,7 +155,7 @@ TEST(PrometheusTextTest, FamiliesHaveHelpAndTypeAndAHistogramCountsUpward) {
     EXPECT_EQ(text.back(), '\n');
 }
 
-TEST(RateLimiterTest, EachRuleGetsItsShareOfASecondAndTheRestIsCountedOnceTheSecondIsOver) {
+TEST(DaemonRateLimiterTest, EachRuleGetsItsShareOfASecondAndTheRestIsCountedOnceTheSecondIsOver) {
     qvfwd::RateLimiter limiter(2);
     const int64_t second = 100 * qvfwd::kMicrosPerSecond;
     int admitted = 0;
@@ -190,7 +190,7 @@ TEST(RateLimiterTest, EachRuleGetsItsShareOfASecondAndTheRestIsCountedOnceTheSec
     }
 }
 
-TEST(DeadlineStoreTest, DeadlinesReadBackAsWrittenAndAFileThatCannotBeWrittenChangesNothing) {
+TEST(DaemonDeadlineStoreTest, DeadlinesReadBackAsWrittenAndAFileThatCannotBeWrittenChangesNothing) {
     qvfwd::Deadlines deadlines;
     deadlines.rules[{"normal", 3100}] = {"normal", 3100, 1700000000000000LL, 0x9f86d081884c7d65ull};
     deadlines.rules[{"exception", 2100}] = {"exception", 2100, 5, 1};
@@ -222,14 +222,14 @@ TEST(DeadlineStoreTest, DeadlinesReadBackAsWrittenAndAFileThatCannotBeWrittenCha
     EXPECT_TRUE(nowhere.Copy().rules.empty());
 }
 
-TEST(HousekeeperTest, ItWaitsForTheNextDeadlineButNeverLongerThanASecondNorSpins) {
+TEST(DaemonHousekeeperTest, ItWaitsForTheNextDeadlineButNeverLongerThanASecondNorSpins) {
     using qvfwd::Housekeeper;
     EXPECT_EQ(Housekeeper::WaitMicros(0, 300000), 300000);
     EXPECT_EQ(Housekeeper::WaitMicros(0, INT64_MAX), Housekeeper::kLongestWaitMicros);
     EXPECT_EQ(Housekeeper::WaitMicros(500, 100), Housekeeper::kShortestWaitMicros);
 }
 
-TEST(EventsFileTest, RecordsFollowTheFileWhenMovedAndEveryRecordIsWrittenOrCounted) {
+TEST(DaemonEventsFileTest, RecordsFollowTheFileWhenMovedAndEveryRecordIsWrittenOrCounted) {
     qvtest::TempDir dir;
     const std::string path = dir.file("events.jsonl");
     qvfwd::EventsFile file(path);
@@ -269,7 +269,7 @@ TEST(EventsFileTest, RecordsFollowTheFileWhenMovedAndEveryRecordIsWrittenOrCount
     EXPECT_EQ(stuck.Counts().queueFull, 3);
 }
 
-TEST(PeerIdentityTest, TheProgramIsTheFirstLineOfItsCommFile) {
+TEST(DaemonPeerIdentityTest, TheProgramIsTheFirstLineOfItsCommFile) {
     qvtest::TempDir proc;
     std::filesystem::create_directories(proc.file("4242"));
     writeFile(proc.file("4242/comm"), "qvfwctl\n");
@@ -380,7 +380,7 @@ std::string ListOf(const std::vector<uint32_t>& ports) {
 
 // The daemon's timed changes over a fake plug-in and a clock the test moves, with the
 // records they write kept for reading.
-class TimedChangesTest : public ::testing::Test {
+class DaemonTimedChangesTest : public ::testing::Test {
 protected:
     qvfwd::PluginCaller Caller() {
         return [this](uint32_t command, const std::string& request, std::string* response) {
@@ -437,7 +437,7 @@ protected:
         }};
 };
 
-TEST_F(TimedChangesTest, ARuleGoesAtItsDeadlineOnceAndItsExpiryIsRecorded) {
+TEST_F(DaemonTimedChangesTest, ARuleGoesAtItsDeadlineOnceAndItsExpiryIsRecorded) {
     ASSERT_EQ(AddFor(DenyPort(22), 10), 0);
     plugin.Add("normal", DenyPort(80));
     EXPECT_EQ(timed.NextDeadlineMicros(), clock.now + 10 * qvfwd::kMicrosPerSecond);
@@ -459,7 +459,7 @@ TEST_F(TimedChangesTest, ARuleGoesAtItsDeadlineOnceAndItsExpiryIsRecorded) {
     EXPECT_TRUE(store.Copy().rules.empty());
 }
 
-TEST_F(TimedChangesTest, ADeadlineLastsARestartAndIsDroppedWhenItsRuleWentAnotherWay) {
+TEST_F(DaemonTimedChangesTest, ADeadlineLastsARestartAndIsDroppedWhenItsRuleWentAnotherWay) {
     ASSERT_EQ(AddFor(DenyPort(22), 10), 0);
     ASSERT_EQ(AddFor(DenyPort(23), 10), 0);
     // As after a restart: a new store reads the file; the plug-in holds the same rules.
@@ -483,7 +483,7 @@ TEST_F(TimedChangesTest, ADeadlineLastsARestartAndIsDroppedWhenItsRuleWentAnothe
     EXPECT_EQ(plugin.deletes, 0);
 }
 
-TEST_F(TimedChangesTest, AnUnconfirmedListComesBackAndAConfirmedOneStays) {
+TEST_F(DaemonTimedChangesTest, AnUnconfirmedListComesBackAndAConfirmedOneStays) {
     plugin.Add("normal", DenyPort(22));
     plugin.Add("normal", DenyPort(23));
     ASSERT_EQ(Apply({80}, 60), 0);
@@ -513,7 +513,8 @@ TEST_F(TimedChangesTest, AnUnconfirmedListComesBackAndAConfirmedOneStays) {
     EXPECT_EQ(plugin.lists["normal"].begin()->second.dst_port().ports(0).port(), 80u);
 }
 
-TEST_F(TimedChangesTest, ARuleWhoseListIsReplacedUnconfirmedKeepsItsDeadlineForWhenItComesBack) {
+TEST_F(DaemonTimedChangesTest,
+       ARuleWhoseListIsReplacedUnconfirmedKeepsItsDeadlineForWhenItComesBack) {
     ASSERT_EQ(AddFor(DenyPort(22), 10), 0);
     ASSERT_EQ(Apply({80}, 30), 0);
     clock.now += 15 * qvfwd::kMicrosPerSecond;
@@ -525,7 +526,7 @@ TEST_F(TimedChangesTest, ARuleWhoseListIsReplacedUnconfirmedKeepsItsDeadlineForW
     EXPECT_TRUE(store.Copy().rules.empty());
 }
 
-TEST_F(TimedChangesTest, PacketsBecomeRecordsWithTheirSetAndFloodsAreCountedNotDropped) {
+TEST_F(DaemonTimedChangesTest, PacketsBecomeRecordsWithTheirSetAndFloodsAreCountedNotDropped) {
     plugin.Add("exception", DenyPort(22));
     rules.Refresh();
     qvfwd::RateLimiter two(2);

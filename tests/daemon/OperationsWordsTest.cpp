@@ -11,7 +11,7 @@
 
 namespace {
 
-TEST(DurationWordsTest, DurationsAreNumbersWithUnitsWithinAYear) {
+TEST(CtlDurationWordsTest, DurationsAreNumbersWithUnitsWithinAYear) {
     const std::pair<std::string, int64_t> read[] = {
         {"90s", 90}, {"15m", 900}, {"2h", 7200}, {"1d", 86400}, {"1h30m", 5400}, {"366d", 31622400},
     };
@@ -68,7 +68,7 @@ TEST(CtlArgumentsTest, TimingOptionsBelongToTheirCommands) {
     EXPECT_EQ(parsed.positional, (std::vector<std::string>{"-"}));
 }
 
-TEST(DryRunDiffTest, OnlyWhatChangesIsShownCountingRulesHeldTwice) {
+TEST(CtlDryRunDiffTest, OnlyWhatChangesIsShownCountingRulesHeldTwice) {
     const std::vector<std::string> held = {"deny proto tcp", "allow proto udp", "deny proto tcp",
                                            "reset proto tcp dst-port 80"};
     const std::vector<std::string> wanted = {"allow proto udp", "deny proto tcp",
