@@ -3,7 +3,7 @@
 beside its floor measured in the same run, their ratio, the target and whether it holds.
 Prints the table and writes it as JSON.
 
-usage: bench_table.py RAW_DIR OUT_JSON [--memory MEMORY_JSON]
+usage: bench_table.py RAW_DIR OUT_JSON [--memory MEMORY_JSON] [--ops OPS_JSON]
 A figure that was not measured says why (EnforcementBench.log names what it lacked).
 """
 import json
@@ -119,7 +119,57 @@ def logd_burst(t, runs, why_not):
                f"{ms(run):.0f} ms")
 
 
-def build(runs, memory, skipped_enforcement="", skipped_logd=""):
+def operations(t, ops):
+    """qvfwd's events file, metrics and expiry (QvfwdOpsBench), each against its floor."""
+    if not ops or ops.get("events_seconds_with_file", -1) <= 0 or \
+            ops.get("events_seconds_without_file", -1) <= 0:
+        t.add("event throughput with --events-file (floor: without)", None, None, "s",
+              "<= 1.1x", None, note="not measured")
+    else:
+        events = ops["events"]
+        with_file, without = ops["events_seconds_with_file"], ops["events_seconds_without_file"]
+        t.add(f"event throughput with --events-file, {events:,} events (floor: without)",
+              with_file, without, "s", "<= 1.1x", with_file / without <= 1.1,
+              note=f"{events / with_file:,.0f} events/s written")
+    if not ops or ops.get("metrics_ms", -1) <= 0:
+        t.add("qvfwctl metrics (control socket)", None, None, "ms", "< 5 ms", None,
+              note="not measured")
+    else:
+        t.add(f"metrics, {ops['rules']:,} rules (control socket)", ops["metrics_ms"], None, "ms",
+              "< 5 ms", ops["metrics_ms"] < 5.0, note=f"start-up {ops['start_seconds']:.0f} s")
+    if not ops or ops.get("expiry_late_seconds", -1) < 0:
+        t.add("expired rule removed after its deadline", None, None, "s", "< 1 s", None,
+              note="not measured")
+    else:
+        t.add(f"expired rule removed after its deadline (add --for {ops['expiry_after']}s)",
+              ops["expiry_late_seconds"], None, "s", "< 1 s", ops["expiry_late_seconds"] < 1.0,
+              note="worst of 3")
+
+
+def data_path(t, runs):
+    """What the rules cost a packet on loopback: connect/close and bulk TCP with 1,000 and
+    10,000 plug-in-shaped rules against none, and ipfw's rules against the same rules as
+    plain nftables lines."""
+    none_connect, none_bulk = find(runs, "BM_DataPathConnect/0"), find(runs, "BM_DataPathBulk/0")
+    counts = sorted({int(arg_of(r)) for n, r in runs.items()
+                     if n.startswith("BM_DataPathConnect/") and arg_of(r) not in ("", "0")})
+    for count in counts or [1000, 10000]:
+        t.time_ratio(f"data path: connect/close, {count:,} rules vs none",
+                     find(runs, f"BM_DataPathConnect/{count}"), none_connect, 1.5)
+        bulk = find(runs, f"BM_DataPathBulk/{count}")
+        figure = f"data path: bulk TCP, {count:,} rules vs none"
+        if bulk is None or none_bulk is None:
+            t.add(figure, None, None, "MB/s", ">= 0.667x", None, note="not measured")
+            continue
+        ours, floor = bulk["bytes_per_second"] / 1e6, none_bulk["bytes_per_second"] / 1e6
+        t.add(figure, ours, floor, "MB/s", ">= 0.667x", ours / floor >= 2 / 3)
+    plain = find(runs, "BM_PlainNftConnect")
+    count = int(arg_of(plain)) if plain else 10000
+    t.time_ratio(f"data path: connect/close, {count:,} rules (floor: plain nftables rules)",
+                 find(runs, f"BM_DataPathConnect/{count}"), plain, 1.0)
+
+
+def build(runs, memory, skipped_enforcement="", skipped_logd="", ops=None):
     t = Table()
     for count, limit in (("10", None), ("1000", 1.5), ("10000", 1.5)):
         t.time_ratio(f"save one more rule, {int(count):,} stored",
@@ -180,6 +230,7 @@ def build(runs, memory, skipped_enforcement="", skipped_logd=""):
 
     enforcement(t, runs, skipped_enforcement)
     logd_burst(t, runs, skipped_logd)
+    data_path(t, runs)
 
     if memory and memory.get("measured"):
         rules, events = memory.get("rules", 0), memory.get("events", 0)
@@ -195,6 +246,7 @@ def build(runs, memory, skipped_enforcement="", skipped_logd=""):
     else:
         t.add("qvfwd peak RSS, 10,000 rules", None, None, "MiB", "< 64 MiB", None,
               note="not measured")
+    operations(t, ops)
     return t.rows
 
 
@@ -241,8 +293,14 @@ def main():
         if os.path.exists(path):
             with open(path) as f:
                 memory = json.load(f)
+    ops = None
+    if "--ops" in sys.argv:
+        path = sys.argv[sys.argv.index("--ops") + 1]
+        if os.path.exists(path):
+            with open(path) as f:
+                ops = json.load(f)
     rows = build(load_runs(raw_dir), memory, why_not_measured(raw_dir, "EnforcementBench"),
-                 why_not_measured(raw_dir, "LogdBurstBench"))
+                 why_not_measured(raw_dir, "LogdBurstBench"), ops)
     print(render(rows))
     os.makedirs(os.path.dirname(os.path.abspath(out_json)), exist_ok=True)
     with open(out_json, "w") as f:

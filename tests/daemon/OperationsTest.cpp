@@ -239,8 +239,10 @@ TEST(DaemonEventsFileTest, RecordsFollowTheFileWhenMovedAndEveryRecordIsWrittenO
     ASSERT_TRUE(file.WaitIdle(10000));
     EXPECT_EQ(readFile(path), "{\"n\":1}\n");
 
-    // logrotate's default: moved away, the next record starts a new file.
+    // logrotate's default: moved away and a new empty file made in its place; the next
+    // record goes to the new one.
     std::filesystem::rename(path, dir.file("events.jsonl.1"));
+    writeFile(path, "");
     file.Append("{\"n\":2}");
     ASSERT_TRUE(file.WaitIdle(10000));
     EXPECT_EQ(readFile(path), "{\"n\":2}\n");
