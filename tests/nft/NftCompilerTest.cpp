@@ -116,7 +116,7 @@ const Translation kTranslations[] = {
     {"allow proto tcp src-ip me dst-ip 3232235777/24,localhost dst-port 80,8000-8080 out "
      "keep-state",
      "ct mark 0x1f0c1c00 ALLOW comment \"3100\"",
-     "meta l4proto 6 fib saddr type local ip daddr { 127.0.0.1, 192.168.1.0-192.168.1.255 } "
+     "ip daddr { 127.0.0.1, 192.168.1.0-192.168.1.255 } meta l4proto 6 fib saddr type local "
      "tcp dport { 80, 8000-8080 } ct mark set 0x1f0c1c00 ALLOW comment "
      "\"3100\""},
     {"prob 0.5 deny log logamount 0 proto tcp src-port any tcpflags syn,!ack",
@@ -141,14 +141,14 @@ const Translation kTranslations[] = {
      "tcp option maxseg exists tcp option sack-perm missing ip option rr exists @nh,8,8 & 0x12 "
      "== 0x10 ALLOW comment \"3100\""},
     {"deny not proto udp dst-ip 10.1.2.3:255.0.255.0 not src-ip me",
-     "meta l4proto != 17 ip daddr & 255.0.255.0 == 10.0.2.0 fib saddr type != local drop "
+     "ip daddr & 255.0.255.0 == 10.0.2.0 meta l4proto != 17 fib saddr type != local drop "
      "comment \"3100\"",
-     "meta l4proto != 17 ip daddr & 255.0.255.0 == 10.0.2.0 fib saddr type != local drop "
+     "ip daddr & 255.0.255.0 == 10.0.2.0 meta l4proto != 17 fib saddr type != local drop "
      "comment \"3100\""},
     {"deny dst-port 22,20-25,26 src-ip 10.0.0.0/8,10.1.0.0/16",
-     "meta l4proto { 6, 17 } th dport 20-26 ip saddr 10.0.0.0-10.255.255.255 drop "
+     "ip saddr 10.0.0.0-10.255.255.255 meta l4proto { 6, 17 } th dport 20-26 drop "
      "comment \"3100\"",
-     "meta l4proto { 6, 17 } th dport 20-26 ip saddr 10.0.0.0-10.255.255.255 drop "
+     "ip saddr 10.0.0.0-10.255.255.255 meta l4proto { 6, 17 } th dport 20-26 drop "
      "comment \"3100\""},
     // A packet made here has an empty receiving interface in its out pass.
     {"count established recv en* not xmit eth0",
@@ -224,9 +224,10 @@ TEST_F(EnforcingIpfwTest, EachChangeTouchesOnlyItsOwnChains) {
         << "the first command builds the table";
     ASSERT_EQ(ipfw("-q add 3100 set 19 deny proto tcp"), 0);
     ASSERT_EQ(ipfw("-q add 3110 set 19 deny proto udp"), 0);
-    EXPECT_EQ(lastScript(), "add rule inet ipfw_s0 rules_in_b12_r0 meta l4proto 17 drop comment "
-                            "\"3110\"\nadd rule inet ipfw_s0 rules_out_b12_r0 meta l4proto 17 "
-                            "drop comment \"3110\"\n")
+    EXPECT_EQ(lastScript(),
+              "add rule inet ipfw_s0 rules_in_b12_r0 meta l4proto 17 drop comment "
+              "\"3110\"\nadd rule inet ipfw_s0 rules_out_b12_r0 meta l4proto 17 "
+              "drop comment \"3110\"\n")
         << "a rule of the last run's set joins the run";
     EXPECT_EQ(kernel.scripts.back().rfind("delete element inet ipfw gen { 2 }\n"
                                           "delete element inet ipfw_s0 gen { 2 }\n",

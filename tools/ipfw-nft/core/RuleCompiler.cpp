@@ -96,18 +96,25 @@ Status conditions(const Rule& rule, Pass pass, std::string& text, bool& possible
     const std::vector<uint32_t> protocols = ruleProtocols(rule, restricted);
     possible = !restricted || !protocols.empty();
     const uint32_t transport = protocols.size() == 1 ? protocols[0] : 0;
+    // The tests are pure, so their order is free: the addresses go first because a packet
+    // that a rule does not concern mostly fails there, and the kernel stops at the first
+    // failed test.
+    std::string addresses;
     for (const ipfwsim::Match& match : rule.matches) {
         Condition condition;
         Status status = compileMatch(match, pass, transport, condition);
         if (!status.ok()) {
             return status;
         }
+        const bool address =
+            match.kind == ipfwsim::MatchKind::SrcAddr || match.kind == ipfwsim::MatchKind::DstAddr;
         if (condition.kind == Condition::Kind::Never) {
             possible = false;
         } else if (condition.kind == Condition::Kind::Test) {
-            text += condition.text + " ";
+            (address ? addresses : text) += condition.text + " ";
         }
     }
+    text = addresses + text;
     return Status::success();
 }
 
