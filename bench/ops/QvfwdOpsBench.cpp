@@ -37,7 +37,7 @@ using Clock = std::chrono::steady_clock;
 
 constexpr uint32_t kMetricsCommand = 0x51000006;
 constexpr uint32_t kListRulesCommand = 0x8007;
-constexpr int kRounds = 3;
+constexpr int kRounds = 5;
 constexpr int kExpirySeconds = 2;
 
 struct Options {
@@ -229,6 +229,7 @@ double EventSeconds(int events, bool withFile) {
             return -1;
         }
     }
+    const double sent = Seconds(start);
     while (withFile && Lines(eventsPath) < static_cast<size_t>(events)) {
         std::this_thread::sleep_for(std::chrono::microseconds(200));
         if (Seconds(start) > 120) {
@@ -237,6 +238,8 @@ double EventSeconds(int events, bool withFile) {
         }
     }
     const double seconds = Seconds(start);
+    std::fprintf(stderr, "%s: sent in %.3f s, written in %.3f s\n", withFile ? "file" : "none",
+                 sent, seconds);
     close(fd);
     return seconds;
 }

@@ -143,7 +143,7 @@ def operations(t, ops):
     else:
         t.add(f"expired rule removed after its deadline (add --for {ops['expiry_after']}s)",
               ops["expiry_late_seconds"], None, "s", "< 1 s", ops["expiry_late_seconds"] < 1.0,
-              note="worst of 3")
+              note="worst of 5")
 
 
 def data_path(t, runs):

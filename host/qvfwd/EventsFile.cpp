@@ -52,6 +52,11 @@ void EventsFile::Append(std::string record) {
             return;
         }
         m_queue.push_back(std::move(record));
+        // A wake-up per record would cost the event path a system call each; the writer
+        // is woken when it sleeps with nothing to do, or when a batch is full.
+        if (!m_writerIdle && m_queue.size() < kBatch) {
+            return;
+        }
     }
     m_wake.notify_one();
 }
@@ -96,7 +101,12 @@ void EventsFile::WriteBatch(const std::deque<std::string>& batch) {
 void EventsFile::Loop() {
     std::unique_lock<std::mutex> lock(m_mutex);
     for (;;) {
+        m_writerIdle = true;
         m_wake.wait(lock, [this] { return m_stopping || m_reopen || !m_queue.empty(); });
+        m_writerIdle = false;
+        // Gathers a batch for one write, for a moment at most.
+        m_wake.wait_for(lock, kGatherTime,
+                        [this] { return m_stopping || m_reopen || m_queue.size() >= kBatch; });
         std::deque<std::string> batch;
         batch.swap(m_queue);
         const bool reopen = m_reopen;

@@ -9,6 +9,7 @@
 #include <stddef.h>
 #include <stdint.h>
 
+#include <chrono>
 #include <condition_variable>
 #include <deque>
 #include <mutex>
@@ -27,6 +28,9 @@ struct EventsFileCounts {
 class EventsFile {
 public:
     static constexpr size_t kDefaultCapacity = 65536;
+    // Records are written in batches of up to this many, gathered for at most kGatherTime.
+    static constexpr size_t kBatch = 512;
+    static constexpr std::chrono::milliseconds kGatherTime{5};
 
     explicit EventsFile(std::string path, size_t capacity = kDefaultCapacity);
     ~EventsFile();
@@ -61,6 +65,7 @@ private:
     std::condition_variable m_idle;
     std::deque<std::string> m_queue;
     bool m_reopen = false;
+    bool m_writerIdle = false;
     bool m_busy = false;
     bool m_stopping = false;
     EventsFileCounts m_counts;
