@@ -6,7 +6,9 @@
 // stateless rules; anything else is named in `unknown` and never matches.
 #pragma once
 
+#include <algorithm>
 #include <cstdlib>
+#include <map>
 #include <string>
 #include <vector>
 
@@ -25,8 +27,10 @@ struct PathVerdict {
 
 class PacketPath {
 public:
-    PacketPath(const ModelKernel& kernel, const ipfwsim::Packet& packet)
-        : kernel_(kernel), packet_(packet) {}
+    // `local`: the addresses "fib ... type local" finds on this host.
+    PacketPath(const ModelKernel& kernel, const ipfwsim::Packet& packet,
+               std::vector<uint32_t> local = {})
+        : kernel_(kernel), packet_(packet), local_(std::move(local)) {}
 
     PathVerdict run() {
         const std::string hook = packet_.outbound ? "output" : "prerouting";
@@ -151,6 +155,16 @@ private:
         return equal != negated;
     }
 
+    // "NAME exists|missing" at `at` against the option bits `present`.
+    static bool optionTest(const std::vector<std::string>& words, size_t& at,
+                           const std::map<std::string, uint32_t>& bits, uint32_t present) {
+        const auto bit = bits.find(words[at]);
+        const bool exists = bit != bits.end() && (present & bit->second) != 0;
+        const bool wanted = words[at + 1] == "exists";
+        at += 2;
+        return bit != bits.end() && exists == wanted;
+    }
+
     bool portTest(const std::string& field, const std::vector<std::string>& words, size_t& at) {
         const uint16_t port = field == "sport" ? packet_.flow.srcPort : packet_.flow.dstPort;
         return hasPorts() && compare(words, at, port);
@@ -196,6 +210,27 @@ private:
         }
         if (word == "icmp" && next == "type") {
             return compare(words, at, packet_.icmpType) && packet_.flow.proto == 1;
+        }
+        if (word == "tcp" && next == "option") {
+            return optionTest(words, at,
+                              {{"maxseg", 1}, {"window", 2}, {"sack-perm", 4}, {"timestamp", 8}},
+                              packet_.tcpOptions) &&
+                   packet_.flow.proto == ipfwsim::kProtoTcp;
+        }
+        if (word == "ip" && next == "option") {
+            return optionTest(words, at, {{"ssrr", 1}, {"lsrr", 2}, {"rr", 4}}, packet_.ipOptions);
+        }
+        if (word == "@nh,8,8") {
+            --at;  // the TOS byte: "& MASK == VALUE" follows at once
+            return masked(words, at, packet_.ipTos);
+        }
+        if (word == "fib" && words[at] == "type") {
+            const uint32_t address =
+                next == "saddr" ? packet_.flow.srcAddress : packet_.flow.dstAddress;
+            const bool negated = words[at + 1] == "!=";
+            at += negated ? 3 : 2;
+            const bool local = std::find(local_.begin(), local_.end(), address) != local_.end();
+            return local != negated;
         }
         if (word == "iifname" || word == "oifname") {
             const bool ours = (word == "oifname") == packet_.outbound;
@@ -252,6 +287,7 @@ private:
 
     const ModelKernel& kernel_;
     const ipfwsim::Packet& packet_;
+    const std::vector<uint32_t> local_;
     std::string table_;
     uint32_t mark_ = 0;
     bool decided_ = false;

@@ -22,6 +22,7 @@ using namespace simtest;
 
 constexpr int kLists = 200;
 constexpr int kPacketsPerList = 600;
+constexpr uint32_t kMe = 0x0a000002;  // the host's one address, for "me"
 
 class RandomWords {
 public:
@@ -39,9 +40,14 @@ public:
     std::string body() {
         static const char* const kActions[] = {"allow",     "deny",      "reset",
                                                "unreach 3", "unreach 1", "count"};
-        static const char* const kAddresses[] = {
-            "10.0.0.1",    "10.0.0.0/24",          "10.0.1.0/24",           "10.0.0.0/16",
-            "192.168.1.5", "10.0.0.1,10.0.2.0/24", "10.0.0.7:255.255.0.255"};
+        static const char* const kAddresses[] = {"10.0.0.1",
+                                                 "10.0.0.0/24",
+                                                 "10.0.1.0/24",
+                                                 "10.0.0.0/16",
+                                                 "192.168.1.5",
+                                                 "10.0.0.1,10.0.2.0/24",
+                                                 "10.0.0.7:255.255.0.255",
+                                                 "me"};
         static const char* const kPorts[] = {"22", "80", "1000-1010", "22,80,443", "8000-8080,22"};
         static const char* const kProtocols[] = {"tcp", "udp", "icmp", "all", "ip"};
         static const char* const kDirections[] = {"", " in", " out"};
@@ -67,12 +73,18 @@ public:
         if (proto == "tcp" && below(4) == 0) {
             text += below(2) == 0 ? " tcpflags syn,!ack" : " established";
         }
+        if (proto == "tcp" && below(6) == 0) {
+            text += below(2) == 0 ? " tcpoptions mss,!sack" : " tcpoptions ts";
+        }
+        if (below(10) == 0) {
+            text += below(2) == 0 ? " ipoptions rr,!lsrr" : " iptos lowdelay,!mincost";
+        }
         return text + pick(kDirections) + (below(4) == 0 ? pick(kInterfaces) : "");
     }
 
     ipfwsim::Packet packet() {
         static const uint32_t kAddresses[] = {0x0a000001, 0x0a000007, 0x0a000103,
-                                              0x0a000209, 0xc0a80105, 0xac100001};
+                                              0x0a000209, 0xc0a80105, kMe};
         static const uint16_t kPorts[] = {22, 80, 443, 1005, 8080, 5000};
         static const uint8_t kProtocols[] = {6, 6, 17, 17, 1, 47};
         static const char* const kInterfaces[] = {"lo", "eth0", "en1"};
@@ -86,6 +98,9 @@ public:
         }
         packet.tcpFlags = packet.flow.proto == 6 ? static_cast<uint8_t>(below(64)) : 0;
         packet.icmpType = packet.flow.proto == 1 ? static_cast<uint8_t>(below(10)) : 0;
+        packet.tcpOptions = packet.flow.proto == 6 ? static_cast<uint8_t>(below(16)) : 0;
+        packet.ipOptions = static_cast<uint8_t>(below(8));
+        packet.ipTos = static_cast<uint8_t>(below(2) == 0 ? 0 : below(256));
         packet.outbound = below(2) == 0;
         packet.iface = kInterfaces[below(3)];
         packet.length = 60;
@@ -155,11 +170,11 @@ TEST_F(NftDifferentialTest, EveryPacketMeetsTheSameRuleInTheTablesAsInTheSimulat
         buildRandomList(random, history);
         ipfwsim::FirewallState state;
         ASSERT_TRUE(ipfwsim::FirewallState::load(store.bytes, state).ok());
-        ipfwsim::PacketMatcher matcher(state, ipfwsim::MatchContext{{}, 0, [] { return 0u; }});
+        ipfwsim::PacketMatcher matcher(state, ipfwsim::MatchContext{{kMe}, 0, [] { return 0u; }});
         for (int i = 0; i < kPacketsPerList; ++i, ++packets) {
             const ipfwsim::Packet packet = random.packet();
             const ipfwsim::Verdict expected = matcher.evaluate(packet);
-            const nfttest::PathVerdict actual = nfttest::PacketPath(kernel, packet).run();
+            const nfttest::PathVerdict actual = nfttest::PacketPath(kernel, packet, {kMe}).run();
             ASSERT_EQ(actual.unknown, "") << history;
             ASSERT_EQ(actual.rule, expected.ruleNumber)
                 << "packet proto " << int(packet.flow.proto) << " " << std::hex
