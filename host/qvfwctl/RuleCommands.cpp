@@ -73,17 +73,6 @@ int CallAdding(CtlContext& context, uint32_t command, const std::string& request
                                                                              : kExitUnreachable;
 }
 
-int CodeStatus(CtlContext& context, int32_t code) {
-    if (code == 0) {
-        return kExitOk;
-    }
-    if (context.arguments.json) {
-        fprintf(context.out, "%s\n",
-                JsonObject().Number("code", code).Text("error", CodeMeaningOf(code)).str().c_str());
-    }
-    return Fail(context, kExitFailed, DescribeCode(code));
-}
-
 std::string ExpiryWords(CtlContext& context) {
     return context.arguments.forSeconds > 0
                ? ", expires in " + FormatTimeLeft(context.arguments.forSeconds)

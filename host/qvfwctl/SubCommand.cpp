@@ -27,6 +27,10 @@ int CallForStatus(CtlContext& context, uint32_t command, const std::string& requ
     if (!CallDaemon(context, command, request, &code, reply)) {
         return kExitUnreachable;
     }
+    return CodeStatus(context, code);
+}
+
+int CodeStatus(CtlContext& context, int32_t code) {
     if (code == 0) {
         return kExitOk;
     }

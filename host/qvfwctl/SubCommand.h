@@ -38,6 +38,10 @@ struct CtlContext {
 bool CallDaemon(CtlContext& context, uint32_t command, const std::string& request, int32_t* code,
                 std::string* reply);
 
+// A daemon's answer code as the exit status: a non-zero code is printed with its meaning
+// (as JSON with --json).
+int CodeStatus(CtlContext& context, int32_t code);
+
 // As CallDaemon, then a non-zero code is printed with its meaning. The exit status.
 int CallForStatus(CtlContext& context, uint32_t command, const std::string& request,
                   std::string* reply);
