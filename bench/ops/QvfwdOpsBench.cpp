@@ -27,6 +27,8 @@
 
 #include "BenchConfiguration.h"
 #include "BenchFiles.h"
+#include "QvControl.h"
+#include "QvFirewall.h"
 #include "VelaEventLogMsg.pb.h"
 
 extern char** environ;
@@ -35,8 +37,6 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-constexpr uint32_t kMetricsCommand = 0x51000006;
-constexpr uint32_t kListRulesCommand = 0x8007;
 constexpr int kRounds = 5;
 constexpr int kExpirySeconds = 2;
 
@@ -273,7 +273,7 @@ int main(int argc, char** argv) {
                                                "s deny proto tcp dst-port 22 >/dev/null");
                 waitpid(ctl, nullptr, 0);
                 std::string rules = "x";
-                while (Exchange(fd, kListRulesCommand, "", &rules) && !rules.empty() &&
+                while (Exchange(fd, QV_CMD_GET_ALL_RULES, "", &rules) && !rules.empty() &&
                        Seconds(added) < 30) {
                     std::this_thread::sleep_for(std::chrono::milliseconds(5));
                 }
@@ -296,7 +296,7 @@ int main(int argc, char** argv) {
             std::string text;
             for (int i = 0; i < 200; ++i) {
                 const auto start = Clock::now();
-                if (!Exchange(fd, kMetricsCommand, "", &text)) {
+                if (!Exchange(fd, qvctl::kMetrics, "", &text)) {
                     break;
                 }
                 metricsMs.push_back(Seconds(start) * 1000);
