@@ -4,6 +4,9 @@
 #include <poll.h>
 #include <sys/socket.h>
 
+#include <algorithm>
+#include <utility>
+
 #include "QvFrame.h"
 
 #ifndef MSG_NOSIGNAL
@@ -12,11 +15,21 @@
 
 namespace qvctl {
 
-FrameStatus FrameChannel::WaitReadable() {
+namespace {
+
+// How much the payload grows per receive: large enough that a big frame takes few calls,
+// small enough that an announced length that never comes costs next to nothing.
+constexpr size_t kPayloadStep = 64 * 1024;
+
+}  // namespace
+
+FrameStatus FrameChannel::WaitReadable(bool insideFrame) {
     struct pollfd waits[2] = {{m_fd, POLLIN, 0}, {m_stopFd, POLLIN, 0}};
     const nfds_t count = m_stopFd >= 0 ? 2 : 1;
+    const bool stallLimit = insideFrame && m_stallMs >= 0;
+    const int timeoutMs = stallLimit ? m_stallMs : m_timeoutMs;
     for (;;) {
-        int ready = poll(waits, count, m_timeoutMs);
+        int ready = poll(waits, count, timeoutMs);
         if (ready < 0 && errno == EINTR) {
             continue;
         }
@@ -24,7 +37,7 @@ FrameStatus FrameChannel::WaitReadable() {
             return FrameStatus::kMalformed;
         }
         if (ready == 0) {
-            return FrameStatus::kTimedOut;
+            return stallLimit ? FrameStatus::kStalled : FrameStatus::kTimedOut;
         }
         if (count == 2 && waits[1].revents != 0) {
             return FrameStatus::kStopped;
@@ -33,29 +46,62 @@ FrameStatus FrameChannel::WaitReadable() {
     }
 }
 
-FrameStatus FrameChannel::ReadExactly(char* data, size_t size, bool atFrameStart) {
-    size_t done = 0;
-    while (done < size) {
-        FrameStatus waited = WaitReadable();
+FrameStatus FrameChannel::ReceiveSome(char* data, size_t size, bool insideFrame, size_t* got) {
+    for (;;) {
+        FrameStatus waited = WaitReadable(insideFrame);
         if (waited != FrameStatus::kOk) {
             return waited;
         }
-        ssize_t got = recv(m_fd, data + done, size - done, 0);
-        if (got < 0 && (errno == EINTR || errno == EAGAIN)) {
+        ssize_t received = recv(m_fd, data, size, 0);
+        if (received < 0 && (errno == EINTR || errno == EAGAIN)) {
             continue;
         }
-        if (got <= 0) {
-            return atFrameStart && done == 0 && got == 0 ? FrameStatus::kClosed
-                                                         : FrameStatus::kMalformed;
+        if (received < 0) {
+            return FrameStatus::kMalformed;
         }
-        done += static_cast<size_t>(got);
+        *got = static_cast<size_t>(received);
+        return FrameStatus::kOk;
+    }
+}
+
+FrameStatus FrameChannel::ReadHeader(char* header) {
+    size_t done = 0;
+    while (done < ipc::kHeaderBytes) {
+        size_t got = 0;
+        FrameStatus status = ReceiveSome(header + done, ipc::kHeaderBytes - done, done > 0, &got);
+        if (status != FrameStatus::kOk) {
+            return status;
+        }
+        if (got == 0) {
+            return done == 0 ? FrameStatus::kClosed : FrameStatus::kMalformed;
+        }
+        done += got;
+    }
+    return FrameStatus::kOk;
+}
+
+FrameStatus FrameChannel::ReadPayload(uint32_t length, std::string* payload) {
+    size_t done = 0;
+    while (done < length) {
+        const size_t step = std::min<size_t>(length - done, kPayloadStep);
+        payload->resize(done + step);
+        size_t got = 0;
+        FrameStatus status = ReceiveSome(&(*payload)[done], step, true, &got);
+        if (status != FrameStatus::kOk) {
+            return status;
+        }
+        if (got == 0) {
+            return FrameStatus::kMalformed;
+        }
+        done += got;
+        payload->resize(done);
     }
     return FrameStatus::kOk;
 }
 
 FrameStatus FrameChannel::Read(Frame* frame) {
     char header[ipc::kHeaderBytes];
-    FrameStatus status = ReadExactly(header, sizeof header, true);
+    FrameStatus status = ReadHeader(header);
     if (status != FrameStatus::kOk) {
         return status;
     }
@@ -63,10 +109,15 @@ FrameStatus FrameChannel::Read(Frame* frame) {
     if (!ipc::DecodeHeader(reinterpret_cast<const uint8_t*>(header), &decoded, m_maxPayload)) {
         return FrameStatus::kMalformed;
     }
+    // A fresh string: the last frame's capacity is not kept for the connection's life.
+    std::string payload;
+    status = ReadPayload(decoded.length, &payload);
+    if (status != FrameStatus::kOk) {
+        return status;
+    }
     frame->head = decoded.head;
-    frame->payload.assign(decoded.length, '\0');
-    status = ReadExactly(&frame->payload[0], decoded.length, false);
-    return status == FrameStatus::kClosed ? FrameStatus::kMalformed : status;
+    frame->payload = std::move(payload);
+    return FrameStatus::kOk;
 }
 
 bool FrameChannel::Write(uint32_t head, const std::string& payload) {
