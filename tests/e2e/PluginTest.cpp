@@ -190,8 +190,22 @@ TEST_F(PluginTest, DeniedPacketReachesCallbackAndHostServiceThroughTheLoggerBloc
     // With notification off only the host service hears: DaemonEndToEndTest's.
 }
 
+// The watcher reads from the end the log has when it starts, which may be after start()
+// returned: a line goes in until one is reported, then the count starts over.
+void AwaitWatcher(const std::string& log) {
+    ASSERT_TRUE(eventually([&log] {
+        std::ofstream(log, std::ios::app)
+            << "Nov 23 09:59:59 host kernel: ipfw: 100 Count a b in\n";
+        return eventually([] { return !CallbackEvents::all().empty(); },
+                          std::chrono::milliseconds(200));
+    }));
+    std::this_thread::sleep_for(std::chrono::milliseconds(300));
+    CallbackEvents::clear();
+}
+
 TEST_F(PluginTest, WatcherFollowsRotationTruncationAndDeletion) {
     ASSERT_EQ(start(), 0);
+    AwaitWatcher(fwLog());
     auto append = [&](const std::string& path, const std::string& text) {
         std::ofstream(path, std::ios::app) << text;
     };
@@ -233,6 +247,7 @@ TEST_F(PluginTest, WatcherWaitsQuietlyWhileTheLogsDirectoryIsGoneAndFollowsItsRe
     options.replace(options.find(fwLog()), fwLog().size(), log);
     writeConfig(options);
     ASSERT_EQ(start(), 0);
+    AwaitWatcher(log);
     std::ofstream(log, std::ios::app)
         << "Nov 23 10:00:04 host kernel: ipfw: 3400 Deny TCP a b in\n";
     ASSERT_TRUE(eventually([] { return CallbackEvents::all().size() == 1; }));
