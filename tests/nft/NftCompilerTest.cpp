@@ -419,6 +419,14 @@ TEST_F(EnforcingIpfwTest, AChangeTheKernelRefusesIsUndone) {
     EXPECT_EQ(ipfw("-q add 3110 set 19 deny proto udp"), 69);
     EXPECT_EQ(console.errors, "ipfw: nftables: Operation not permitted\n");
     EXPECT_EQ(store.bytes, before);
+    // A delete marks its line and a set switch rewrites a header field, both in place;
+    // each goes back byte for byte, whatever view of the old state the change was compiled
+    // from.
+    for (const char* change : {"-q delete 3100", "-q set disable 19"}) {
+        EXPECT_EQ(ipfw(change), 69) << change;
+        EXPECT_EQ(console.errors, "ipfw: nftables: Operation not permitted\n") << change;
+        EXPECT_EQ(store.bytes, before) << change;
+    }
     // An undo that cannot be written is said, not passed over.
     store.refuseReplace = true;
     EXPECT_EQ(ipfw("-q add 3120 set 19 deny proto udp"), 69);

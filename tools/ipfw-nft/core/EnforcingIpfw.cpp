@@ -165,20 +165,22 @@ Status EnforcingIpfw::keepKernelInStep(const std::vector<std::string>& arguments
     }
     std::string_view current;
     Status status = store_.read(current);
-    // An add leaves the state as it was with a line appended: the state before it is a
-    // view of the state after it. Other changes copy it.
-    bool appendedOnly = false;
+    // An add appends a line, a delete marks lines and a set switch rewrites one, all in
+    // place: the state before them is a view of the state after it with the few bytes
+    // they overwrote laid back, which the kernel's usual acceptance then costs nothing
+    // more. Only a change that moved lines (a rewrite of the state) copies it.
+    bool linesKept = false;
     size_t size = 0;
-    std::string firstLine;
+    std::vector<ipfwsim::StatePatch> patches;
     std::string copy;
     if (status.ok()) {
-        status = recording.appendedOnly(appendedOnly, size, firstLine);
+        status = recording.patchesBack(linesKept, size, patches);
     }
-    if (status.ok() && !appendedOnly) {
+    if (status.ok() && !linesKept) {
         status = recording.before(copy);
     }
-    ipfwsim::StateFile was = appendedOnly ? ipfwsim::StateFile(current.substr(0, size), firstLine)
-                                          : ipfwsim::StateFile(copy);
+    ipfwsim::StateFile was =
+        linesKept ? ipfwsim::StateFile(current.substr(0, size), patches) : ipfwsim::StateFile(copy);
     ipfwsim::StateFile is(current);
     if (status.ok()) {
         status = was.open();

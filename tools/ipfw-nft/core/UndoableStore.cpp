@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <map>
 
 namespace ipfwnft {
 namespace {
@@ -23,6 +24,50 @@ void prefault(std::string& text, size_t size) {
         (void)madvise(reinterpret_cast<void*>(start), end - start, MADV_POPULATE_WRITE);
     }
 #endif
+}
+
+// Whether `patch` holds a newline exactly where `content` does.
+bool keepsNewlines(const ipfwsim::StatePatch& patch, std::string_view content) {
+    const std::string_view there = content.substr(patch.offset, patch.bytes.size());
+    return std::equal(patch.bytes.begin(), patch.bytes.end(), there.begin(), there.end(),
+                      [](char was, char is) { return (was == '\n') == (is == '\n'); });
+}
+
+// What stood in the first `size` bytes where the writes `undo` (oldest first) overwrote
+// them: for each byte, what the oldest write that reached it found there. Patches that
+// touch are joined.
+template <typename Undo>
+std::vector<ipfwsim::StatePatch> firstBytes(const std::vector<Undo>& undo, size_t size) {
+    std::map<size_t, std::string> pieces;
+    for (const Undo& write : undo) {
+        const size_t end = std::min(write.offset + write.bytes.size(), size);
+        size_t pos = write.offset;
+        auto next = pieces.upper_bound(pos);
+        if (next != pieces.begin()) {
+            const auto& last = *std::prev(next);
+            pos = std::max(pos, last.first + last.second.size());
+        }
+        while (pos < end) {
+            const size_t gapEnd = next == pieces.end() ? end : std::min(end, next->first);
+            if (pos < gapEnd) {
+                pieces.emplace_hint(next, pos,
+                                    write.bytes.substr(pos - write.offset, gapEnd - pos));
+                pos = gapEnd;
+            } else {
+                pos = std::max(pos, next->first + next->second.size());
+                ++next;
+            }
+        }
+    }
+    std::vector<ipfwsim::StatePatch> patches;
+    for (auto& [offset, bytes] : pieces) {
+        if (!patches.empty() && patches.back().offset + patches.back().bytes.size() == offset) {
+            patches.back().bytes += bytes;
+        } else {
+            patches.push_back(ipfwsim::StatePatch{offset, std::move(bytes)});
+        }
+    }
+    return patches;
 }
 
 }  // namespace
@@ -63,18 +108,19 @@ Status UndoableStore::changed(bool& changed) {
     return status;
 }
 
-Status UndoableStore::appendedOnly(bool& only, size_t& size, std::string& firstLine) {
+Status UndoableStore::patchesBack(bool& linesKept, size_t& size,
+                                  std::vector<ipfwsim::StatePatch>& patches) {
     std::string_view current;
     const Status status = store_.read(current);
-    firstLine = std::string(current.substr(0, current.find('\n') + 1));
     size = undo_.empty() ? current.size() : undo_.front().size;
-    only = status.ok() && size <= current.size();
-    for (auto undo = undo_.rbegin(); only && undo != undo_.rend(); ++undo) {
-        const bool appended = undo->bytes.empty() && undo->offset == undo->size;
-        only = appended || undo->offset + undo->bytes.size() <= firstLine.size();
-        if (only && !appended) {
-            firstLine.replace(undo->offset, undo->bytes.size(), undo->bytes);
-        }
+    // Only a replacement shrinks the content, and it remembers all it replaced.
+    linesKept = status.ok() && size <= current.size();
+    patches.clear();
+    if (linesKept) {
+        patches = firstBytes(undo_, size);
+        linesKept = std::all_of(patches.begin(), patches.end(), [current](const auto& patch) {
+            return keepsNewlines(patch, current);
+        });
     }
     return status;
 }

@@ -119,12 +119,74 @@ bool StateFile::isTombstone(std::string_view line) {
     return line.size() > 6 && line[6] == '-';
 }
 
+StateFile::StateFile(std::string_view content, const std::vector<StatePatch>& patches)
+    : content_(content) {
+    for (const StatePatch& patch : patches) {
+        if (patch.bytes.empty()) {
+            continue;
+        }
+        if (overlay_ == nullptr) {
+            overlay_ = std::make_shared<Overlay>();
+        }
+        std::vector<PatchedLine>& lines = overlay_->lines;
+        const size_t start = patch.offset == 0 ? 0 : content_.rfind('\n', patch.offset - 1) + 1;
+        const size_t newline = content_.find('\n', patch.offset + patch.bytes.size() - 1);
+        const size_t end = newline == std::string_view::npos ? content_.size() : newline + 1;
+        const size_t lastEnd = lines.empty() ? 0 : lines.back().start + lines.back().text.size();
+        if (lines.empty() || start >= lastEnd) {
+            lines.push_back(PatchedLine{start, std::string(content_.substr(start, end - start))});
+        } else if (end > lastEnd) {
+            lines.back().text += content_.substr(lastEnd, end - lastEnd);  // a patch spans both
+        }
+        PatchedLine& line = lines.back();
+        line.text.replace(patch.offset - line.start, patch.bytes.size(), patch.bytes);
+    }
+}
+
+std::string_view StateFile::text(size_t start, size_t length) const {
+    if (overlay_ != nullptr) {
+        const std::vector<PatchedLine>& lines = overlay_->lines;
+        auto after =
+            std::upper_bound(lines.begin(), lines.end(), start,
+                             [](size_t at, const PatchedLine& line) { return at < line.start; });
+        if (after != lines.begin()) {
+            const PatchedLine& line = *std::prev(after);
+            if (start < line.start + line.text.size()) {
+                return std::string_view(line.text).substr(start - line.start, length);
+            }
+        }
+    }
+    return content_.substr(start, length);
+}
+
+// Patched, the rule lines are put together once, for the rare reader of them all.
+std::string_view StateFile::rulesText() const {
+    if (overlay_ == nullptr) {
+        return content_.substr(rulesAt_, end_ - rulesAt_);
+    }
+    Overlay& overlay = *overlay_;
+    if (overlay.rulesTextFrom != rulesAt_ || overlay.rulesTextTo != end_) {
+        overlay.rulesText = std::string(content_.substr(rulesAt_, end_ - rulesAt_));
+        for (const PatchedLine& line : overlay.lines) {
+            const size_t from = std::max(line.start, rulesAt_);
+            const size_t to = std::min(line.start + line.text.size(), end_);
+            if (from < to) {
+                overlay.rulesText.replace(from - rulesAt_, to - from, line.text, from - line.start,
+                                          to - from);
+            }
+        }
+        overlay.rulesTextFrom = rulesAt_;
+        overlay.rulesTextTo = end_;
+    }
+    return overlay.rulesText;
+}
+
 Status StateFile::corrupt(const std::string& what) const {
     return Status::failure(kExitDataErr, "state file is corrupt: " + what);
 }
 
 Status StateFile::open() {
-    const std::string_view head = firstLine_.empty() ? content_ : firstLine_;
+    const std::string_view head = firstLine_.empty() ? text(0, content_.size()) : firstLine_;
     size_t layoutSize = layoutLine(0, 0).size();
     if (head.substr(0, kMagic.size()) == kMagic) {
         version_ = 2;
@@ -160,7 +222,7 @@ Status StateFile::readHeader(StateHeader& header, bool withDynamic) const {
     size_t pos = content_.find('\n') + 1;
     while (pos < rulesAt_) {
         size_t end = content_.find('\n', pos);
-        std::string_view line = content_.substr(pos, end - pos);
+        std::string_view line = text(pos, end - pos);
         if (!withDynamic && line.substr(0, 8) == "dynamic ") {
             break;  // dynamic states come last and are not always needed
         }
@@ -190,7 +252,7 @@ size_t StateFile::lowerBound(uint32_t number) const {
     while (low < high) {
         size_t start = lineStart(low + (high - low) / 2);
         size_t next = lineEnd(start);
-        if (ruleLineNumber(content_.substr(start, next - start)) < static_cast<long>(number)) {
+        if (ruleLineNumber(text(start, next - start)) < static_cast<long>(number)) {
             low = next;
         } else {
             high = start;
@@ -209,7 +271,7 @@ bool StateFile::visitLinesInRange(uint32_t low, uint32_t high, Visit visit) cons
     };
     for (size_t pos = lowerBound(low); pos < sortedEnd_;) {
         size_t next = lineEnd(pos);
-        std::string_view line = content_.substr(pos, next - pos - 1);
+        std::string_view line = text(pos, next - pos - 1);
         const long number = ruleLineNumber(line);
         if (number > static_cast<long>(high)) {
             break;
@@ -221,7 +283,7 @@ bool StateFile::visitLinesInRange(uint32_t low, uint32_t high, Visit visit) cons
     }
     for (size_t pos = sortedEnd_; pos < end_;) {
         size_t next = lineEnd(pos);
-        std::string_view line = content_.substr(pos, next - pos - 1);
+        std::string_view line = text(pos, next - pos - 1);
         const long number = ruleLineNumber(line);
         if (inRange(number) && !isTombstone(line) && !visit(number, line)) {
             return false;
@@ -247,9 +309,13 @@ std::vector<std::string_view> StateFile::linesInRange(uint32_t low, uint32_t hig
 }
 
 size_t StateFile::headerValueAt(std::string_view key) const {
-    const std::string needle = "\n" + std::string(key) + " ";
-    const size_t at = content_.substr(0, rulesAt_).find(needle);
-    return at == std::string_view::npos ? std::string_view::npos : at + needle.size();
+    const std::string needle = std::string(key) + " ";
+    for (size_t pos = content_.find('\n') + 1; pos > 0 && pos < rulesAt_; pos = lineEnd(pos)) {
+        if (text(pos, needle.size()) == needle) {
+            return pos + needle.size();
+        }
+    }
+    return std::string_view::npos;
 }
 
 bool StateFile::holdsRulesIn(uint32_t low, uint32_t high) const {
@@ -261,7 +327,7 @@ uint32_t StateFile::lastNumber() const {
     // The last live line of the sorted part, past any tombstones at its end.
     for (size_t end = sortedEnd_; end > rulesAt_;) {
         size_t start = lineStart(end - 1);
-        std::string_view line = content_.substr(start, end - start);
+        std::string_view line = text(start, end - start);
         if (!isTombstone(line)) {
             last = ruleLineNumber(line);
             break;
@@ -269,7 +335,7 @@ uint32_t StateFile::lastNumber() const {
         end = start;
     }
     for (size_t pos = sortedEnd_; pos < end_; pos = lineEnd(pos)) {
-        std::string_view line = content_.substr(pos, lineEnd(pos) - pos);
+        std::string_view line = text(pos, lineEnd(pos) - pos);
         if (!isTombstone(line)) {
             last = std::max(last, ruleLineNumber(line));
         }
@@ -291,7 +357,7 @@ bool StateFile::appendKeepsOrder(uint32_t number) const {
         return true;
     }
     const size_t start = lineStart(sortedEnd_ - 1);
-    return static_cast<long>(number) >= ruleLineNumber(content_.substr(start, sortedEnd_ - start));
+    return static_cast<long>(number) >= ruleLineNumber(text(start, sortedEnd_ - start));
 }
 
 Status StateFile::readAll(StateHeader& header, std::vector<StoredRule>& rules) const {
@@ -303,7 +369,7 @@ Status StateFile::readAll(StateHeader& header, std::vector<StoredRule>& rules) c
     for (size_t pos = rulesAt_; pos < end_;) {
         size_t next = lineEnd(pos);
         StoredRule stored;
-        std::string_view line = content_.substr(pos, next - pos - 1);
+        std::string_view line = text(pos, next - pos - 1);
         if (isTombstone(line)) {
             pos = next;
             continue;

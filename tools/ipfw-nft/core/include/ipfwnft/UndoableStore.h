@@ -4,6 +4,7 @@
 #include <string_view>
 #include <vector>
 
+#include "ipfwsim/StateFile.h"
 #include "ipfwsim/StateStore.h"
 
 namespace ipfwnft {
@@ -23,10 +24,12 @@ public:
     // Whether the writes made through this store left the content other than it was;
     // read from what they overwrote, without a copy of the whole.
     ipfwsim::Status changed(bool& changed);
-    // Whether the writes only appended and rewrote fields of the first line, as an add
-    // does: the content before them is then the current content's first `size` bytes
-    // with `firstLine` as its first line, and needs no copy.
-    ipfwsim::Status appendedOnly(bool& only, size_t& size, std::string& firstLine);
+    // Whether every line kept its place through the writes (appends and writes in place
+    // that moved no newline, as an add or a delete makes): the content before them is then
+    // the current content's first `size` bytes with `patches` laid over them (sorted and
+    // apart), which ipfwsim::StateFile reads without a copy of the unpatched bulk.
+    ipfwsim::Status patchesBack(bool& linesKept, size_t& size,
+                                std::vector<ipfwsim::StatePatch>& patches);
     // The content before the first write made through this store.
     ipfwsim::Status before(std::string& content);
 

@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -41,6 +42,12 @@ struct StateHeader {
     std::vector<DynamicState> dynamic;
 };
 
+// The bytes that stood at `offset` before a write in place.
+struct StatePatch {
+    size_t offset = 0;
+    std::string bytes;
+};
+
 struct StoredRule {
     Rule rule;
     Counters counters;
@@ -66,6 +73,11 @@ public:
     // it stood before writes that only appended and rewrote first-line fields.
     StateFile(std::string_view content, std::string_view firstLine)
         : content_(content), firstLine_(firstLine) {}
+    // The file as it stood before writes in place that `patches` undo: `content` with
+    // each patch's bytes at its offset, read without a copy of the unpatched bulk. The
+    // patches are sorted, apart, within `content`, and hold a newline exactly where
+    // `content` does, so that every line keeps its place.
+    StateFile(std::string_view content, const std::vector<StatePatch>& patches);
 
     Status open();
     Status readHeader(StateHeader& header, bool withDynamic) const;
@@ -83,7 +95,7 @@ public:
     bool appendKeepsOrder(uint32_t number) const;
     size_t rulesAt() const { return rulesAt_; }
     // The rule lines, tombstones included, as stored.
-    std::string_view rulesText() const { return content_.substr(rulesAt_, end_ - rulesAt_); }
+    std::string_view rulesText() const;
     size_t end() const { return end_; }
     size_t sortedEnd() const { return sortedEnd_; }
     uint32_t kernelGeneration() const { return kernelGeneration_; }
@@ -115,6 +127,23 @@ private:
     size_t lineEnd(size_t pos) const;
     size_t lowerBound(uint32_t number) const;
     Status corrupt(const std::string& what) const;
+    // The `length` bytes from `start`, a line's start, patched.
+    std::string_view text(size_t start, size_t length) const;
+
+    // The lines that patches touched, whole and patched, by where they start; and the
+    // rule lines patched, put together only when asked for. Shared, so that a copy of
+    // this file reads the same lines.
+    struct PatchedLine {
+        size_t start;
+        std::string text;
+    };
+    struct Overlay {
+        std::vector<PatchedLine> lines;
+        std::string rulesText;  // of [rulesTextFrom, rulesTextTo)
+        size_t rulesTextFrom = 0;
+        size_t rulesTextTo = 0;
+    };
+    std::shared_ptr<Overlay> overlay_;
 
     std::string_view content_;
     std::string_view firstLine_;
