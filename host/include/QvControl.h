@@ -78,6 +78,10 @@ enum EventOrigin : int32_t {
 
 // The daemon's answer to a connection it refuses (peer of another user).
 constexpr int32_t kPeerRefused = 13;  // EACCES
+// The daemon's answer to a connection over its limit of clients (--max-clients) or one it
+// could not make a thread for, sent before it closes the connection; the payload says
+// which in words.
+constexpr int32_t kDaemonBusy = 16;  // EBUSY
 // A request of the daemon's own that does not hold what its command needs.
 constexpr int32_t kBadRequest = 22;  // EINVAL
 // kConfirm when no change waits for confirmation.

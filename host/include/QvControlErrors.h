@@ -16,6 +16,9 @@ inline const char* CodeMeaningOf(int32_t code) {
     if (code == kPeerRefused) {
         return "permission denied: only root or the daemon's own user may use qvfwd";
     }
+    if (code == kDaemonBusy) {
+        return "qvfwd is serving as many clients as it may; try again once some have finished";
+    }
     if (code == kBadRequest) {
         return "qvfwd could not read the request";
     }

@@ -23,6 +23,23 @@ std::string HowToStart() {
            "point --control (or $QV_CONTROL_SOCKET) at its socket";
 }
 
+// The user of the process that listens on a connected Unix socket: Linux tells it through
+// SO_PEERCRED (the credentials at listen()), macOS and the BSDs through getpeereid.
+bool ListenerUid(int fd, uid_t* uid) {
+#if defined(SO_PEERCRED)
+    struct ucred credentials {};
+    socklen_t length = sizeof credentials;
+    if (getsockopt(fd, SOL_SOCKET, SO_PEERCRED, &credentials, &length) != 0) {
+        return false;
+    }
+    *uid = credentials.uid;
+    return true;
+#else
+    gid_t gid;
+    return getpeereid(fd, uid, &gid) == 0;
+#endif
+}
+
 }  // namespace
 
 ControlClient::~ControlClient() {
@@ -44,7 +61,7 @@ bool ControlClient::Connect() {
     memcpy(address.sun_path, m_path.c_str(), m_path.size() + 1);
     m_fd = QvUnixStreamSocket();
     if (m_fd >= 0 && connect(m_fd, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0) {
-        return true;
+        return ListenerTrusted();
     }
     int reason = errno;
     if (m_fd >= 0) {
@@ -58,6 +75,23 @@ bool ControlClient::Connect() {
         m_error = "qvfwd is not running (nothing answers on " + m_path + ": " + strerror(reason) +
                   "); " + HowToStart();
     }
+    return false;
+}
+
+// Rules and their answers are for qvfwd alone: a socket that some other user serves (one
+// put in qvfwd's place) gets no request.
+bool ControlClient::ListenerTrusted() {
+    uid_t listener = 0;
+    const bool known = ListenerUid(m_fd, &listener);
+    if (known && (listener == 0 || listener == geteuid())) {
+        return true;
+    }
+    close(m_fd);
+    m_fd = -1;
+    m_error = known ? "refusing to talk to " + m_path + ": it is served by uid " +
+                          std::to_string(listener) + ", neither root nor you (uid " +
+                          std::to_string(geteuid()) + "), so it is not a qvfwd to trust"
+                    : "refusing to talk to " + m_path + ": the system does not say who serves it";
     return false;
 }
 

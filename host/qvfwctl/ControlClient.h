@@ -1,5 +1,6 @@
 // qvfwctl's connection to qvfwd's control socket: calls (one request, one reply) and the
-// event stream. Connects on first use and keeps the connection for later calls.
+// event stream. Connects on first use and keeps the connection for later calls; talks
+// only to a socket that root or its own user serves.
 #pragma once
 
 #include <stdint.h>
@@ -32,6 +33,8 @@ public:
 
 private:
     bool Connect();
+    // False (and the connection closed) unless root or this user serves the socket.
+    bool ListenerTrusted();
 
     std::string m_path;
     int m_fd = -1;

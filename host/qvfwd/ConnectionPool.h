@@ -1,35 +1,48 @@
-// One thread per accepted connection. Finished threads are joined whenever a new one is
-// added; JoinAll() waits for the rest, after the caller has raised the stop signal that
-// their sessions wait on.
+// One thread per accepted connection, at most `limit` at a time. Finished threads are
+// joined whenever a new one is added; JoinAll() waits for the rest, after the caller has
+// raised the stop signal that their sessions wait on.
 #pragma once
+
+#include <stddef.h>
 
 #include <atomic>
 #include <functional>
 #include <list>
 #include <memory>
 #include <mutex>
-#include <thread>
+
+#include "WorkerThread.h"
 
 namespace qvfwd {
 
 class ConnectionPool {
 public:
-    ConnectionPool() = default;
+    enum class Admission {
+        kServed,    // a thread serves it and will close it
+        kFull,      // `limit` connections are being served already
+        kNoThread,  // the system would not make another thread
+    };
+
+    explicit ConnectionPool(size_t limit) : m_limit(limit) {}
     ~ConnectionPool() { JoinAll(); }
     ConnectionPool(const ConnectionPool&) = delete;
     ConnectionPool& operator=(const ConnectionPool&) = delete;
 
     // Runs `session(fd)` on a new thread, which closes `fd` when the session returns.
-    void Serve(int fd, std::function<void(int)> session);
+    // Unless kServed, `fd` is still the caller's (and `*error` is pthread_create's errno
+    // value for kNoThread).
+    Admission Serve(int fd, std::function<void(int)> session, int* error = nullptr);
     void JoinAll();
+    size_t limit() const { return m_limit; }
 
 private:
     struct Worker {
-        std::thread thread;
+        std::unique_ptr<WorkerThread> thread;
         std::shared_ptr<std::atomic<bool>> done;
     };
     void JoinFinished();
 
+    const size_t m_limit;
     std::mutex m_mutex;
     std::list<Worker> m_workers;
 };

@@ -8,6 +8,7 @@
 #include "QvControl.h"
 #include "QvFirewall.h"
 #include "QvFrame.h"
+#include "StalledFrame.h"
 
 namespace qvfwd {
 
@@ -98,9 +99,11 @@ const ControlSession::Route ControlSession::kRoutes[] = {
 };
 
 void ControlSession::operator()(int fd) const {
-    qvctl::FrameChannel channel(fd, m_services.stop.fd());
+    qvctl::FrameChannel channel(fd, m_services.stop.fd(), -1, ipc::kMaxPayload,
+                                m_services.frameTimeoutMs);
     qvctl::Frame request;
-    while (channel.Read(&request) == qvctl::FrameStatus::kOk) {
+    qvctl::FrameStatus status;
+    while ((status = channel.Read(&request)) == qvctl::FrameStatus::kOk) {
         const Route* route = nullptr;
         for (const Route& candidate : kRoutes) {
             if (candidate.command == request.head) {
@@ -112,6 +115,9 @@ void ControlSession::operator()(int fd) const {
         if (!goOn) {
             return;
         }
+    }
+    if (status == qvctl::FrameStatus::kStalled) {
+        m_services.log(StalledFrameLine("control socket", fd, m_services.frameTimeoutMs));
     }
 }
 

@@ -1,6 +1,7 @@
 // One client of the control socket: reads requests until the client hangs up, sends the
 // daemon's own commands (QvControl.h) to their handlers in an explicit table and every
-// other number to the plug-in. Every change is made under TimedChanges' gate and leaves
+// other number to the plug-in. A frame that stalls half-way closes the connection with a
+// log line. Every change is made under TimedChanges' gate and leaves
 // a change record (ChangeAudit).
 #pragma once
 
@@ -35,6 +36,8 @@ struct ControlServices {
     ChangeAudit& audit;
     TimedChanges& timed;
     std::function<void()> changed;  // wakes the housekeeper: metrics at once
+    int frameTimeoutMs;             // a frame begun that brings no byte for this long is dropped
+    std::function<void(const std::string&)> log;
 };
 
 class ControlSession {

@@ -174,7 +174,9 @@ std::string Daemon::MetricsText() const {
 
 bool Daemon::ClaimSockets() {
     std::string error;
-    if (m_control.Claim(m_options.controlSocket, &error) != 0 ||
+    // Whoever may write the control socket's directory could put a socket of their own
+    // in its place for qvfwctl to talk to.
+    if (m_control.Claim(m_options.controlSocket, &error, ListeningSocket::kPrivateDirectory) != 0 ||
         m_service.Claim(m_options.serviceSocket, &error) != 0) {
         Log("cannot start: " + error);
         return false;
@@ -247,9 +249,15 @@ int Daemon::Run() {
     }
     // The plug-in's own calls to the host service go to the socket served here.
     setenv("QV_IPC_SOCKET", m_service.path().c_str(), 1);
+    const int frameTimeoutMs = static_cast<int>(m_options.frameTimeoutSeconds * 1000);
     Acceptor service(m_service.fd(), m_serviceStop, m_serviceClients,
-                     ServiceSession(m_events, *m_journal, m_serviceStop));
-    service.Start();
+                     ServiceSession(m_events, *m_journal, m_serviceStop, frameTimeoutMs, Log), Log,
+                     "host service socket " + m_service.path());
+    std::string error;
+    if (!service.Start(&error)) {
+        Log("cannot start: " + error);
+        return 1;
+    }
     int status = 1;
     if (IpfwAnswers() && StartPlugin() && LoadDeadlines()) {
         ControlServices services{
@@ -266,31 +274,37 @@ int Daemon::Run() {
             m_metrics,
             *m_audit,
             *m_timed,
-            [this] { m_housekeeper->Poke(); }};
-        Acceptor control(m_control.fd(), m_controlStop, m_controlClients, ControlSession(services));
-        control.Start();
-        m_housekeeper->Start();
-        Log("started: pid " + std::to_string(getpid()) + ", plug-in " +
-            std::to_string(m_plugin.id()) + " from " + m_plugin.path() + ", control " +
-            m_control.path() + ", host service " + m_service.path());
-        if (!m_serviceManager.Send("READY=1")) {
-            Log("cannot tell the service manager that the firewall is up");
-        }
-        int received = WaitForStopSignal(stopSignals, [this] {
-            if (m_eventsFile) {
-                Log("SIGHUP: reopening the events file " + m_eventsFile->path());
-                m_eventsFile->Reopen();
+            [this] { m_housekeeper->Poke(); },
+            frameTimeoutMs,
+            Log};
+        Acceptor control(m_control.fd(), m_controlStop, m_controlClients, ControlSession(services),
+                         Log, "control socket " + m_control.path());
+        if (!control.Start(&error)) {
+            Log("cannot start: " + error);
+        } else {
+            m_housekeeper->Start();
+            Log("started: pid " + std::to_string(getpid()) + ", plug-in " +
+                std::to_string(m_plugin.id()) + " from " + m_plugin.path() + ", control " +
+                m_control.path() + ", host service " + m_service.path());
+            if (!m_serviceManager.Send("READY=1")) {
+                Log("cannot tell the service manager that the firewall is up");
             }
-        });
-        Log(std::string("stopping on ") + (received == SIGINT ? "SIGINT" : "SIGTERM"));
-        (void)m_serviceManager.Send("STOPPING=1");
-        m_controlStop.Raise();
-        m_events.Stop();
-        m_records.Stop();
-        control.Join();
-        m_controlClients.JoinAll();
-        m_housekeeper->Stop();
-        status = 0;
+            int received = WaitForStopSignal(stopSignals, [this] {
+                if (m_eventsFile) {
+                    Log("SIGHUP: reopening the events file " + m_eventsFile->path());
+                    m_eventsFile->Reopen();
+                }
+            });
+            Log(std::string("stopping on ") + (received == SIGINT ? "SIGINT" : "SIGTERM"));
+            (void)m_serviceManager.Send("STOPPING=1");
+            m_controlStop.Raise();
+            m_events.Stop();
+            m_records.Stop();
+            control.Join();
+            m_controlClients.JoinAll();
+            m_housekeeper->Stop();
+            status = 0;
+        }
     }
     m_plugin.Finalize();
     g_callbackEvents = nullptr;

@@ -66,8 +66,8 @@ private:
     // finalized; the host service stays up until then for the plug-in's last events.
     StopSignal m_controlStop;
     StopSignal m_serviceStop;
-    ConnectionPool m_controlClients;
-    ConnectionPool m_serviceClients;
+    ConnectionPool m_controlClients{static_cast<size_t>(m_options.maxClients)};
+    ConnectionPool m_serviceClients{static_cast<size_t>(m_options.maxClients)};
     EventHub m_events{kKeptEvents};
     EventHub m_records{kKeptEvents};
     PluginLibrary m_plugin;

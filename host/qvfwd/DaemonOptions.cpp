@@ -14,28 +14,46 @@ struct ValueOption {
 };
 
 constexpr ValueOption kValueOptions[] = {
-    {"--plugin", &DaemonOptions::pluginPath},        {"--control", &DaemonOptions::controlSocket},
-    {"--service", &DaemonOptions::serviceSocket},    {"--events-file", &DaemonOptions::eventsFile},
-    {"--metrics-file", &DaemonOptions::metricsFile}, {"--state-dir", &DaemonOptions::stateDir},
+    {"--plugin", &DaemonOptions::pluginPath},
+    {"--control", &DaemonOptions::controlSocket},
+    {"--service", &DaemonOptions::serviceSocket},
+    {"--events-file", &DaemonOptions::eventsFile},
+    {"--metrics-file", &DaemonOptions::metricsFile},
+    {"--state-dir", &DaemonOptions::stateDir},
     {"--event-rate", &DaemonOptions::eventRate},
+    {"--max-clients", &DaemonOptions::maxClientsText},
+    {"--frame-timeout", &DaemonOptions::frameTimeoutText},
 };
 
-// The largest --event-rate: beyond it a limit would limit nothing.
-constexpr long kMostEventRate = 1000000;
-
-bool ReadEventRate(DaemonOptions* options, std::string* error) {
-    const std::string& text = options->eventRate;
+// A whole number from `least` to `most` in `text` (left as it is when empty).
+bool ReadCount(const char* name, const std::string& text, long least, long most, const char* unit,
+               long* value, std::string* error) {
     if (text.empty()) {
         return true;
     }
     if (text.size() > 7 || text.find_first_not_of("0123456789") != std::string::npos ||
-        std::stol(text) > kMostEventRate) {
-        *error = "--event-rate needs a number of records from 0 to " +
-                 std::to_string(kMostEventRate) + ", not '" + text + "'";
+        std::stol(text) < least || std::stol(text) > most) {
+        *error = std::string(name) + " needs a number of " + unit + " from " +
+                 std::to_string(least) + " to " + std::to_string(most) + ", not '" + text + "'";
         return false;
     }
-    options->eventRateLimit = std::stol(text);
+    *value = std::stol(text);
     return true;
+}
+
+// The largest --event-rate: beyond it a limit would limit nothing.
+constexpr long kMostEventRate = 1000000;
+// A thread per client: beyond this many a host runs out of threads before qvfwd does.
+constexpr long kMostClients = 65536;
+constexpr long kMostFrameTimeout = 3600;
+
+bool ReadNumbers(DaemonOptions* options, std::string* error) {
+    return ReadCount("--event-rate", options->eventRate, 0, kMostEventRate, "records",
+                     &options->eventRateLimit, error) &&
+           ReadCount("--max-clients", options->maxClientsText, 1, kMostClients, "clients",
+                     &options->maxClients, error) &&
+           ReadCount("--frame-timeout", options->frameTimeoutText, 1, kMostFrameTimeout, "seconds",
+                     &options->frameTimeoutSeconds, error);
 }
 
 // "--name value" or "--name=value"; true when `argument` is this option.
@@ -63,7 +81,8 @@ bool TakeValue(const ValueOption& option, const std::vector<std::string>& argume
 std::string DaemonUsage() {
     return "usage: qvfwd [--plugin PATH] [--control SOCKET] [--service SOCKET]\n"
            "             [--events-file PATH] [--metrics-file PATH] [--state-dir DIR]\n"
-           "             [--event-rate N] [--foreground]\n"
+           "             [--event-rate N] [--max-clients N] [--frame-timeout SECONDS]\n"
+           "             [--foreground]\n"
            "\n"
            "Loads the firewall plug-in and serves it to qvfwctl on the control socket, and\n"
            "plays the host service that the plug-in reports its events to. Runs in the\n"
@@ -88,6 +107,11 @@ std::string DaemonUsage() {
            "                    changes are kept (default: the configuration's directory)\n"
            "  --event-rate N    at most N packet records per rule and second for watchers\n"
            "                    and the events file; the rest are counted (default 0: all)\n"
+           "  --max-clients N   serve at most N clients at once on each socket; one more\n"
+           "                    is answered 16 (busy) and closed (default 1024)\n"
+           "  --frame-timeout SECONDS  close a connection whose frame, once begun, brings no\n"
+           "                    byte for that long (default 10); between frames a client\n"
+           "                    may wait as long as it likes\n"
            "  --foreground      stay in the foreground (the default and only mode)\n"
            "\n"
            "The plug-in reads QvFw.conf.plist from $QV_CONF_DIR (default\n"
@@ -122,7 +146,7 @@ bool ParseDaemonOptions(const std::vector<std::string>& arguments,
             *error = "unknown option " + argument;
         }
     }
-    return error->empty() && ReadEventRate(options, error);
+    return error->empty() && ReadNumbers(options, error);
 }
 
 }  // namespace qvfwd

@@ -15,6 +15,10 @@ struct DaemonOptions {
     std::string stateDir;       // deadlines; empty: the configuration's directory
     std::string eventRate;      // packet records per rule and second; "0": no limit
     long eventRateLimit = 0;
+    std::string maxClientsText;  // connections served at once on each socket
+    long maxClients = 1024;
+    std::string frameTimeoutText;  // seconds a frame begun may go without a byte
+    long frameTimeoutSeconds = 10;
     bool showHelp = false;
 };
 

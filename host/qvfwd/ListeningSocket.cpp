@@ -3,6 +3,7 @@
 
 #include <errno.h>
 #include <fcntl.h>
+#include <stdio.h>
 #include <string.h>
 #include <sys/file.h>
 #include <sys/socket.h>
@@ -59,12 +60,37 @@ ListeningSocket::~ListeningSocket() {
     }
 }
 
-int ListeningSocket::Claim(const std::string& path, std::string* error) {
+int ListeningSocket::Claim(const std::string& path, std::string* error, DirectoryRule rule) {
     m_path = path;
     std::error_code ignored;
     std::filesystem::create_directories(std::filesystem::path(path).parent_path(), ignored);
-    int code = Lock(error);
+    int code = rule == kPrivateDirectory ? CheckDirectory(error) : 0;
+    code = code != 0 ? code : Lock(error);
     return code != 0 ? code : Bind(error);
+}
+
+int ListeningSocket::CheckDirectory(std::string* error) const {
+    std::string directory = std::filesystem::path(m_path).parent_path().string();
+    directory = directory.empty() ? "." : directory;
+    struct stat info {};
+    if (stat(directory.c_str(), &info) != 0) {
+        int code = errno;
+        *error =
+            "cannot look at the directory " + directory + " of " + m_path + ": " + strerror(code);
+        return code;
+    }
+    const bool ownerTrusted = info.st_uid == 0 || info.st_uid == geteuid();
+    if (ownerTrusted && (info.st_mode & (S_IWGRP | S_IWOTH)) == 0) {
+        return 0;
+    }
+    char mode[8];
+    snprintf(mode, sizeof mode, "%04o", static_cast<unsigned>(info.st_mode & 07777));
+    *error = "the directory " + directory + " of " + m_path + " belongs to uid " +
+             std::to_string(info.st_uid) + " with mode " + mode +
+             "; it must belong to root or uid " + std::to_string(geteuid()) +
+             " and be writable by no one else (chown and chmod go-w it, or choose another "
+             "--control)";
+    return EPERM;
 }
 
 int ListeningSocket::Lock(std::string* error) {

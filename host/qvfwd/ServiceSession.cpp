@@ -3,6 +3,8 @@
 #include "FrameChannel.h"
 #include "QvControl.h"
 #include "QvFirewall.h"
+#include "QvFrame.h"
+#include "StalledFrame.h"
 
 namespace qvfwd {
 
@@ -13,9 +15,10 @@ constexpr int32_t kUnknownCommand = 20002;
 }  // namespace
 
 void ServiceSession::operator()(int fd) const {
-    qvctl::FrameChannel channel(fd, m_stop.fd());
+    qvctl::FrameChannel channel(fd, m_stop.fd(), -1, ipc::kMaxPayload, m_frameTimeoutMs);
     qvctl::Frame request;
-    while (channel.Read(&request) == qvctl::FrameStatus::kOk) {
+    qvctl::FrameStatus status;
+    while ((status = channel.Read(&request)) == qvctl::FrameStatus::kOk) {
         int32_t code = 0;
         if (request.head == QV_IPC_FW_EVENT) {
             m_journal.OnEvent(request.payload);
@@ -26,6 +29,9 @@ void ServiceSession::operator()(int fd) const {
         if (!channel.Write(static_cast<uint32_t>(code), "", 0)) {
             return;
         }
+    }
+    if (status == qvctl::FrameStatus::kStalled) {
+        m_log(StalledFrameLine("host service socket", fd, m_frameTimeoutMs));
     }
 }
 

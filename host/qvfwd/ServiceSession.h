@@ -4,6 +4,9 @@
 // (its JSON record), before it is kept.
 #pragma once
 
+#include <functional>
+#include <string>
+
 #include "EventHub.h"
 #include "EventJournal.h"
 #include "StopSignal.h"
@@ -12,16 +15,27 @@ namespace qvfwd {
 
 class ServiceSession {
 public:
-    ServiceSession(EventHub& events, EventJournal& journal, const StopSignal& stop)
-        : m_events(events), m_journal(journal), m_stop(stop) {}
+    using LogLine = std::function<void(const std::string&)>;
 
-    // Serves calls on `fd` until the peer hangs up, a frame is malformed, or stop.
+    // `frameTimeoutMs`: a frame begun that brings no byte for this long closes the
+    // connection, with a line to `log`.
+    ServiceSession(EventHub& events, EventJournal& journal, const StopSignal& stop,
+                   int frameTimeoutMs, LogLine log)
+        : m_events(events),
+          m_journal(journal),
+          m_stop(stop),
+          m_frameTimeoutMs(frameTimeoutMs),
+          m_log(std::move(log)) {}
+
+    // Serves calls on `fd` until the peer hangs up, a frame is malformed or stalls, or stop.
     void operator()(int fd) const;
 
 private:
     EventHub& m_events;
     EventJournal& m_journal;
     const StopSignal& m_stop;
+    int m_frameTimeoutMs;
+    LogLine m_log;
 };
 
 }  // namespace qvfwd

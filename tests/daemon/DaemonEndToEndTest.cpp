@@ -5,19 +5,27 @@
 #include <google/protobuf/util/json_util.h>
 #include <google/protobuf/util/message_differencer.h>
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <chrono>
+#include <filesystem>
+#include <fstream>
+#include <memory>
+#include <sstream>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "DaemonSandbox.h"
 #include "FrameChannel.h"
 #include "IpfwListing.h"
 #include "QvControl.h"
+#include "QvControlErrors.h"
 #include "QvFirewall.h"
 #include "QvFrame.h"
 
@@ -377,6 +385,295 @@ TEST_F(DaemonTest, OneConnectionCarriesManyCallsAndAMalformedFrameClosesOnlyItsO
     EXPECT_EQ(reply.payload, std::string("\x08\x01", 2));  // BoolType{value: true}
     EXPECT_EQ(sandbox.Run("qvfwctl status").exitCode, 0);
     EXPECT_EQ(sandbox.StopDaemon(SIGTERM), 0);
+}
+
+// A number from /proc/PID/status ("Threads", "VmRSS" in KiB); -1 when absent.
+long ProcStatus(pid_t pid, const std::string& key) {
+    std::ifstream status("/proc/" + std::to_string(pid) + "/status");
+    for (std::string line; std::getline(status, line);) {
+        if (line.compare(0, key.size() + 1, key + ":") == 0) {
+            return std::stol(line.substr(key.size() + 1));
+        }
+    }
+    return -1;
+}
+
+// The CPU time the process has used, in clock ticks (utime + stime of /proc/PID/stat).
+long CpuTicks(pid_t pid) {
+    std::string stat = readFile("/proc/" + std::to_string(pid) + "/stat");
+    std::istringstream fields(stat.substr(stat.rfind(')') + 2));
+    std::string field;
+    long ticks = 0;
+    for (int i = 3; fields >> field && i <= 15; ++i) {
+        if (i >= 14) {
+            ticks += std::stol(field);
+        }
+    }
+    return ticks;
+}
+
+// Raises this process's descriptor limit (and so the daemon's, which inherits it) to
+// `wanted`; false when the hard limit does not allow it.
+bool RaiseDescriptorLimit(rlim_t wanted) {
+    struct rlimit limit {};
+    if (getrlimit(RLIMIT_NOFILE, &limit) != 0 || limit.rlim_max < wanted) {
+        return false;
+    }
+    limit.rlim_cur = std::max(limit.rlim_cur, wanted);
+    return setrlimit(RLIMIT_NOFILE, &limit) == 0;
+}
+
+size_t Occurrences(const std::string& text, const std::string& part) {
+    size_t count = 0;
+    for (size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + 1)) {
+        ++count;
+    }
+    return count;
+}
+
+double Seconds(std::chrono::steady_clock::time_point start) {
+    return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+}
+
+using Clients = std::vector<std::unique_ptr<RawClient>>;
+
+// `count` clients of the control socket, every other one half-way through a frame.
+Clients HoldConnections(const DaemonSandbox& sandbox, int count) {
+    Clients clients;
+    for (int i = 0; i < count; ++i) {
+        clients.push_back(std::make_unique<RawClient>(sandbox.controlSocket()));
+        EXPECT_TRUE(clients.back()->connected()) << "client " << i;
+        if (i % 2 == 1) {
+            clients.back()->Send(QV_CMD_ADD_RULE, 1000, std::string(500, 'h'));
+        }
+    }
+    return clients;
+}
+
+class DaemonLoadTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        if (!RaiseDescriptorLimit(4096)) {
+            GTEST_SKIP() << "the hard limit of descriptors is below 4096";
+        }
+    }
+    void Start(const std::string& arguments = "") {
+        ASSERT_TRUE(sandbox.StartDaemon(arguments)) << sandbox.daemonLog();
+        threads = ProcStatus(sandbox.daemonPid(), "Threads");
+    }
+    // Waits until the daemon runs a session thread for `sessions` more clients.
+    bool Served(long sessions) {
+        return WaitFor(
+            [&] { return ProcStatus(sandbox.daemonPid(), "Threads") >= threads + sessions; }, 30);
+    }
+
+    DaemonSandbox sandbox;
+    long threads = 0;
+};
+
+TEST_F(DaemonLoadTest, StatusAnswersWithinASecondWhileSixHundredClientsHoldConnectionsOpen) {
+    Start();
+    Clients clients = HoldConnections(sandbox, 600);
+    ASSERT_TRUE(Served(600)) << ProcStatus(sandbox.daemonPid(), "Threads") - threads;
+
+    const auto start = std::chrono::steady_clock::now();
+    RunResult status = sandbox.Run("qvfwctl status");
+    const double took = Seconds(start);
+    EXPECT_EQ(status.exitCode, 0) << status.err;
+    EXPECT_LT(took, 1.0);
+    RecordProperty("status_ms", std::to_string(static_cast<int>(took * 1000)));
+    std::printf("qvfwctl status beside 600 held connections: %.0f ms\n", took * 1000);
+
+    // Every one of them is served, not parked: the first and the last idle client ask too.
+    for (size_t i : {size_t(0), clients.size() - 2}) {
+        qvctl::Frame reply;
+        clients[i]->Send(qvctl::kStatus, 0, "");
+        ASSERT_TRUE(clients[i]->Receive(&reply)) << "client " << i;
+        EXPECT_EQ(reply.head, 0u);
+    }
+    EXPECT_EQ(sandbox.daemonLog().find("refusing clients"), std::string::npos);
+    EXPECT_EQ(sandbox.StopDaemon(SIGTERM), 0);
+}
+
+TEST_F(DaemonLoadTest, ClientsThatAnnounceTheLargestFrameAndSendLittleCostLittleMemory) {
+    Start();
+    const long before = ProcStatus(sandbox.daemonPid(), "VmRSS");
+    Clients clients;
+    for (int i = 0; i < 64; ++i) {
+        clients.push_back(std::make_unique<RawClient>(sandbox.controlSocket()));
+        ASSERT_TRUE(clients.back()->connected());
+        clients.back()->Send(QV_CMD_ADD_RULE, ipc::kMaxPayload, std::string(4096, 'm'));
+    }
+    ASSERT_TRUE(Served(64));
+    // The sessions are in their reads by now; a moment more for any allocation to land.
+    std::this_thread::sleep_for(std::chrono::milliseconds(500));
+    const long grown = ProcStatus(sandbox.daemonPid(), "VmRSS") - before;
+    RecordProperty("rss_growth_kib", std::to_string(grown));
+    std::printf("VmRSS growth with 64 announced 16 MiB frames: %ld KiB\n", grown);
+    EXPECT_LT(grown, 64 * 1024) << "KiB";
+    EXPECT_EQ(sandbox.Run("qvfwctl status").exitCode, 0);
+}
+
+TEST_F(DaemonLoadTest, AFrameThatStallsHalfWayIsDroppedWithALogLineAndAnIdleClientIsNot) {
+    Start("--frame-timeout 1");
+    RawClient idle(sandbox.controlSocket());
+    RawClient stalled(sandbox.controlSocket());
+    RawClient service(sandbox.file("run/host.sock"));
+    ASSERT_TRUE(idle.connected() && stalled.connected() && service.connected());
+    const auto start = std::chrono::steady_clock::now();
+    stalled.Send(QV_CMD_ADD_RULE, 100, "half");
+    service.Send(QV_IPC_FW_EVENT, 100, "half");
+    qvctl::Frame reply;
+    EXPECT_FALSE(stalled.Receive(&reply)) << "the daemon answered a frame it never had whole";
+    EXPECT_FALSE(service.Receive(&reply));
+    EXPECT_GE(Seconds(start), 0.9);
+    EXPECT_LT(Seconds(start), 5.0) << "the 1 s stall limit was not kept";
+    const std::string log = sandbox.daemonLog();
+    EXPECT_NE(log.find("closed a client of the control socket (uid " + std::to_string(geteuid())),
+              std::string::npos)
+        << log;
+    EXPECT_NE(log.find("closed a client of the host service socket"), std::string::npos) << log;
+    EXPECT_EQ(Occurrences(log, "its frame brought no byte for 1 s"), 2u) << log;
+
+    // The client that sent nothing at all waited longer than the limit and is still served.
+    idle.Send(qvctl::kStatus, 0, "");
+    ASSERT_TRUE(idle.Receive(&reply));
+    EXPECT_EQ(reply.head, 0u);
+}
+
+TEST_F(DaemonLoadTest, AClientOverTheCapIsAnsweredBusyAndTheNextOneAfterAHangUpIsServed) {
+    Start("--max-clients 3");
+    Clients clients = HoldConnections(sandbox, 3);
+    ASSERT_TRUE(Served(3));
+
+    RawClient over(sandbox.controlSocket());
+    qvctl::Frame reply;
+    ASSERT_TRUE(over.Receive(&reply)) << "refused without a word";
+    EXPECT_EQ(static_cast<int32_t>(reply.head), qvctl::kDaemonBusy);
+    EXPECT_NE(reply.payload.find("already serves 3 clients on its control socket"),
+              std::string::npos)
+        << reply.payload;
+    RunResult status = sandbox.Run("qvfwctl status");
+    EXPECT_NE(status.exitCode, 0);
+    EXPECT_NE(status.err.find(qvctl::DescribeCode(qvctl::kDaemonBusy)), std::string::npos)
+        << status.err;
+    // Two refusals in a row, one line.
+    EXPECT_EQ(Occurrences(sandbox.daemonLog(), "refusing clients"), 1u) << sandbox.daemonLog();
+
+    clients.pop_back();
+    EXPECT_TRUE(WaitFor([&] { return sandbox.Run("qvfwctl status").exitCode == 0; }, 20));
+}
+
+TEST_F(DaemonLoadTest, OutOfDescriptorsTheAcceptLoopRestsInsteadOfSpinningAndRecovers) {
+    Start();
+    const pid_t daemon = sandbox.daemonPid();
+    struct rlimit normal {};
+    ASSERT_EQ(prlimit(daemon, RLIMIT_NOFILE, nullptr, &normal), 0);
+    // Room for two more connections, then every accept fails with EMFILE.
+    size_t open = 0;
+    for (const auto& entry :
+         std::filesystem::directory_iterator("/proc/" + std::to_string(daemon) + "/fd")) {
+        (void)entry;
+        ++open;
+    }
+    struct rlimit tight {};
+    tight.rlim_cur = open + 2;
+    tight.rlim_max = normal.rlim_max;
+    ASSERT_EQ(prlimit(daemon, RLIMIT_NOFILE, &tight, nullptr), 0);
+    Clients clients = HoldConnections(sandbox, 8);
+    ASSERT_TRUE(WaitFor(
+        [&] {
+            return sandbox.daemonLog().find("cannot accept on the control socket") !=
+                   std::string::npos;
+        },
+        20))
+        << sandbox.daemonLog();
+
+    const long ticksBefore = CpuTicks(daemon);
+    std::this_thread::sleep_for(std::chrono::seconds(1));
+    const long used = CpuTicks(daemon) - ticksBefore;
+    EXPECT_LT(used, sysconf(_SC_CLK_TCK) / 5)
+        << "ticks of CPU in one second while out of descriptors";
+    EXPECT_EQ(Occurrences(sandbox.daemonLog(), "cannot accept on the control socket"), 1u);
+
+    ASSERT_EQ(prlimit(daemon, RLIMIT_NOFILE, &normal, nullptr), 0);
+    clients.clear();
+    EXPECT_TRUE(WaitFor([&] { return sandbox.Run("qvfwctl status").exitCode == 0; }, 20));
+    EXPECT_NE(sandbox.daemonLog().find("accepting again on the control socket"), std::string::npos);
+}
+
+TEST(DaemonStartTest, AControlSocketDirectoryOthersMayWriteOrOwnIsRefusedAtStart) {
+    DaemonSandbox sandbox;
+    const std::string shared = sandbox.file("shared");
+    std::filesystem::create_directories(shared);
+    ASSERT_EQ(chmod(shared.c_str(), 0777), 0);
+    pid_t daemon = sandbox.SpawnDaemon("--control " + shared + "/qvfw.sock", sandbox.file("a.log"));
+    EXPECT_EQ(DaemonSandbox::WaitExit(daemon, 30), 1);
+    std::string log = readFile(sandbox.file("a.log"));
+    EXPECT_NE(log.find("cannot start: the directory " + shared + " of " + shared +
+                       "/qvfw.sock belongs to uid " + std::to_string(geteuid()) +
+                       " with mode 0777; it must belong to root or uid"),
+              std::string::npos)
+        << log;
+    EXPECT_FALSE(std::filesystem::exists(shared + "/qvfw.sock"));
+
+    if (geteuid() == 0) {
+        ASSERT_EQ(chmod(shared.c_str(), 0755), 0);
+        ASSERT_EQ(chown(shared.c_str(), 65534, 65534), 0);
+        daemon = sandbox.SpawnDaemon("--control " + shared + "/qvfw.sock", sandbox.file("b.log"));
+        EXPECT_EQ(DaemonSandbox::WaitExit(daemon, 30), 1);
+        log = readFile(sandbox.file("b.log"));
+        EXPECT_NE(log.find("belongs to uid 65534 with mode 0755"), std::string::npos) << log;
+    }
+    // The same directory made private is accepted.
+    ASSERT_EQ(chown(shared.c_str(), geteuid(), getegid()), 0);
+    ASSERT_EQ(chmod(shared.c_str(), 0755), 0);
+    sandbox.SetEnv("QV_CONTROL_SOCKET", shared + "/qvfw.sock");
+    ASSERT_TRUE(sandbox.StartDaemon("--control " + shared + "/qvfw.sock")) << sandbox.daemonLog();
+}
+
+// A listener of another user where qvfwd's socket should be: qvfwctl says so and sends
+// it nothing. The impostor's exit status: 0 when it got no byte, 1 when it got some.
+TEST(DaemonStartTest, QvfwctlRefusesASocketServedByAnotherUser) {
+    if (geteuid() != 0) {
+        GTEST_SKIP() << "needs root to listen as another user";
+    }
+    DaemonSandbox sandbox;
+    const std::string dir = sandbox.file("impostor");
+    std::filesystem::create_directories(dir);
+    ASSERT_EQ(chown(dir.c_str(), 65534, 65534), 0);
+    ASSERT_EQ(chmod(sandbox.file("").c_str(), 0755), 0);
+    const std::string path = dir + "/qvfw.sock";
+    int ready[2];
+    ASSERT_EQ(pipe(ready), 0);
+    pid_t impostor = fork();
+    if (impostor == 0) {
+        if (setgid(65534) != 0 || setuid(65534) != 0) {
+            _exit(3);
+        }
+        int listener = socket(AF_UNIX, SOCK_STREAM, 0);
+        sockaddr_un address{};
+        address.sun_family = AF_UNIX;
+        snprintf(address.sun_path, sizeof address.sun_path, "%s", path.c_str());
+        if (bind(listener, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0 ||
+            listen(listener, 4) != 0) {
+            _exit(3);
+        }
+        (void)!write(ready[1], "r", 1);
+        int client = accept(listener, nullptr, nullptr);
+        char byte;
+        _exit(client >= 0 && recv(client, &byte, 1, 0) == 0 ? 0 : 1);
+    }
+    close(ready[1]);
+    char byte;
+    ASSERT_EQ(read(ready[0], &byte, 1), 1) << "the impostor could not listen";
+    close(ready[0]);
+    RunResult status = sandbox.Run("qvfwctl --control " + path + " status");
+    EXPECT_EQ(status.exitCode, 3);
+    EXPECT_NE(status.err.find("refusing to talk to " + path + ": it is served by uid 65534"),
+              std::string::npos)
+        << status.err;
+    EXPECT_EQ(DaemonSandbox::WaitExit(impostor, 10), 0) << "the impostor was sent a request";
 }
 
 // In a child that has become `uid`: connects and asks for the status. The exit status

@@ -49,6 +49,35 @@ TEST(DaemonOptionsTest, SocketsComeFromOptionsThenTheEnvironmentThenTheDefaults)
     }
 }
 
+TEST(DaemonOptionsTest, ClientCapAndFrameTimeoutAreWholeNumbersWithinTheirBounds) {
+    qvfwd::DaemonOptions defaults;
+    std::string error;
+    ASSERT_TRUE(qvfwd::ParseDaemonOptions({}, {}, &defaults, &error));
+    EXPECT_EQ(defaults.maxClients, 1024);
+    EXPECT_EQ(defaults.frameTimeoutSeconds, 10);
+
+    qvfwd::DaemonOptions set;
+    ASSERT_TRUE(qvfwd::ParseDaemonOptions({"--max-clients=65536", "--frame-timeout", "1"}, {}, &set,
+                                          &error))
+        << error;
+    EXPECT_EQ(set.maxClients, 65536);
+    EXPECT_EQ(set.frameTimeoutSeconds, 1);
+
+    for (const std::vector<std::string>& wrong :
+         {std::vector<std::string>{"--max-clients", "0"},
+          std::vector<std::string>{"--max-clients", "65537"},
+          std::vector<std::string>{"--max-clients", "-5"},
+          std::vector<std::string>{"--frame-timeout", "0"},
+          std::vector<std::string>{"--frame-timeout", "3601"},
+          std::vector<std::string>{"--frame-timeout", "1.5"}}) {
+        qvfwd::DaemonOptions refused;
+        std::string reason;
+        EXPECT_FALSE(qvfwd::ParseDaemonOptions(wrong, {}, &refused, &reason)) << wrong[1];
+        EXPECT_NE(reason.find(wrong[0] + " needs a number"), std::string::npos) << reason;
+        EXPECT_NE(reason.find("'" + wrong[1] + "'"), std::string::npos) << reason;
+    }
+}
+
 TEST(DaemonStatusTest, TheRecordReadsBackFieldForFieldAndSkipsUnknownKeys) {
     qvctl::DaemonStatus status;
     status.pid = 42;
