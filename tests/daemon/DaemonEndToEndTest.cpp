@@ -602,6 +602,34 @@ TEST_F(DaemonLoadTest, OutOfDescriptorsTheAcceptLoopRestsInsteadOfSpinningAndRec
     EXPECT_NE(sandbox.daemonLog().find("accepting again on the control socket"), std::string::npos);
 }
 
+// A session thread needs address space for its stack; with the daemon's address space
+// capped just above what it uses the system makes no thread, and the client is refused
+// while the daemon lives on.
+TEST_F(DaemonLoadTest, AClientNoThreadCanBeMadeForIsRefusedAndTheDaemonLivesOn) {
+    Start();
+    // The stacks of finished threads are kept for new ones; these clients use them up.
+    Clients held = HoldConnections(sandbox, 8);
+    ASSERT_TRUE(Served(8));
+    const pid_t daemon = sandbox.daemonPid();
+    struct rlimit normal {};
+    ASSERT_EQ(prlimit(daemon, RLIMIT_AS, nullptr, &normal), 0);
+    struct rlimit capped = normal;
+    capped.rlim_cur = static_cast<rlim_t>(ProcStatus(daemon, "VmSize") + 1024) * 1024;
+    ASSERT_EQ(prlimit(daemon, RLIMIT_AS, &capped, nullptr), 0);
+
+    RawClient refused(sandbox.controlSocket());
+    qvctl::Frame reply;
+    const bool answered = refused.Receive(&reply);
+    ASSERT_EQ(prlimit(daemon, RLIMIT_AS, &normal, nullptr), 0);
+    ASSERT_TRUE(answered) << "refused without a word";
+    EXPECT_EQ(static_cast<int32_t>(reply.head), qvctl::kDaemonBusy);
+    EXPECT_NE(reply.payload.find("cannot make a thread for another client"), std::string::npos)
+        << reply.payload;
+    EXPECT_TRUE(WaitFor([&] { return sandbox.Run("qvfwctl status").exitCode == 0; }, 20))
+        << sandbox.daemonLog();
+    EXPECT_EQ(kill(daemon, 0), 0);
+}
+
 TEST(DaemonStartTest, AControlSocketDirectoryOthersMayWriteOrOwnIsRefusedAtStart) {
     DaemonSandbox sandbox;
     const std::string shared = sandbox.file("shared");
