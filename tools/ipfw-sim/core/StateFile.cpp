@@ -299,8 +299,12 @@ std::vector<std::string_view> StateFile::linesInRange(uint32_t low, uint32_t hig
         found.emplace_back(number, line);
         return true;
     });
-    std::stable_sort(found.begin(), found.end(),
-                     [](const auto& a, const auto& b) { return a.first < b.first; });
+    // Lines of the sorted part come in order; only an overflow line can need placing, and
+    // a range of thousands of rules should not pay for a sort it does not need.
+    const auto byNumber = [](const auto& a, const auto& b) { return a.first < b.first; };
+    if (!std::is_sorted(found.begin(), found.end(), byNumber)) {
+        std::stable_sort(found.begin(), found.end(), byNumber);
+    }
     std::vector<std::string_view> lines;
     for (const auto& entry : found) {
         lines.push_back(entry.second);
