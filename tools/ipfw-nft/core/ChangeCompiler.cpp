@@ -21,7 +21,9 @@ std::string statement(const std::string& verb, uint32_t shard, const std::string
 // What a change does to one table that holds rules before and after it. Creations come
 // first and deletions last, so that no jump ever names a chain that is not there.
 struct ShardScript {
-    bool bucketsCameOrWent = false;
+    // The touched buckets that gained their first rule, and those that lost their last.
+    std::vector<uint32_t> came;
+    std::vector<uint32_t> went;
     std::string created;
     std::string rewritten;
     std::string deleted;
@@ -100,7 +102,9 @@ public:
             return Status::success();
         }
         ShardScript& out = shards_[shardOf(bucket)];
-        out.bucketsCameOrWent |= was.empty() != is.empty();
+        if (was.empty() != is.empty()) {
+            (was.empty() ? out.came : out.went).push_back(bucket);
+        }
         Status status;
         for (Pass pass : kPasses) {
             status = bucketScript(pass, bucket, was, is, out);
@@ -129,13 +133,9 @@ public:
                 }
                 created += table;
             } else {
-                // The jumps list the table's buckets: read only when one came or went.
-                const std::vector<uint32_t> was = out.bucketsCameOrWent
-                                                      ? bucketsWithRules(before_, low, high)
-                                                      : std::vector<uint32_t>();
-                const std::vector<uint32_t> is = out.bucketsCameOrWent
-                                                     ? bucketsWithRules(after_, low, high)
-                                                     : std::vector<uint32_t>();
+                std::vector<uint32_t> was;
+                std::vector<uint32_t> is;
+                jumpLists(out, low, high, was, is);
                 for (Pass pass : kPasses) {
                     Status status = updateJumps(
                         kernel_, shard, passChain(pass), was, is,
@@ -154,6 +154,26 @@ public:
     }
 
 private:
+    // The buckets the pass chains jump to before and after, as far as the jumps change:
+    // only the buckets that went, when nothing came (their jumps are deleted); only the
+    // buckets that came, when nothing went and no bucket beyond them held rules (their
+    // jumps are appended); else every bucket of the table, read from both states, which
+    // costs a walk over the table's rules.
+    void jumpLists(ShardScript& out, uint32_t low, uint32_t high, std::vector<uint32_t>& was,
+                   std::vector<uint32_t>& is) const {
+        std::sort(out.came.begin(), out.came.end());
+        std::sort(out.went.begin(), out.went.end());
+        if (out.came.empty()) {
+            was = out.went;
+        } else if (out.went.empty() &&
+                   !before_.holdsRulesIn(out.came.front() * kBucketSpan, high)) {
+            is = out.came;
+        } else {
+            was = bucketsWithRules(before_, low, high);
+            is = bucketsWithRules(after_, low, high);
+        }
+    }
+
     // A bucket that lost rules but kept its runs only loses their lines, found by the
     // number in their comments; one that gained rules after its last gets their lines
     // appended, to its last run or to runs of their own; any other change writes the
