@@ -6,6 +6,7 @@
 #include <sys/un.h>
 #include <unistd.h>
 
+#include "PeerUid.h"
 #include "QvCloseOnExec.h"
 #include "QvControl.h"
 #include "QvControlErrors.h"
@@ -21,23 +22,6 @@ constexpr int kReplyTimeoutMs = 120 * 1000;
 std::string HowToStart() {
     return "start it with scripts/run (from the source tree) or systemctl start qvfwd, or "
            "point --control (or $QV_CONTROL_SOCKET) at its socket";
-}
-
-// The user of the process that listens on a connected Unix socket: Linux tells it through
-// SO_PEERCRED (the credentials at listen()), macOS and the BSDs through getpeereid.
-bool ListenerUid(int fd, uid_t* uid) {
-#if defined(SO_PEERCRED)
-    struct ucred credentials {};
-    socklen_t length = sizeof credentials;
-    if (getsockopt(fd, SOL_SOCKET, SO_PEERCRED, &credentials, &length) != 0) {
-        return false;
-    }
-    *uid = credentials.uid;
-    return true;
-#else
-    gid_t gid;
-    return getpeereid(fd, uid, &gid) == 0;
-#endif
 }
 
 }  // namespace
@@ -82,7 +66,7 @@ bool ControlClient::Connect() {
 // put in qvfwd's place) gets no request.
 bool ControlClient::ListenerTrusted() {
     uid_t listener = 0;
-    const bool known = ListenerUid(m_fd, &listener);
+    const bool known = PeerUid(m_fd, &listener);
     if (known && (listener == 0 || listener == geteuid())) {
         return true;
     }

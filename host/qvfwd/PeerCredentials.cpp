@@ -5,6 +5,8 @@
 
 #include <fstream>
 
+#include "PeerUid.h"
+
 #if defined(__APPLE__)
 #include <libproc.h>
 #include <sys/un.h>
@@ -12,24 +14,9 @@
 
 namespace qvfwd {
 
-bool PeerUid(int fd, uid_t* uid) {
-#if defined(SO_PEERCRED)
-    struct ucred credentials {};
-    socklen_t length = sizeof credentials;
-    if (getsockopt(fd, SOL_SOCKET, SO_PEERCRED, &credentials, &length) != 0) {
-        return false;
-    }
-    *uid = credentials.uid;
-    return true;
-#else
-    gid_t gid;
-    return getpeereid(fd, uid, &gid) == 0;
-#endif
-}
-
 bool PeerMayConnect(int fd) {
     uid_t uid;
-    return PeerUid(fd, &uid) && (uid == 0 || uid == geteuid());
+    return qvctl::PeerUid(fd, &uid) && (uid == 0 || uid == geteuid());
 }
 
 std::string ProgramNameOf(long long pid, const std::string& procRoot) {

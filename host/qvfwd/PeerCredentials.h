@@ -8,9 +8,6 @@
 
 namespace qvfwd {
 
-// False when the kernel cannot tell.
-bool PeerUid(int fd, uid_t* uid);
-
 bool PeerMayConnect(int fd);
 
 // The client of a change, for its record: -1 and "" for what the system does not tell.
