@@ -22,15 +22,6 @@ namespace {
 
 using namespace simtest;
 
-std::vector<std::string> words(const std::string& line) {
-    std::istringstream in(line);
-    std::vector<std::string> result;
-    for (std::string word; in >> word;) {
-        result.push_back(word);
-    }
-    return result;
-}
-
 const std::string kGate19 = "numgen random mod 1 offset 19 @enabled_sets ";
 
 // What allow does in each pass: the mark tells the later tables the packet is through.

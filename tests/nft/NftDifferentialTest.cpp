@@ -111,15 +111,6 @@ private:
     std::mt19937 random_;
 };
 
-std::vector<std::string> words(const std::string& line) {
-    std::istringstream in(line);
-    std::vector<std::string> result;
-    for (std::string word; in >> word;) {
-        result.push_back(word);
-    }
-    return result;
-}
-
 class NftDifferentialTest : public ::testing::Test {
 protected:
     int ipfw(const std::string& line) {

@@ -7,6 +7,7 @@
 #include <ctime>
 #include <initializer_list>
 #include <map>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -18,6 +19,16 @@
 #include "ipfwsim/StateStore.h"
 
 namespace simtest {
+
+// A command line split at blanks, as a shell would pass it to ipfw.
+inline std::vector<std::string> words(const std::string& line) {
+    std::istringstream in(line);
+    std::vector<std::string> result;
+    for (std::string word; in >> word;) {
+        result.push_back(word);
+    }
+    return result;
+}
 
 using namespace ipfwsim;
 
