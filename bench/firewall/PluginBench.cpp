@@ -29,6 +29,7 @@
 
 #include "PluginSession.h"
 #include "QvUtil.h"
+#include "RuleFieldsReader.h"
 #include "RuleGenerator.h"
 #include "SaveFloor.h"
 #include "VelaCommonMsg.pb.h"
@@ -88,7 +89,7 @@ bool runCommand(const std::string& command, unsigned int timeout) {
 std::string ruleText(const FwRule& rule) {
     static const RuleGenerator generator;
     std::string text;
-    generator.CreateRule(rule, text);
+    generator.CreateRule(ReadRuleFields(rule), text);
     return text;
 }
 

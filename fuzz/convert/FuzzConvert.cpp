@@ -12,6 +12,7 @@
 
 #include "FuzzPlist.h"
 #include "FuzzWorld.h"
+#include "RuleFieldsReader.h"
 #include "RuleGenerator.h"
 #include "ShellInert.h"
 #include "VelaFwInternalMsgConvert.h"
@@ -24,7 +25,7 @@ using namespace qor::vela;
 void CheckRuleText(const FwRule& rule) {
     static const RuleGenerator generator;
     std::string text;
-    if (generator.CreateRule(rule, text) == 0 &&
+    if (generator.CreateRule(ReadRuleFields(rule), text) == 0 &&
         qvfuzz::FirstShellActiveChar(text) != std::string::npos) {
         qvfuzz::Fail("stored rule gives rule text the shell acts on", text);
     }

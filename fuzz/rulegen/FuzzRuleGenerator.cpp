@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <string>
 
+#include "RuleFieldsReader.h"
 #include "RuleGenerator.h"
 #include "ShellInert.h"
 
@@ -14,7 +15,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     qor::vela::FwRule rule;
     rule.ParsePartialFromArray(data, static_cast<int>(size));
     std::string text;
-    if (generator.CreateRule(rule, text) != 0) {
+    if (generator.CreateRule(qor::vela::ReadRuleFields(rule), text) != 0) {
         return 0;
     }
     const size_t at = qvfuzz::FirstShellActiveChar(text);

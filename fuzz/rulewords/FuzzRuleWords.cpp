@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <string>
 
+#include "RuleFieldsReader.h"
 #include "RuleGenerator.h"
 #include "RuleReader.h"
 
@@ -16,7 +17,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         return 0;
     }
     std::string text;
-    if (generator.CreateRule(rule, text) != 0) {
+    if (generator.CreateRule(qor::vela::ReadRuleFields(rule), text) != 0) {
         std::fprintf(stderr, "read but not written: %s\n", typed.c_str());
         std::abort();
     }

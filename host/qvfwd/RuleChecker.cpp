@@ -4,7 +4,7 @@
 
 #include "QvFirewall.h"
 #include "QvUtil.h"
-#include "VelaFwMsg.pb.h"
+#include "RuleFieldsReader.h"
 
 namespace qvfwd {
 
@@ -34,7 +34,7 @@ int32_t RuleChecker::RuleText(const std::string& rule, std::string* text) const 
         return QV_ERR_INCOMPLETE;
     }
     std::string body;
-    int32_t code = m_generator.CreateRule(message, body);
+    int32_t code = m_generator.CreateRule(qor::vela::ReadRuleFields(message), body);
     if (code != 0) {
         return code;
     }

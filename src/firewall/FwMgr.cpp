@@ -1,5 +1,6 @@
 #include "FwMgr.h"
 
+#include "DebugRuleTextLog.h"
 #include "QvDebugLog.h"
 #include "QvFirewall.h"
 #include "SystemCommandRunner.h"
@@ -27,6 +28,7 @@ private:
 
 FwMgr::FwMgr(std::unique_ptr<CommandRunner> shell)
     : m_shell(std::move(shell)),
+      m_generator(DebugRuleTextLog::Get()),
       m_stop(false),
       m_ready(false),
       m_wakeQueue(-1),

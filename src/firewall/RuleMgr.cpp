@@ -2,6 +2,7 @@
 
 #include "QvDebugLog.h"
 #include "QvFirewall.h"
+#include "RuleFieldsReader.h"
 
 namespace qor {
 namespace vela {
@@ -61,7 +62,7 @@ int32_t RuleMgr::AddRule(FwRule& rule) {
 
 int32_t RuleMgr::AddRulePriv(const FwRule& rule, int32_t number) {
     std::string text;
-    const int32_t generated = m_generator.CreateRule(rule, text);
+    const int32_t generated = m_generator.CreateRule(ReadRuleFields(rule), text);
     if (generated != 0) {
         return generated;
     }

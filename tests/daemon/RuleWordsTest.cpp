@@ -1,4 +1,4 @@
-// qvfwctl's rule reader beside the plug-in's generator (both on the lite classes): the
+// qvfwctl's rule reader beside the plug-in's generator (on qvfwctl's full classes): the
 // text of a rule reads back into the same message, typed words give the expected text,
 // and what the generator never writes is refused at the right word.
 #include <gtest/gtest.h>
@@ -6,6 +6,7 @@
 #include <random>
 #include <string>
 
+#include "RuleFieldsReader.h"
 #include "RuleGenerator.h"
 #include "RuleReader.h"
 
@@ -163,7 +164,7 @@ private:
 
 std::string TextOf(const FwRule& rule) {
     std::string text;
-    EXPECT_EQ(RuleGenerator().CreateRule(rule, text), 0);
+    EXPECT_EQ(RuleGenerator().CreateRule(ReadRuleFields(rule), text), 0);
     return text;
 }
 

@@ -4,8 +4,10 @@
 
 #include <string>
 
+#include "DebugRuleTextLog.h"
 #include "LogCapture.h"
 #include "QvFirewall.h"
+#include "RuleFieldsReader.h"
 #include "RuleGenerator.h"
 
 using namespace qor::vela;
@@ -16,7 +18,7 @@ class RuleGeneratorTest : public ::testing::Test {
 protected:
     std::string render(const FwRule& rule, int32_t expected = 0) {
         std::string out;
-        EXPECT_EQ(expected, generator.CreateRule(rule, out));
+        EXPECT_EQ(expected, generator.CreateRule(ReadRuleFields(rule), out));
         return out;
     }
 
@@ -42,7 +44,7 @@ protected:
         return rule;
     }
 
-    RuleGenerator generator;
+    RuleGenerator generator{DebugRuleTextLog::Get()};
 };
 
 // The worked examples: allow with addresses, ports and state (and its log line), a

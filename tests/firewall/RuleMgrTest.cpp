@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "DebugRuleTextLog.h"
 #include "InMemoryIpfw.h"
 #include "IpfwListing.h"
 #include "LogCapture.h"
@@ -69,7 +70,7 @@ protected:
     }
 
     qvtest::InMemoryIpfw ipfw;
-    const RuleGenerator generator;
+    const RuleGenerator generator{DebugRuleTextLog::Get()};
 };
 
 // A restart: what an earlier run left in the set goes, other sets stay, the saved rules

@@ -1,5 +1,6 @@
 // Builds the small JSON objects and arrays that qvfwctl prints around messages (which
-// MessageJson prints itself). Keys and values are added in order; no I/O.
+// MessageJson prints itself) and that qvfwd's records are made of. Keys and values are
+// added in order; no I/O.
 #pragma once
 
 #include <stdint.h>

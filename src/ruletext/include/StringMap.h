@@ -1,20 +1,29 @@
 // The keywords of the ipfw rule language for the enumerated values a rule carries.
 // This is the only place where these keywords are spelled.
+//
+// The enums are the schema's (VelaFwMsg.proto), declared here without their values so
+// that the table serves the plug-in's lite classes and qvfwctl's full ones alike; the
+// table is keyed by the schema's numbers, which are its wire format and never change.
 #pragma once
 
 #include <cstdint>
 #include <map>
 #include <string>
 
-#include "VelaFwMsg.pb.h"
-
 namespace qor {
 namespace vela {
+
+enum ActionEnum : int;
+enum TcpFlagEnum : int;
+enum TcpOptionEnum : int;
+enum IpOptionEnum : int;
+enum IpTosOptEnum : int;
+enum ProtoValueEnum : int;
 
 class StringMap {
 public:
     // The process-wide instance, built on first use and never freed.
-    static StringMap* getObj();
+    static const StringMap* getObj();
 
     // Appends the keyword of `value` to `out` and returns 0; returns -1 and leaves `out`
     // untouched when the value has no keyword. Appending (not assigning) lets the rule
@@ -35,9 +44,6 @@ private:
     std::map<IpOptionEnum, std::string> m_ipOptionMap;
     std::map<IpTosOptEnum, std::string> m_ipTosMap;
     std::map<ProtoValueEnum, std::string> m_protoMap;
-
-    static StringMap* m_pObj;
-    static int32_t m_objNum;
 };
 
 }  // namespace vela
