@@ -2,16 +2,12 @@
 
 #include <errno.h>
 #include <poll.h>
-#include <sys/socket.h>
 
 #include <algorithm>
 #include <utility>
 
 #include "QvFrame.h"
-
-#ifndef MSG_NOSIGNAL
-#define MSG_NOSIGNAL 0  // macOS: the daemon ignores SIGPIPE instead
-#endif
+#include "SocketTransfer.h"
 
 namespace qvctl {
 
@@ -47,21 +43,20 @@ FrameStatus FrameChannel::WaitReadable(bool insideFrame) {
 }
 
 FrameStatus FrameChannel::ReceiveSome(char* data, size_t size, bool insideFrame, size_t* got) {
-    for (;;) {
-        FrameStatus waited = WaitReadable(insideFrame);
-        if (waited != FrameStatus::kOk) {
+    FrameStatus waited = FrameStatus::kOk;
+    const auto readable = [&] {
+        waited = WaitReadable(insideFrame);
+        return waited == FrameStatus::kOk;
+    };
+    switch (ipc::ReceiveSome(m_fd, data, size, readable, got)) {
+        case ipc::Transfer::kDone:
+            return FrameStatus::kOk;
+        case ipc::Transfer::kGaveUp:
             return waited;
-        }
-        ssize_t received = recv(m_fd, data, size, 0);
-        if (received < 0 && (errno == EINTR || errno == EAGAIN)) {
-            continue;
-        }
-        if (received < 0) {
-            return FrameStatus::kMalformed;
-        }
-        *got = static_cast<size_t>(received);
-        return FrameStatus::kOk;
+        case ipc::Transfer::kFailed:
+            break;
     }
+    return FrameStatus::kMalformed;
 }
 
 FrameStatus FrameChannel::ReadHeader(char* header) {
@@ -132,18 +127,9 @@ bool FrameChannel::Write(uint32_t head, const void* data, size_t size) {
         return false;
     }
     frame.append(static_cast<const char*>(data), size);
-    size_t done = 0;
-    while (done < frame.size()) {
-        ssize_t sent = send(m_fd, frame.data() + done, frame.size() - done, MSG_NOSIGNAL);
-        if (sent < 0 && errno == EINTR) {
-            continue;
-        }
-        if (sent <= 0) {
-            return false;
-        }
-        done += static_cast<size_t>(sent);
-    }
-    return true;
+    // The socket blocks; one that would not (a send time-out) has failed.
+    const auto neverWait = [] { return false; };
+    return ipc::SendAll(m_fd, frame.data(), frame.size(), neverWait) == ipc::Transfer::kDone;
 }
 
 }  // namespace qvctl

@@ -1,6 +1,8 @@
 #include "IpfwCounters.h"
 
 #include "QvFirewall.h"
+#include "RuleChecker.h"
+#include "SystemCommandRunner.h"
 
 namespace qvfwd {
 
@@ -11,10 +13,17 @@ constexpr size_t kListingBytes = 8u << 20;
 
 }  // namespace
 
-IpfwCounters::IpfwCounters() : m_run(RuleChecker::ShellRunner(kListingBytes)) {}
+IpfwCounters::IpfwCounters()
+    : IpfwCounters(std::make_unique<qor::vela::SystemCommandRunner>(kListingBytes)) {}
 
 int32_t IpfwCounters::Show(std::string* listing) const {
-    return m_run("ipfw -S show 2>&1", listing) ? 0 : QV_ERR_CMD;
+    const qor::vela::Result<std::string> shown =
+        m_run->Run("ipfw -S show 2>&1", kIpfwTimeoutSeconds);
+    if (!shown.ok()) {
+        return QV_ERR_CMD;
+    }
+    *listing = shown.value();
+    return 0;
 }
 
 }  // namespace qvfwd

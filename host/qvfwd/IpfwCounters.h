@@ -4,22 +4,24 @@
 
 #include <stdint.h>
 
+#include <memory>
 #include <string>
 
-#include "RuleChecker.h"
+#include "CommandRunner.h"
 
 namespace qvfwd {
 
 class IpfwCounters {
 public:
     IpfwCounters();
-    explicit IpfwCounters(RuleChecker::Runner runner) : m_run(std::move(runner)) {}
+    explicit IpfwCounters(std::unique_ptr<qor::vela::CommandRunner> runner)
+        : m_run(std::move(runner)) {}
 
     // 0 with ipfw's listing in `listing`, or 20016 when ipfw could not be run.
     int32_t Show(std::string* listing) const;
 
 private:
-    RuleChecker::Runner m_run;
+    const std::unique_ptr<qor::vela::CommandRunner> m_run;
 };
 
 }  // namespace qvfwd

@@ -1,5 +1,8 @@
 #include "IpfwProbe.h"
 
+#include "RuleChecker.h"
+#include "SystemCommandRunner.h"
+
 namespace qvfwd {
 
 namespace {
@@ -19,14 +22,17 @@ std::string LastLineOf(const std::string& text) {
 
 }  // namespace
 
-IpfwProbe::IpfwProbe() : m_run(RuleChecker::ShellRunner(kOutputBytes)) {}
+IpfwProbe::IpfwProbe()
+    : IpfwProbe(std::make_unique<qor::vela::SystemCommandRunner>(kOutputBytes)) {}
 
 bool IpfwProbe::Answers(std::string* why) const {
-    std::string output;
-    if (!m_run("ipfw set show 2>&1; printf '\\nipfw exit status %d\\n' $?", &output)) {
+    const qor::vela::Result<std::string> ran = m_run->Run(
+        "ipfw set show 2>&1; printf '\\nipfw exit status %d\\n' $?", kIpfwTimeoutSeconds);
+    if (!ran.ok()) {
         *why = "ipfw could not be run, or did not answer in time";
         return false;
     }
+    const std::string& output = ran.value();
     const size_t mark = output.rfind(kStatusMark);
     if (mark == std::string::npos) {
         *why = "ipfw gave no answer";

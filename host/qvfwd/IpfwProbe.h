@@ -3,23 +3,25 @@
 // refuses to start and its status says so. The command line is fixed.
 #pragma once
 
+#include <memory>
 #include <string>
 
-#include "RuleChecker.h"
+#include "CommandRunner.h"
 
 namespace qvfwd {
 
 class IpfwProbe {
 public:
     IpfwProbe();
-    explicit IpfwProbe(RuleChecker::Runner runner) : m_run(std::move(runner)) {}
+    explicit IpfwProbe(std::unique_ptr<qor::vela::CommandRunner> runner)
+        : m_run(std::move(runner)) {}
 
     // True when "ipfw set show" ran and exited 0; otherwise `why` says what happened, in
     // ipfw's or the shell's own words where there are any.
     bool Answers(std::string* why) const;
 
 private:
-    RuleChecker::Runner m_run;
+    const std::unique_ptr<qor::vela::CommandRunner> m_run;
 };
 
 }  // namespace qvfwd

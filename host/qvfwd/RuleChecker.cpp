@@ -1,31 +1,19 @@
 #include "RuleChecker.h"
 
-#include <vector>
-
 #include "QvFirewall.h"
-#include "QvUtil.h"
 #include "RuleFieldsReader.h"
+#include "SystemCommandRunner.h"
 
 namespace qvfwd {
 
 namespace {
 
-constexpr unsigned int kIpfwTimeoutSeconds = 10;
 constexpr size_t kOutputBytes = 8192;
 
 }  // namespace
 
-RuleChecker::Runner RuleChecker::ShellRunner(size_t outputBytes) {
-    return [outputBytes](const std::string& command, std::string* output) {
-        std::vector<char> buffer(outputBytes, '\0');
-        const bool ran = QvSystem(command.c_str(), buffer.data(),
-                                  static_cast<unsigned int>(buffer.size()), kIpfwTimeoutSeconds);
-        *output = buffer.data();
-        return ran;
-    };
-}
-
-RuleChecker::RuleChecker() : m_run(ShellRunner(kOutputBytes)) {}
+RuleChecker::RuleChecker()
+    : RuleChecker(std::make_unique<qor::vela::SystemCommandRunner>(kOutputBytes)) {}
 
 int32_t RuleChecker::RuleText(const std::string& rule, std::string* text) const {
     qor::vela::FwRule message;
@@ -50,13 +38,14 @@ int32_t RuleChecker::Check(const std::string& rule, std::string* report) const {
     if (code != 0) {
         return code;
     }
-    std::string verdict;
-    if (!m_run("ipfw -q -n add " + body + " 2>&1", &verdict)) {
+    const qor::vela::Result<std::string> verdict =
+        m_run->Run("ipfw -q -n add " + body + " 2>&1", kIpfwTimeoutSeconds);
+    if (!verdict.ok()) {
         *report = body + "\nipfw could not be run";
         return QV_ERR_CMD;
     }
-    *report = body + "\n" + verdict;
-    return verdict.empty() ? 0 : FW_ERR_RULE_REFUSED;
+    *report = body + "\n" + verdict.value();
+    return verdict.value().empty() ? 0 : FW_ERR_RULE_REFUSED;
 }
 
 }  // namespace qvfwd

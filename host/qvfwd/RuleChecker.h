@@ -4,26 +4,27 @@
 // for the shell, so nothing from the message reaches /bin/sh unchecked.
 #pragma once
 
-#include <stddef.h>
 #include <stdint.h>
 
-#include <functional>
+#include <memory>
 #include <string>
 
+#include "CommandRunner.h"
 #include "RuleGenerator.h"
 
 namespace qvfwd {
 
+// How long qvfwd lets any ipfw command line of its own run.
+constexpr unsigned int kIpfwTimeoutSeconds = 10;
+
 class RuleChecker {
 public:
-    // Runs a command line through /bin/sh with standard error joined to the captured
-    // output; false when it could not be run to completion.
-    using Runner = std::function<bool(const std::string& command, std::string* output)>;
-    // The one through QvSystem, capturing at most `outputBytes`.
-    static Runner ShellRunner(size_t outputBytes);
-
+    // On the host's runner.
     RuleChecker();
-    explicit RuleChecker(Runner runner) : m_run(std::move(runner)) {}
+    // Every command line goes through `runner`, which joins standard error to the output
+    // where the command line asks for it.
+    explicit RuleChecker(std::unique_ptr<qor::vela::CommandRunner> runner)
+        : m_run(std::move(runner)) {}
 
     // `rule`: a serialized qor.vela.FwRule. 0 with the body in `text`, 20010 for an
     // incomplete message, or the generator's code.
@@ -34,7 +35,7 @@ public:
     int32_t Check(const std::string& rule, std::string* report) const;
 
 private:
-    Runner m_run;
+    const std::unique_ptr<qor::vela::CommandRunner> m_run;
     // Read-only once made: the control sessions' threads share it.
     const qor::vela::RuleGenerator m_generator;
 };

@@ -11,13 +11,10 @@
 #include "Deadline.h"
 #include "QvIpc.h"
 #include "QvLog.h"
+#include "SocketTransfer.h"
 #include "UtilLog.h"
 
 #define QV_EXPORT __attribute__((visibility("default")))
-
-#ifndef MSG_NOSIGNAL
-#define MSG_NOSIGNAL 0  // the socket carries SO_NOSIGPIPE instead
-#endif
 
 namespace ipc {
 namespace {
@@ -109,41 +106,22 @@ bool Connect(int fd, const char* path) {
     }
 }
 
+// The socket does not block: every wait is for the one deadline of the whole call.
 bool SendAll(int fd, const uint8_t* data, size_t length, const Deadline& deadline) {
-    while (length > 0) {
-        ssize_t sent = send(fd, data, length, MSG_NOSIGNAL);
-        if (sent > 0) {
-            data += sent;
-            length -= static_cast<size_t>(sent);
-        } else if (sent < 0 && errno == EINTR) {
-            continue;
-        } else if (sent < 0 && (errno == EAGAIN || errno == EWOULDBLOCK)) {
-            if (!WaitFor(fd, POLLOUT, deadline)) {
-                return false;
-            }
-        } else {
-            return false;
-        }
-    }
-    return true;
+    const auto writable = [&] { return WaitFor(fd, POLLOUT, deadline); };
+    return ipc::SendAll(fd, data, length, writable) == Transfer::kDone;
 }
 
 // False when the peer closes before `length` bytes came, on error or time-out.
 bool ReceiveAll(int fd, uint8_t* data, size_t length, const Deadline& deadline) {
+    const auto readable = [&] { return WaitFor(fd, POLLIN, deadline); };
     while (length > 0) {
-        ssize_t received = recv(fd, data, length, 0);
-        if (received > 0) {
-            data += received;
-            length -= static_cast<size_t>(received);
-        } else if (received < 0 && errno == EINTR) {
-            continue;
-        } else if (received < 0 && (errno == EAGAIN || errno == EWOULDBLOCK)) {
-            if (!WaitFor(fd, POLLIN, deadline)) {
-                return false;
-            }
-        } else {
+        size_t got = 0;
+        if (ReceiveSome(fd, data, length, readable, &got) != Transfer::kDone || got == 0) {
             return false;
         }
+        data += got;
+        length -= got;
     }
     return true;
 }

@@ -14,6 +14,10 @@ constexpr int32_t kRuleSpacing = 10;
 constexpr unsigned int kQuickTimeout = 1;
 constexpr unsigned int kCommandTimeout = 3;
 
+// The host's runner knows nothing of the plug-in's codes, yet its failure reaches the
+// plug-in's callers as it is.
+static_assert(CommandRunner::kCannotRun == QV_ERR_CMD, "a runner's failure is QV_ERR_CMD");
+
 std::string rightTrimmed(const std::string& text) {
     size_t end = text.find_last_not_of(" \t\f\v\n\r");
     return end == std::string::npos ? std::string() : text.substr(0, end + 1);

@@ -2,6 +2,7 @@
 // and the stored options it reads.
 #include <gtest/gtest.h>
 
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -113,12 +114,23 @@ TEST(StoredOptionsTest, OptionsComeFromTheFileAndMissingOnesKeepTheirDefaults) {
 
 // ipfw's answer as the shell gives it: what it printed, then the status line the probe
 // asks the shell to add.
-qvfwd::RuleChecker::Runner Answering(const std::string& output, bool ran = true) {
-    return [output, ran](const std::string& command, std::string* out) {
+class AnsweringRunner : public qor::vela::CommandRunner {
+public:
+    AnsweringRunner(std::string output, bool ran) : m_output(std::move(output)), m_ran(ran) {}
+
+    qor::vela::Result<std::string> Run(const std::string& command, unsigned int) override {
         EXPECT_EQ(command.rfind("ipfw set show", 0), 0u) << command;
-        *out = output;
-        return ran;
-    };
+        return m_ran ? qor::vela::Result<std::string>::Success(m_output)
+                     : qor::vela::Result<std::string>::Failure(kCannotRun);
+    }
+
+private:
+    std::string m_output;
+    bool m_ran;
+};
+
+std::unique_ptr<qor::vela::CommandRunner> Answering(const std::string& output, bool ran = true) {
+    return std::make_unique<AnsweringRunner>(output, ran);
 }
 
 TEST(IpfwProbeTest, OnlyAnIpfwThatExitsZeroAnswersAndAFailureIsSaidInItsOwnWords) {
