@@ -19,6 +19,7 @@
 #include "QvFirewall.h"
 #include "QvGeneral.h"
 #include "QvLog.h"
+#include "RecordingEventSink.h"
 
 namespace {
 
@@ -53,7 +54,8 @@ void MakeManager() {
     g_debugLogContext = QvrnCreateDbgLog("QvFw", "/dev/null", 7);
     auto ipfw = std::make_unique<qvtest::InMemoryIpfw>();
     ipfw->override(Fault);
-    g_pFwMgr = new qor::vela::FwMgr(std::move(ipfw));
+    g_pFwMgr =
+        new qor::vela::FwMgr(std::move(ipfw), std::make_unique<qvtest::RecordingEventSink>());
     if (g_pFwMgr->Init() != 0) {
         qvfuzz::Fail("the manager did not start", dir.c_str());
     }

@@ -1,8 +1,12 @@
 #include "FwMgr.h"
 
+#include <regex.h>
+
 #include "DebugRuleTextLog.h"
+#include "LogRouting.h"
 #include "QvDebugLog.h"
 #include "QvFirewall.h"
+#include "ShellText.h"
 #include "SystemCommandRunner.h"
 
 namespace qor {
@@ -24,24 +28,91 @@ private:
     Guard<Mutex> m_normal;
 };
 
+constexpr unsigned int kCommandTimeout = 1;
+// What a command of a manager that is not ready answers; FlushRules answers 1.
+constexpr int kNotReady = QV_ERR_INIT;
+
 }  // namespace
 
-FwMgr::FwMgr(std::unique_ptr<CommandRunner> shell)
+FwMgr::FwMgr(std::unique_ptr<CommandRunner> shell, std::unique_ptr<EventSink> events)
     : m_shell(std::move(shell)),
+      m_events(std::move(events)),
       m_generator(DebugRuleTextLog::Get()),
-      m_stop(false),
       m_ready(false),
-      m_wakeQueue(-1),
       m_excpRuleMgr(m_generator, *m_shell, kExceptionBaseRuleNum, m_config.GetExceptionSetNum()),
       m_normalRuleMgr(m_generator, *m_shell, kNormalBaseRuleNum, m_config.GetNormalSetNum()) {}
 
-FwMgr::FwMgr() : FwMgr(std::make_unique<SystemCommandRunner>()) {}
+FwMgr::FwMgr(std::unique_ptr<EventSink> events)
+    : FwMgr(std::make_unique<SystemCommandRunner>(), std::move(events)) {}
 
+// A manager destroyed without Final must not leave its watcher reading freed members.
 FwMgr::~FwMgr() {
-    // A manager destroyed without Final must not leave its thread reading freed members.
-    if (m_thread != nullptr) {
-        StopNotify();
+    StopNotify();
+}
+
+bool FwMgr::NotReady(const char* command) const {
+    if (m_ready) {
+        return false;
     }
+    QV_LOG(QV_LOG_ERROR, "%s firewall manager is not initialised", command);
+    return true;
+}
+
+void FwMgr::InitNotify() {
+    m_fwLogPath = m_config.GetFwLogPath();
+    if (IsSafeInDoubleQuotes(m_fwLogPath)) {
+        (void)m_shell->Run("touch \"" + m_fwLogPath + "\"", kCommandTimeout);
+    } else {
+        QV_LOG(QV_LOG_ERROR, "%s Unsafe log path %s, not created", "FwMgr::InitNotify",
+               m_fwLogPath.c_str());
+    }
+    if (RedirectFwLog(m_config.GetSysConfPath(), m_fwLogPath) != 0) {
+        // The logger reads its configuration only at start and on a hang-up.
+        (void)m_shell->Run("killall -HUP syslogd", kCommandTimeout);
+    }
+}
+
+int FwMgr::RedirectFwLog(const std::string& configurationPath, const std::string& logPath) {
+    const Result<LogRouting::Change> routed = LogRouting(configurationPath, logPath).Ensure();
+    if (!routed.ok()) {
+        return -1;
+    }
+    return routed.value() == LogRouting::Change::None ? 0 : -2;
+}
+
+bool FwMgr::MatchQvLogPath(const std::string& line) {
+    regex_t pattern;
+    const int ret =
+        regcomp(&pattern, "^[\\ \t]*\\*\\.\\*[\\ \t]+/var/log/Quorvane/QvrnCore/ipfw.log",
+                REG_EXTENDED | REG_ICASE | REG_NOSUB);
+    if (ret != 0) {
+        QV_LOG(QV_LOG_ERROR, "%s failed to compile reg expression, ret is %d",
+               "FwMgr::FindRedirectFwLog", ret);
+        return false;
+    }
+    const bool matched = regexec(&pattern, line.c_str(), 0, nullptr, 0) == 0;
+    regfree(&pattern);
+    return matched;
+}
+
+void FwMgr::StartNotify() {
+    if (!m_shell->Run("sysctl -w net.inet.ip.fw.verbose=1", kCommandTimeout).ok()) {
+        QV_LOG(QV_LOG_ERROR, "%s Failed to set net.inet.ip.fw.verbose to be 1",
+               "FwMgr::StartNotify");
+        return;
+    }
+    m_watcher = std::make_unique<EventWatcher>(
+        *m_shell, *m_events, [this] { return m_config.IsNotifyEnable(); }, m_fwLogPath);
+}
+
+// Finalize stops the watcher early, before the log goes, and Final stops it again:
+// verbose logging is switched off once, and only when the watcher ran.
+void FwMgr::StopNotify() {
+    if (m_watcher == nullptr) {
+        return;
+    }
+    (void)m_shell->Run("sysctl -w net.inet.ip.fw.verbose=0", kCommandTimeout);
+    m_watcher.reset();
 }
 
 int FwMgr::Init() {
@@ -97,11 +168,17 @@ int FwMgr::SwitchSets(bool enable) {
 }
 
 int FwMgr::EnableFirewall() {
+    if (NotReady("FwMgr::EnableFirewall")) {
+        return kNotReady;
+    }
     BothSets lock(m_excpRuleMgr, m_normalRuleMgr);
     return SwitchSets(true);
 }
 
 int FwMgr::DisableFireall() {
+    if (NotReady("FwMgr::DisableFireall")) {
+        return kNotReady;
+    }
     BothSets lock(m_excpRuleMgr, m_normalRuleMgr);
     return SwitchSets(false);
 }
@@ -111,6 +188,9 @@ bool FwMgr::IsFwEnable() {
 }
 
 int FwMgr::SetNotifyEnable(bool enable) {
+    if (NotReady("FwMgr::SetNotifyEnable")) {
+        return kNotReady;
+    }
     return m_config.SetNotifyEnable(enable);
 }
 
@@ -130,6 +210,9 @@ int FwMgr::GetExcpRules(FwRuleList& list) {
 }
 
 int FwMgr::AddRuleTo(RuleMgr& rules, PersistRule persist, FwRule& rule) {
+    if (NotReady("FwMgr::AddRule")) {
+        return kNotReady;
+    }
     Guard<Mutex> lock(rules.mutex());
     const int ret = rules.AddRule(rule);
     return ret != 0 ? ret : (m_config.*persist)(rule);
@@ -144,6 +227,9 @@ int FwMgr::AddExcpRule(FwRule& rule) {
 }
 
 int FwMgr::ModifyNormalRule(FwRule& rule) {
+    if (NotReady("FwMgr::SetNormalRule")) {
+        return kNotReady;
+    }
     if (!rule.has_rule_index()) {
         QV_LOG(QV_LOG_ERROR, "%s Unknown rule index", "FwMgr::SetNormalRule");
         return QV_ERR_INVALID_ARG;
@@ -164,6 +250,9 @@ int FwMgr::ModifyNormalRule(FwRule& rule) {
 }
 
 int FwMgr::DeleteNormalRule(unsigned int number) {
+    if (NotReady("FwMgr::DeleteRule")) {
+        return kNotReady;
+    }
     Guard<Mutex> lock(m_normalRuleMgr.mutex());
     if (m_config.DeleteNormalRule(number) != 0) {
         QV_LOG(QV_LOG_WARNING, "%s Rule %u can't be found", "FwMgr::DeleteRule", number);
@@ -173,6 +262,9 @@ int FwMgr::DeleteNormalRule(unsigned int number) {
 }
 
 int FwMgr::DeleteExcpRule(unsigned int number) {
+    if (NotReady("FwMgr::DeleteExcpRule")) {
+        return kNotReady;
+    }
     Guard<Mutex> lock(m_excpRuleMgr.mutex());
     if (m_config.DeleteExcpRule(number) != 0) {
         QV_LOG(QV_LOG_WARNING, "%s Rule %u can't be found", "FwMgr::DeleteExcpRule", number);
@@ -181,6 +273,9 @@ int FwMgr::DeleteExcpRule(unsigned int number) {
 }
 
 int FwMgr::FlushRules() {
+    if (NotReady("FwMgr::FlushRules")) {
+        return 1;
+    }
     BothSets lock(m_excpRuleMgr, m_normalRuleMgr);
     (void)m_config.FlushRules();
     (void)m_config.FlushExcpRules();
@@ -193,18 +288,27 @@ int FwMgr::FlushRules() {
 }
 
 int FwMgr::FlushNormalRules() {
+    if (NotReady("FwMgr::FlushNormalRules")) {
+        return kNotReady;
+    }
     Guard<Mutex> lock(m_normalRuleMgr.mutex());
     (void)m_config.FlushRules();
     return m_normalRuleMgr.FlushVelaRules();
 }
 
 int FwMgr::FlushExcpRules() {
+    if (NotReady("FwMgr::FlushExcpRules")) {
+        return kNotReady;
+    }
     Guard<Mutex> lock(m_excpRuleMgr.mutex());
     (void)m_config.FlushExcpRules();
     return m_excpRuleMgr.FlushVelaRules();
 }
 
 int FwMgr::SwapNormalRuleOrder(unsigned int first, unsigned int second) {
+    if (NotReady("FwMgr::SwapNormalRuleOrder")) {
+        return kNotReady;
+    }
     Guard<Mutex> lock(m_normalRuleMgr.mutex());
     const int ret = m_config.SwapNormalRuleOrder(first, second);
     if (ret != 0) {
@@ -252,6 +356,9 @@ int FwMgr::AddSortedRules(std::map<int, FwRule*>& sorted, RuleMgr& rules, Persis
 }
 
 int FwMgr::AddNormalRuleList(FwRuleInfoList& list, UIntPairArray& pairs) {
+    if (NotReady("FwMgr::AddRuleList")) {
+        return kNotReady;
+    }
     std::map<int, FwRule*> sorted;
     const int ret = SortRules(list, sorted);
     if (ret != 0) {
@@ -265,6 +372,9 @@ int FwMgr::AddNormalRuleList(FwRuleInfoList& list, UIntPairArray& pairs) {
 
 int FwMgr::ReplaceRuleList(FwRuleInfoList& list, UIntPairArray& pairs, const char* name,
                            RuleMgr& rules, FlushStored flushStored, PersistRule persist) {
+    if (NotReady(name)) {
+        return kNotReady;
+    }
     std::map<int, FwRule*> sorted;
     const int ret = SortRules(list, sorted);
     if (ret != 0) {

@@ -1,8 +1,8 @@
 // The one object behind every firewall command: it owns the stored configuration, the
 // rule text generator and the two rule sets (exception rules from 2100, normal rules from
 // 3100, so the exception set sorts ahead of the normal set), keeps the store and ipfw in
-// step, routes ipfw's log into a file of its own and runs the watcher that reports each
-// logged packet to the host.
+// step, routes ipfw's log into a file of its own (LogRouting.h) and runs the watcher that
+// reports each logged packet to the host (EventWatcher.h).
 //
 // Multi-step operations stop at the first failure or go on past a failing list element,
 // and never roll back: adds go to ipfw first, deletes and flushes to the store first, so
@@ -13,8 +13,8 @@
 // it works on both), so the stored lists and the ipfw sets agree after any interleaving,
 // exactly as if the calls had come one at a time. Init and Final must not overlap each
 // other or any command. The commands are for a manager whose Init succeeded (IsReady);
-// one whose Init failed touches neither ipfw nor the store, and its Final leaves ipfw
-// alone.
+// one whose Init failed, or that is final, touches neither ipfw nor the store: its
+// commands that would answer 20013 (1 for FlushRules), and its Final leaves ipfw alone.
 #pragma once
 
 #include <atomic>
@@ -24,10 +24,11 @@
 
 #include "CommandRunner.h"
 #include "Config.h"
+#include "EventSink.h"
+#include "EventWatcher.h"
 #include "QvLock.h"
 #include "RuleGenerator.h"
 #include "RuleMgr.h"
-#include "Thread.h"
 #include "VelaCommonMsg.pb.h"
 #include "VelaFwMsg.pb.h"
 
@@ -40,10 +41,10 @@ constexpr int32_t kNormalBaseRuleNum = 3100;
 class FwMgr {
 public:
     // Loads the configuration (but touches nothing yet); every command line goes through
-    // `shell`.
-    explicit FwMgr(std::unique_ptr<CommandRunner> shell);
+    // `shell`, every logged packet to `events`.
+    FwMgr(std::unique_ptr<CommandRunner> shell, std::unique_ptr<EventSink> events);
     // The production manager, on the host's command runner.
-    FwMgr();
+    explicit FwMgr(std::unique_ptr<EventSink> events);
     ~FwMgr();
     FwMgr(const FwMgr&) = delete;
     FwMgr& operator=(const FwMgr&) = delete;
@@ -95,8 +96,9 @@ public:
     // too; Finalize does it first, before the log the watcher writes to goes away.
     void StopNotify();
 
-    // 0 when the logger configuration already routes ipfw to `logPath`; -2 when the block
-    // was appended; -1 when a pattern could not be compiled.
+    // LogRouting's answer as the logger's callers read it: 0 when the configuration
+    // already routes ipfw to `logPath`; -2 when the block was appended; -1 when a pattern
+    // could not be compiled.
     int RedirectFwLog(const std::string& configurationPath, const std::string& logPath);
     // True when `line` routes every message to the default firewall log path.
     static bool MatchQvLogPath(const std::string& line);
@@ -118,23 +120,16 @@ private:
                         RuleMgr& rules, FlushStored flushStored, PersistRule persist)
         EXCLUDES(rules.mutex());
 
-    // The watcher thread's body; `manager` is the FwMgr.
-    static void* NotifyFunc(void* manager);
-    // The watcher's kqueue, published while it waits so that StopNotify can wake it at
-    // once instead of after its time-out; -1 when there is none.
-    void SetWakeQueue(int queue) EXCLUDES(m_wakeLock);
-    void WakeWatcher() EXCLUDES(m_wakeLock);
+    // True, with a log line naming `command`, when the manager is not ready for commands.
+    bool NotReady(const char* command) const;
 
     const std::unique_ptr<CommandRunner> m_shell;
+    const std::unique_ptr<EventSink> m_events;
     const RuleGenerator m_generator;
     FwConfig m_config;
-    std::unique_ptr<Thread> m_thread;
+    std::unique_ptr<EventWatcher> m_watcher;
     std::string m_fwLogPath;
-    // False while the watcher should run; read by the watcher after every wait.
-    std::atomic<bool> m_stop;
     std::atomic<bool> m_ready;
-    Mutex m_wakeLock;
-    int m_wakeQueue GUARDED_BY(m_wakeLock);
     RuleMgr m_excpRuleMgr;
     RuleMgr m_normalRuleMgr;
 };

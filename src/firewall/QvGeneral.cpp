@@ -5,8 +5,6 @@
 #include "QvUtil.h"
 #include "VelaCommonMsg.pb.h"
 
-std::atomic<QvNotifyCallback> g_notify{QvPluginNullNotify};
-
 extern "C" void QvPluginNullNotify(int, const void*, int) {}
 
 int nullHandler(int, const void*, int, void**, int*) {

@@ -1,14 +1,8 @@
-// The frame's general pieces: the handler for command numbers not in the table, the
-// debug-level command, and the notification callback slot with its do-nothing default.
+// The frame's general pieces: the handler for command numbers not in the table and the
+// debug-level command.
 #pragma once
 
-#include <atomic>
-
 #include "QvPlugin.h"
-
-// Where events go; never null. Written by QvPluginSetNotificationCallback, read by the
-// event watcher's thread for each event.
-extern std::atomic<QvNotifyCallback> g_notify;
 
 // Logs its entry and returns 0; touches no argument.
 int nullHandler(int cmd, const void* in, int inLen, void** out, int* outLen);

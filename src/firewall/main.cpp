@@ -2,6 +2,7 @@
 #include "CommandTable.h"
 #include "FwMgr.h"
 #include "Handler.h"
+#include "HostEventSink.h"
 #include "QvDebugLog.h"
 #include "QvFirewall.h"
 #include "QvGeneral.h"
@@ -13,6 +14,10 @@ using namespace qor::vela;
 namespace {
 
 constexpr int kPluginId = 128;
+
+// Where events go; never null. The host may set it before or after Initialize, so it
+// lives here rather than in the manager, whose sink reads it for each event.
+std::atomic<QvNotifyCallback> s_notify{QvPluginNullNotify};
 
 }  // namespace
 
@@ -27,7 +32,7 @@ extern "C" int QvPluginInitialize(void*) {
                             "/var/log/Quorvane/QvrnCore/QvFw.log");
     }
     QV_LOG(QV_LOG_TRACE, "%s Enter...", "QvPluginInitialize");
-    g_pFwMgr = new FwMgr;
+    g_pFwMgr = new FwMgr(std::make_unique<HostEventSink>(s_notify));
     if (g_pFwMgr->Init() != 0) {
         QV_LOG(QV_LOG_ERROR, "%s Failed to init FwMgr", "QvPluginInitialize");
         return QV_ERR_INIT;
@@ -68,5 +73,5 @@ extern "C" int QvPluginGetHandlers(const QvHandlerEntry** table, int* count,
 }
 
 extern "C" void QvPluginSetNotificationCallback(QvNotifyCallback callback) {
-    g_notify = callback != nullptr ? callback : QvPluginNullNotify;
+    s_notify = callback != nullptr ? callback : QvPluginNullNotify;
 }

@@ -16,6 +16,7 @@
 #include "InMemoryIpfw.h"
 #include "IpfwListing.h"
 #include "QvFirewall.h"
+#include "RecordingEventSink.h"
 #include "ScopedEnv.h"
 #include "TempDir.h"
 
@@ -56,7 +57,8 @@ protected:
     int start() {
         auto shell = std::make_unique<qvtest::InMemoryIpfw>();
         ipfw = shell.get();
-        manager = std::make_unique<FwMgr>(std::move(shell));
+        manager = std::make_unique<FwMgr>(std::move(shell),
+                                          std::make_unique<qvtest::RecordingEventSink>());
         return manager->Init();
     }
 
@@ -272,6 +274,24 @@ TEST_F(FwMgrTest, InitAndFinalRunTheirCommandLinesInOrder) {
                                   "ipfw -q add 3100 set 19  deny log logamount 0 2>/dev/stdout"}),
         ipfw->commands());
     EXPECT_FALSE(manager->IsFwEnable());
+    manager->Final();
+
+    // Without its configuration directory the start fails, and the manager's own commands, called
+    // past the handlers, touch neither ipfw nor the store.
+    qvtest::ScopedEnv nowhere("QV_CONF_DIR", m_dir.file("missing"));
+    ASSERT_EQ(QV_ERR_INIT, start());
+    FwRule rule;
+    rule.set_action(ACTION_DENY);
+    FwRuleInfoList list;
+    list.add_rules()->mutable_rule()->CopyFrom(rule);
+    UIntPairArray pairs;
+    EXPECT_EQ(QV_ERR_INIT, manager->AddNormalRule(rule));
+    EXPECT_EQ(QV_ERR_INIT, manager->DeleteExcpRule(2100));
+    EXPECT_EQ(QV_ERR_INIT, manager->EnableFirewall());
+    EXPECT_EQ(QV_ERR_INIT, manager->SetNormalRuleList(list, pairs));
+    EXPECT_EQ(1, manager->FlushRules());
+    EXPECT_EQ(0, manager->Final());
+    EXPECT_EQ(std::vector<std::string>{}, ipfw->commands());
 }
 
 // Host threads with calls of every kind. Each call holds its set's lock for its whole
@@ -284,7 +304,8 @@ TEST_F(FwMgrTest, ConcurrentHandlerCallsKeepStoreAndIpfwInStep) {
         hammer(seed);
         expectStoreAndIpfwAgree();
     }
-    EXPECT_FALSE(stored(false).empty());
+    // The calls reached ipfw (the lists they leave may end empty: a flush can come last).
+    EXPECT_GT(ipfw->commands().size(), 1000u);
 }
 
 // Random sequences of all the commands from one host thread, store and ipfw compared

@@ -3,11 +3,13 @@
 // into that log.
 #include <gtest/gtest.h>
 
+#include <memory>
 #include <sstream>
 #include <string>
 
 #include "FwLogParser.h"
 #include "FwMgr.h"
+#include "RecordingEventSink.h"
 #include "SyslogRedirection.h"
 #include "TempDir.h"
 
@@ -81,7 +83,8 @@ TEST(SyslogRedirectionTest, OnlyALineInsideTheBlockCountsAndTheManagerAppendsItO
     qvtest::TempDir dir;
     const std::string conf = dir.file("syslog.conf");
     const std::string log = dir.file("fw.log");
-    FwMgr manager;  // no configuration is found: nothing but the text work is used
+    // No configuration is found: nothing but the text work is used.
+    FwMgr manager(std::make_unique<qvtest::RecordingEventSink>());
 
     EXPECT_EQ(manager.RedirectFwLog(conf, log), -2);
     EXPECT_EQ(qvtest::readFile(conf), "\n!ipfw\n*.*\t\t\t" + log + "\n");

@@ -1,6 +1,5 @@
-// FwMgr: the event watcher, a thread that follows the firewall log like a tail and
-// reports every ipfw line to the host, through the notification callback while
-// notification is on, and always through the host service.
+#include "EventWatcher.h"
+
 #include <errno.h>
 #include <sys/event.h>
 #include <sys/stat.h>
@@ -11,20 +10,14 @@
 #include <ctime>
 
 #include "FwLogParser.h"
-#include "FwMgr.h"
 #include "QvDebugLog.h"
-#include "QvFirewall.h"
-#include "QvGeneral.h"
-#include "QvIpcCall.h"
 #include "ShellText.h"
-#include "VelaCommonMsg.pb.h"
 
 namespace qor {
 namespace vela {
 
 namespace {
 
-constexpr unsigned int kSysctlTimeout = 1;
 constexpr unsigned int kTouchTimeout = 3;
 constexpr time_t kWaitSeconds = 3;
 // While the log file is missing the watcher looks again this often, instead of spinning.
@@ -64,24 +57,15 @@ bool SameFile(const struct stat& known, const struct stat& now) {
     return now.st_ino == known.st_ino && now.st_dev == known.st_dev && known.st_nlink != 0;
 }
 
-void Report(FwConfig& config, const EventLogItemFw& event) {
-    if (config.IsNotifyEnable()) {
-        std::string data;
-        event.SerializeToString(&data);
-        g_notify.load()(QV_EVENT_FW_LOG, data.data(), static_cast<int>(data.size()));
-    }
-    NullObject reply;
-    QvIpcCall(QV_IPC_FW_EVENT, event, reply);
-}
-
 // Reports every complete or partial line from the read position to the end of the file.
-void ReadNewLines(FwConfig& config, FILE* file, const FwLogParser& parser) {
+void ReadNewLines(EventSink& sink, const std::function<bool()>& notifyOn, FILE* file,
+                  const FwLogParser& parser) {
     char line[kLineSize];
     std::memset(line, 0, sizeof line);
     while (fgets(line, sizeof line, file) != nullptr) {
         EventLogItemFw event;
         if (parser.Parse(line, static_cast<int32_t>(time(nullptr)), event)) {
-            Report(config, event);
+            sink.Report(event, notifyOn());
         }
         std::memset(line, 0, sizeof line);
     }
@@ -97,8 +81,8 @@ bool FollowRotation(const std::string& path, const struct stat& now, struct stat
     }
     file = file != nullptr ? freopen(path.c_str(), "r", file) : fopen(path.c_str(), "r");
     if (file == nullptr) {
-        QV_LOG(QV_LOG_ERROR, "%s Failed to reopen file %s, errno is %d", "NotifyFunc", path.c_str(),
-               errno);
+        QV_LOG(QV_LOG_ERROR, "%s Failed to reopen file %s, errno is %d", "EventWatcher",
+               path.c_str(), errno);
         return false;
     }
     known = now;
@@ -112,19 +96,20 @@ bool WaitForChange(int queue, const struct timespec& timeout) {
     struct kevent event {};
     const int ret = kevent(queue, nullptr, 0, &event, 1, &timeout);
     if (ret < 0) {
-        QV_LOG(QV_LOG_ERROR, "%s kevent error %d", "NotifyFunc", ret);
+        QV_LOG(QV_LOG_ERROR, "%s kevent error %d", "EventWatcher", ret);
         return false;
     }
     // A file that became shorter than the read position was truncated: follow its end.
     if (ret > 0 && event.filter == EVFILT_READ && event.data < 0 &&
         lseek(static_cast<int>(event.ident), 0, SEEK_END) < 0) {
-        QV_LOG(QV_LOG_ERROR, "%s lseek error", "NotifyFunc");
+        QV_LOG(QV_LOG_ERROR, "%s lseek error", "EventWatcher");
     }
     return true;
 }
 
-void FollowLog(FwConfig& config, const std::atomic<bool>& stop, const std::string& path,
-               struct stat known, FILE* file, int queue) {
+void FollowLog(EventSink& sink, const std::function<bool()>& notifyOn,
+               const std::atomic<bool>& stop, const std::string& path, struct stat known,
+               FILE* file, int queue) {
     FwLogParser parser;
     const struct timespec wait = {kWaitSeconds, 0};
     const struct timespec recheck = {0, kMissingFileRecheckNs};
@@ -141,7 +126,7 @@ void FollowLog(FwConfig& config, const std::atomic<bool>& stop, const std::strin
         if (!FollowRotation(path, now, known, file, queue)) {
             continue;
         }
-        ReadNewLines(config, file, parser);
+        ReadNewLines(sink, notifyOn, file, parser);
         if (!WaitForChange(queue, wait)) {
             break;
         }
@@ -153,35 +138,26 @@ void FollowLog(FwConfig& config, const std::atomic<bool>& stop, const std::strin
 
 }  // namespace
 
-void FwMgr::StartNotify() {
-    if (!m_shell->Run("sysctl -w net.inet.ip.fw.verbose=1", kSysctlTimeout).ok()) {
-        QV_LOG(QV_LOG_ERROR, "%s Failed to set net.inet.ip.fw.verbose to be 1",
-               "FwMgr::StartNotify");
-        return;
-    }
-    m_stop = false;
-    m_thread = std::make_unique<Thread>(NotifyFunc, this, false, PRIORITY_NORMAL);
-}
+EventWatcher::EventWatcher(CommandRunner& shell, EventSink& sink, std::function<bool()> notifyOn,
+                           std::string path)
+    : m_shell(shell),
+      m_sink(sink),
+      m_notifyOn(std::move(notifyOn)),
+      m_path(std::move(path)),
+      m_thread(std::make_unique<Thread>(Run, this, false, PRIORITY_NORMAL)) {}
 
-// Finalize stops the watcher early, before the log goes, and Final stops it again:
-// verbose logging is switched off once, and only when the watcher ran.
-void FwMgr::StopNotify() {
-    if (m_thread == nullptr) {
-        return;
-    }
+EventWatcher::~EventWatcher() {
     m_stop = true;
-    (void)m_shell->Run("sysctl -w net.inet.ip.fw.verbose=0", kSysctlTimeout);
-    WakeWatcher();
+    Wake();
     m_thread->stop();
-    m_thread.reset();
 }
 
-void FwMgr::SetWakeQueue(int queue) {
+void EventWatcher::SetWakeQueue(int queue) {
     Guard<Mutex> guard(m_wakeLock);
     m_wakeQueue = queue;
 }
 
-void FwMgr::WakeWatcher() {
+void EventWatcher::Wake() {
     Guard<Mutex> guard(m_wakeLock);
     if (m_wakeQueue < 0) {
         return;
@@ -191,24 +167,27 @@ void FwMgr::WakeWatcher() {
     kevent(m_wakeQueue, &trigger, 1, nullptr, 0, nullptr);
 }
 
-void* FwMgr::NotifyFunc(void* argument) {
-    FwMgr& manager = *static_cast<FwMgr*>(argument);
-    QV_LOG(QV_LOG_DETAIL, "%s Enter", "NotifyFunc");
-    const std::string path = manager.m_fwLogPath;
+void* EventWatcher::Run(void* watcher) {
+    static_cast<EventWatcher*>(watcher)->Follow();
+    return nullptr;
+}
+
+void EventWatcher::Follow() {
+    QV_LOG(QV_LOG_DETAIL, "%s Enter", "EventWatcher");
     struct stat known {};
-    GetFileStat(*manager.m_shell, path, known);
+    GetFileStat(m_shell, m_path, known);
 
     const int queue = kqueue();
     if (queue < 0) {
-        QV_LOG(QV_LOG_ERROR, "%s Failed to create kqueue, errno is %d", "NotifyFunc", errno);
-        return nullptr;
+        QV_LOG(QV_LOG_ERROR, "%s Failed to create kqueue, errno is %d", "EventWatcher", errno);
+        return;
     }
-    FILE* file = fopen(path.c_str(), "r");
+    FILE* file = fopen(m_path.c_str(), "r");
     if (file == nullptr) {
-        QV_LOG(QV_LOG_ERROR, "%s Failed to open file %s, err is %d", "NotifyFunc", path.c_str(),
+        QV_LOG(QV_LOG_ERROR, "%s Failed to open file %s, err is %d", "EventWatcher", m_path.c_str(),
                errno);
         close(queue);
-        return nullptr;
+        return;
     }
     // Lines written before the watcher started are not news.
     lseek(fileno(file), 0, SEEK_END);
@@ -217,13 +196,12 @@ void* FwMgr::NotifyFunc(void* argument) {
     struct kevent wake;
     EV_SET(&wake, kWakeIdent, EVFILT_USER, EV_ADD | EV_CLEAR, NOTE_FFNOP, 0, nullptr);
     kevent(queue, &wake, 1, nullptr, 0, nullptr);
-    manager.SetWakeQueue(queue);
+    SetWakeQueue(queue);
 
-    FollowLog(manager.m_config, manager.m_stop, path, known, file, queue);
+    FollowLog(m_sink, m_notifyOn, m_stop, m_path, known, file, queue);
 
-    manager.SetWakeQueue(-1);
+    SetWakeQueue(-1);
     close(queue);
-    return nullptr;
 }
 
 }  // namespace vela

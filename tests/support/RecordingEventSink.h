@@ -1,0 +1,45 @@
+// An event sink that keeps what the watcher hands it, for tests to wait on.
+#pragma once
+
+#include <chrono>
+#include <mutex>
+#include <thread>
+#include <vector>
+
+#include "EventSink.h"
+
+namespace qvtest {
+
+class RecordingEventSink : public qor::vela::EventSink {
+public:
+    struct Reported {
+        qor::vela::EventLogItemFw event;
+        bool notify = false;
+    };
+
+    void Report(const qor::vela::EventLogItemFw& event, bool notify) override {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        m_reported.push_back({event, notify});
+    }
+
+    // What was reported once `count` events came, or at the deadline.
+    std::vector<Reported> waitFor(size_t count,
+                                  std::chrono::milliseconds patience = std::chrono::seconds(5)) {
+        const auto deadline = std::chrono::steady_clock::now() + patience;
+        while (std::chrono::steady_clock::now() < deadline && reported().size() < count) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(10));
+        }
+        return reported();
+    }
+
+    std::vector<Reported> reported() {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        return m_reported;
+    }
+
+private:
+    std::mutex m_mutex;
+    std::vector<Reported> m_reported;
+};
+
+}  // namespace qvtest
