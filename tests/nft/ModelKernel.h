@@ -1,8 +1,9 @@
 // The nftables tables of the enforcing ipfw as the kernel keeps them, for tests on
 // strings: it runs the statements ipfw writes, each script as one transaction that either
 // applies whole or changes nothing, refusing what nftables refuses (anything in a missing
-// table or chain, a jump to a missing chain, deleting a chain that is used or not empty,
-// deleting a missing element or table).
+// table, chain or map, a jump to a missing chain, a lookup in a missing map, deleting a
+// chain that is used or not empty, a map that is used, a missing element or table, an
+// element whose key a map holds with another verdict).
 #pragma once
 
 #include <algorithm>
@@ -73,6 +74,19 @@ public:
         }
         for (const ipfwnft::KernelRule& rule : found->second.chains.at(chain)) {
             const std::string& line = rule.text;
+            const size_t vmap = line.find(" vmap @");
+            if (vmap != std::string::npos) {
+                // Each element as the lines its verdict chain holds, led by its key.
+                const Map* map = mapOf(table, line.substr(vmap + 7));
+                for (const auto& [key, value] : map != nullptr ? map->elements : Elements()) {
+                    const std::string lead = line.substr(0, vmap) + " " + key + " " +
+                                             value.substr(0, value.find(": ") + 2);
+                    for (const std::string& inner : walk(table, jumpTarget(value))) {
+                        lines.push_back(lead + inner);
+                    }
+                }
+                continue;
+            }
             const std::string target = jumpTarget(line);
             const size_t jump = line.find("jump ");
             const bool entry = jump != std::string::npos &&
@@ -115,15 +129,32 @@ public:
         const auto rules = found->second.chains.find(chain);
         return rules == found->second.chains.end() ? nullptr : &rules->second;
     }
-    size_t chainCount(const std::string& table) const {
+    // Chains and maps.
+    size_t objectCount(const std::string& table) const {
         const auto found = tables_.find(table);
-        return found == tables_.end() ? 0 : found->second.chains.size();
+        return found == tables_.end() ? 0 : found->second.chains.size() + found->second.maps.size();
+    }
+
+    // A verdict map's elements by key ("6 . 10.0.0.1 . 22"), each "comment \"N\" : jump X".
+    using Elements = std::map<std::string, std::string>;
+    struct Map {
+        std::string expression;
+        Elements elements;
+    };
+    const Map* mapOf(const std::string& table, const std::string& name) const {
+        const auto found = tables_.find(table);
+        if (found == tables_.end()) {
+            return nullptr;
+        }
+        const auto map = found->second.maps.find(name);
+        return map == found->second.maps.end() ? nullptr : &map->second;
     }
 
 private:
     struct Table {
         std::map<std::string, std::vector<ipfwnft::KernelRule>> chains;
         std::map<std::string, std::set<std::string>> sets;
+        std::map<std::string, Map> maps;
         uint64_t nextHandle = 1;
         void append(const std::string& chain, const std::string& text) {
             chains[chain].push_back(ipfwnft::KernelRule{nextHandle++, text});
@@ -155,7 +186,51 @@ private:
                 }
             }
         }
+        for (const auto& [name, map] : table.maps) {
+            for (const auto& [key, value] : map.elements) {
+                if (jumpTarget(value) == chain) {
+                    return true;
+                }
+            }
+        }
         return false;
+    }
+
+    // The map a rule looks up, or "".
+    static std::string lookedUp(const std::string& line) {
+        const size_t at = line.find(" vmap @");
+        return at == std::string::npos ? std::string() : line.substr(at + 7);
+    }
+
+    static bool mapUsed(const Table& table, const std::string& map) {
+        for (const auto& [name, rules] : table.chains) {
+            for (const ipfwnft::KernelRule& rule : rules) {
+                if (lookedUp(rule.text) == map) {
+                    return true;
+                }
+            }
+        }
+        return false;
+    }
+
+    // "KEY comment \"N\" : VERDICT" as key and the rest.
+    static std::pair<std::string, std::string> element(const std::string& text) {
+        const size_t comment = text.find(" comment ");
+        const size_t at = comment != std::string::npos ? comment : text.find(" : ");
+        return {text.substr(0, at), text.substr(at + 1)};
+    }
+
+    static bool addElements(Map& map, const std::set<std::string>& texts, std::string& error) {
+        for (const std::string& text : texts) {
+            const auto [key, value] = element(text);
+            const auto there = map.elements.find(key);
+            if (there != map.elements.end() && there->second != value) {
+                error = "File exists";
+                return false;
+            }
+            map.elements[key] = value;
+        }
+        return true;
     }
 
     static std::set<std::string> braced(const std::string& text) {
@@ -177,6 +252,7 @@ private:
         Table* block = nullptr;
         std::string chain;
         std::string set;
+        std::string map;
         for (std::string line; std::getline(in, line);) {
             if (block == nullptr) {
                 if (!statement(line, tables, block, error)) {
@@ -190,9 +266,19 @@ private:
             } else if (line.rfind("\tset ", 0) == 0) {
                 set = line.substr(5, line.size() - 7);
                 block->sets[set];
+            } else if (line.rfind("\tmap ", 0) == 0) {
+                map = line.substr(5, line.size() - 7);
+                block->maps[map];
             } else if (line == "\t}") {
                 chain.clear();
                 set.clear();
+                map.clear();
+            } else if (!map.empty() && line.rfind("\t\ttypeof ", 0) == 0) {
+                block->maps[map].expression = line.substr(9, line.find(" : verdict") - 9);
+            } else if (!map.empty() && line.find("elements = {") != std::string::npos) {
+                if (!addElements(block->maps[map], braced(line), error)) {
+                    return false;
+                }
             } else if (!set.empty() && line.find("elements = {") != std::string::npos) {
                 block->sets[set] = braced(line);
             } else if (!chain.empty() && line.rfind("\t\ttype ", 0) != 0) {
@@ -206,6 +292,19 @@ private:
                     const std::string target = jumpTarget(rule.text);
                     if (!target.empty() && table.chains.count(target) == 0) {
                         error = "jump to missing chain " + target;
+                        return false;
+                    }
+                    const std::string map = lookedUp(rule.text);
+                    if (!map.empty() && table.maps.count(map) == 0) {
+                        error = "lookup in missing map " + map;
+                        return false;
+                    }
+                }
+            }
+            for (const auto& [mapName, map] : table.maps) {
+                for (const auto& [key, value] : map.elements) {
+                    if (table.chains.count(jumpTarget(value)) == 0) {
+                        error = "element jumps to missing chain " + jumpTarget(value);
                         return false;
                     }
                 }
@@ -268,6 +367,24 @@ private:
                 return false;
             }
             rules.erase(doomed);
+        } else if (verb == "add" && what == "map" && table.maps.count(object) == 0) {
+            const size_t typeOf = rest.find("typeof ");
+            table.maps[object].expression =
+                rest.substr(typeOf + 7, rest.find(" : verdict") - typeOf - 7);
+        } else if (verb == "delete" && what == "map" && table.maps.count(object) != 0 &&
+                   !mapUsed(table, object)) {
+            table.maps.erase(object);
+        } else if (what == "element" && table.maps.count(object) != 0) {
+            Map& map = table.maps[object];
+            if (verb == "add") {
+                return addElements(map, braced(rest), error);
+            }
+            for (const std::string& key : braced(rest)) {
+                if (map.elements.erase(key) == 0) {
+                    error = "No such file or directory";
+                    return false;
+                }
+            }
         } else if (what == "element" && table.sets.count(object) != 0) {
             for (const std::string& value : braced(rest)) {
                 if (verb == "add") {

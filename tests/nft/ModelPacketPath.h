@@ -1,9 +1,10 @@
 // One IPv4 packet through the tables a ModelKernel holds, as nf_tables runs them: the
 // tables' base chains of the packet's hook in priority order, each line's tests left to
 // right, jumps that return when their chain ends, accept ending a table and drop or
-// reject ending the packet. The rule a packet met is the number in the comment of the
-// first line that decided it. Knows the expressions the enforcing ipfw writes for
-// stateless rules; anything else is named in `unknown` and never matches.
+// reject ending the packet, "return" ending its chain, verdict maps looked up by the
+// packet's fields. The rule a packet met is the number in the comment of the first line
+// that decided it, or of the element whose verdict chain decided it. Knows the expressions the
+// enforcing ipfw writes for stateless rules; anything else is named in `unknown` and never matches.
 #pragma once
 
 #include <algorithm>
@@ -23,6 +24,7 @@ struct PathVerdict {
     uint32_t rule = ipfwsim::kDefaultRuleNumber;
     std::string action = "Accept";
     std::string unknown;  // the first expression the model could not read
+    bool looked = false;  // decided by an element of a verdict map
 };
 
 class PacketPath {
@@ -44,7 +46,8 @@ public:
     }
 
 private:
-    enum class End { Return, Accept, Drop };
+    // Back: the chain returns at once.
+    enum class End { Return, Accept, Drop, Back };
 
     End chain(const std::string& name, int depth) {
         const std::vector<ipfwnft::KernelRule>* rules = kernel_.rulesOf(table_, name);
@@ -54,11 +57,64 @@ private:
         }
         for (const ipfwnft::KernelRule& rule : *rules) {
             const End end = line(rule.text, depth);
+            if (end == End::Back) {
+                return End::Return;
+            }
             if (end != End::Return) {
                 return end;
             }
         }
         return End::Return;
+    }
+
+    // The packet's value of one field of a map's key, as the map's elements write it.
+    std::string field(const std::string& name) {
+        const auto quad = [](uint32_t address) {
+            return std::to_string(address >> 24) + "." + std::to_string((address >> 16) & 255) +
+                   "." + std::to_string((address >> 8) & 255) + "." + std::to_string(address & 255);
+        };
+        if (name == "meta l4proto") {
+            return std::to_string(packet_.flow.proto);
+        }
+        if (name == "ip saddr" || name == "ip daddr") {
+            return quad(name == "ip saddr" ? packet_.flow.srcAddress : packet_.flow.dstAddress);
+        }
+        if (name == "th sport" || name == "th dport") {
+            // Keys with ports also hold TCP or UDP, so another protocol's bytes never match.
+            return std::to_string(!hasPorts()          ? 0
+                                  : name == "th sport" ? packet_.flow.srcPort
+                                                       : packet_.flow.dstPort);
+        }
+        verdict_.unknown = verdict_.unknown.empty() ? name : verdict_.unknown;
+        return "?";
+    }
+
+    // "FIELD . FIELD vmap @MAP": the element of the packet's key, its verdict chain run as
+    // the element's rule.
+    End lookup(const std::string& text, size_t vmap, int depth) {
+        const ModelKernel::Map* map = kernel_.mapOf(table_, text.substr(vmap + 7));
+        if (map == nullptr) {
+            verdict_.unknown = "map " + text.substr(vmap + 7);
+            return End::Drop;
+        }
+        std::string key;
+        const std::string expression = text.substr(0, vmap);
+        for (size_t at = 0; at < expression.size();) {
+            size_t dot = expression.find(" . ", at);
+            dot = dot == std::string::npos ? expression.size() : dot;
+            key += (key.empty() ? "" : " . ") + field(expression.substr(at, dot - at));
+            at = dot + 3;
+        }
+        const auto found = map->elements.find(key);
+        if (found == map->elements.end()) {
+            return End::Return;
+        }
+        const std::vector<std::string> words = tokens(found->second);
+        elementRule_ = words.size() > 1 && words[0] == "comment" ? words[1] : std::string();
+        elementDepth_ = depth + 1;
+        const End end = chain(words.back(), depth + 1);
+        elementRule_.clear();
+        return end;
     }
 
     // Words, with "{ a, b }" and quoted text each one word.
@@ -190,8 +246,9 @@ private:
         }
         if (word == "numgen" && words[at + 2] == "offset") {
             const std::string set = words[at + 3];
-            at += 5;
-            return kernel_.elements(table_, "enabled_sets").count(set) != 0;
+            const bool negated = words[at + 4] == "!=";
+            at += negated ? 6 : 5;
+            return (kernel_.elements(table_, "enabled_sets").count(set) != 0) != negated;
         }
         if (word == "ip" && (next == "saddr" || next == "daddr")) {
             const uint32_t address =
@@ -243,17 +300,26 @@ private:
     }
 
     // The first line of a packet's path that decides it names the rule and its action.
-    void decide(const std::vector<std::string>& words, const std::string& action) {
+    // A line of a verdict chain decides for its element's rule; reset_action, a chain
+    // deeper, leaves the decision to the line that jumped to it.
+    void decide(const std::vector<std::string>& words, const std::string& action, int depth) {
+        std::string comment = depth == elementDepth_ ? elementRule_ : std::string();
         for (size_t i = 0; i + 1 < words.size(); ++i) {
-            if (words[i] == "comment" && !decided_) {
-                decided_ = true;
-                verdict_.rule = number(words[i + 1].substr(1));
-                verdict_.action = action;
-            }
+            comment = words[i] == "comment" ? words[i + 1] : comment;
+        }
+        if (!comment.empty() && !decided_) {
+            decided_ = true;
+            verdict_.looked = depth == elementDepth_ && !elementRule_.empty();
+            verdict_.rule = number(comment.substr(1));
+            verdict_.action = action;
         }
     }
 
     End line(const std::string& text, int depth) {
+        const size_t vmap = text.find(" vmap @");
+        if (vmap != std::string::npos) {
+            return lookup(text, vmap, depth);
+        }
         const std::vector<std::string> words = tokens(text);
         size_t at = 0;
         while (at < words.size()) {
@@ -264,18 +330,22 @@ private:
             } else if (word == "log") {
                 at += 4;  // group N prefix "TEXT"
             } else if (word == "accept" || word == "drop") {
-                decide(words, word == "accept" ? "Accept" : "Deny");
+                decide(words, word == "accept" ? "Accept" : "Deny", depth);
                 return word == "accept" ? End::Accept : End::Drop;
             } else if (word == "reject" && words[at + 1] == "icmp") {
-                decide(words, ipfwsim::actionLogWord(ipfwsim::Action{ipfwsim::ActionKind::Reject,
-                                                                     number(words[at + 2])}));
+                decide(words,
+                       ipfwsim::actionLogWord(
+                           ipfwsim::Action{ipfwsim::ActionKind::Reject, number(words[at + 2])}),
+                       depth);
                 return End::Drop;
             } else if (word == "reject") {
                 return End::Drop;
+            } else if (word == "return") {
+                return End::Back;
             } else if (word == "jump") {
                 const End end = chain(words[at++], depth + 1);
                 if (end != End::Return) {
-                    decide(words, "Reset");  // only reset_action ends a rule's jump
+                    decide(words, "Reset", depth);  // only reset_action ends a rule's jump
                     return end;
                 }
             } else if (!test(word, words, at)) {
@@ -291,6 +361,9 @@ private:
     std::string table_;
     uint32_t mark_ = 0;
     bool decided_ = false;
+    // The quoted rule number of the element whose verdict chain runs, or "".
+    std::string elementRule_;
+    int elementDepth_ = -1;
     PathVerdict verdict_;
 };
 

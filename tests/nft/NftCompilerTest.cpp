@@ -67,7 +67,7 @@ protected:
             }
             ASSERT_EQ(kernel.elements(table, "enabled_sets"), whole.elements(table, "enabled_sets"))
                 << table << " after " << after;
-            ASSERT_EQ(kernel.chainCount(table), whole.chainCount(table))
+            ASSERT_EQ(kernel.objectCount(table), whole.objectCount(table))
                 << table << " after " << after;
             // What the next change will prove is there.
             ASSERT_EQ(kernel.elements(table, "gen"),
@@ -207,8 +207,9 @@ TEST_F(EnforcingIpfwTest, SimulatorRefusalsKeepTheirWords) {
     EXPECT_TRUE(kernel.scripts.empty());
 }
 
-// A change reaches the kernel as statements on its own chains: an add after the last rule
-// of its chain is appended, a set switch is one element, and only a flush rebuilds.
+// A change reaches the kernel as statements on what it touched: a keyed rule is an
+// element, a line is appended to its run, a set switch is one element, and only a flush
+// rebuilds.
 TEST_F(EnforcingIpfwTest, EachChangeTouchesOnlyItsOwnChains) {
     ASSERT_EQ(ipfw("-q add 2100 set 18 allow proto tcp dst-port 22"), 0);
     EXPECT_EQ(lastScript().rfind("table inet ipfw\ndelete table inet ipfw\n", 0), 0u)
@@ -216,10 +217,11 @@ TEST_F(EnforcingIpfwTest, EachChangeTouchesOnlyItsOwnChains) {
     ASSERT_EQ(ipfw("-q add 3100 set 19 deny proto tcp"), 0);
     ASSERT_EQ(ipfw("-q add 3110 set 19 deny proto udp"), 0);
     EXPECT_EQ(lastScript(),
-              "add rule inet ipfw_s0 rules_in_b12_r0 meta l4proto 17 drop comment "
-              "\"3110\"\nadd rule inet ipfw_s0 rules_out_b12_r0 meta l4proto 17 "
-              "drop comment \"3110\"\n")
-        << "a rule of the last run's set joins the run";
+              "add element inet ipfw_s0 rules_in_k0_p1_s1 { 17 comment \"3110\" : jump "
+              "rules_in_k0_v19_deny }\n"
+              "add element inet ipfw_s0 rules_out_k0_p1_s1 { 17 comment \"3110\" : jump "
+              "rules_out_k0_v19_deny }\n")
+        << "a rule that meets no packet of its group's rules joins the group";
     EXPECT_EQ(kernel.scripts.back().rfind("delete element inet ipfw gen { 2 }\n"
                                           "delete element inet ipfw_s0 gen { 2 }\n",
                                           0),
@@ -230,24 +232,49 @@ TEST_F(EnforcingIpfwTest, EachChangeTouchesOnlyItsOwnChains) {
               std::string::npos);
     ASSERT_EQ(ipfw("-q add 3120 set 18 deny proto icmp"), 0);
     EXPECT_EQ(lastScript(),
-              "add chain inet ipfw_s0 rules_in_b12_r1\n"
-              "add rule inet ipfw_s0 rules_in_b12_r1 meta l4proto 1 drop comment \"3120\"\n"
-              "add chain inet ipfw_s0 rules_out_b12_r1\n"
-              "add rule inet ipfw_s0 rules_out_b12_r1 meta l4proto 1 drop comment \"3120\"\n"
-              "add rule inet ipfw_s0 rules_in_b12 numgen random mod 1 offset 18 @enabled_sets jump "
-              "rules_in_b12_r1\n"
-              "add rule inet ipfw_s0 rules_out_b12 numgen random mod 1 offset 18 @enabled_sets "
-              "jump rules_out_b12_r1\n")
-        << "another set's rule starts a run entered behind one set test";
+              "add chain inet ipfw_s0 rules_in_k0_v18_deny\n"
+              "add rule inet ipfw_s0 rules_in_k0_v18_deny numgen random mod 1 offset 18 != "
+              "@enabled_sets return\n"
+              "add rule inet ipfw_s0 rules_in_k0_v18_deny drop\n"
+              "add chain inet ipfw_s0 rules_out_k0_v18_deny\n"
+              "add rule inet ipfw_s0 rules_out_k0_v18_deny numgen random mod 1 offset 18 != "
+              "@enabled_sets return\n"
+              "add rule inet ipfw_s0 rules_out_k0_v18_deny drop\n"
+              "add element inet ipfw_s0 rules_in_k0_p1_s1 { 1 comment \"3120\" : jump "
+              "rules_in_k0_v18_deny }\n"
+              "add element inet ipfw_s0 rules_out_k0_p1_s1 { 1 comment \"3120\" : jump "
+              "rules_out_k0_v18_deny }\n")
+        << "another set's rule joins the group behind its set's verdict chain";
+    ASSERT_EQ(ipfw("-q add 3130 set 19 count recv lo"), 0);
+    ASSERT_EQ(ipfw("-q add 3140 set 19 count recv lo"), 0);
+    EXPECT_EQ(lastScript(),
+              "add rule inet ipfw_s0 rules_in_k0_p2 iifname \"lo\" counter comment \"3140\"\n"
+              "add rule inet ipfw_s0 rules_out_k0_p2 iifname \"lo\" counter comment \"3140\"\n")
+        << "a rule that is no key joins the run of lines before it";
     ASSERT_EQ(ipfw("-q delete 3120"), 0);
+    EXPECT_EQ(lastScript(),
+              "delete element inet ipfw_s0 rules_in_k0_p1_s1 { 1 }\n"
+              "delete element inet ipfw_s0 rules_out_k0_p1_s1 { 1 }\n"
+              "flush chain inet ipfw_s0 rules_in_k0_v18_deny\n"
+              "delete chain inet ipfw_s0 rules_in_k0_v18_deny\n"
+              "flush chain inet ipfw_s0 rules_out_k0_v18_deny\n"
+              "delete chain inet ipfw_s0 rules_out_k0_v18_deny\n");
     expectKernelAsRebuilt("delete 3120");
     ASSERT_EQ(ipfw("-q set disable 19"), 0);
     EXPECT_EQ(lastScript(), "delete element inet ipfw_s0 enabled_sets { 19 }\n");
     ASSERT_EQ(ipfw("-q set enable 19"), 0);
+    ASSERT_EQ(ipfw("-q delete 3140"), 0);
+    EXPECT_EQ(lastScript(),
+              "flush chain inet ipfw_s0 rules_in_k0_p2\n"
+              "add rule inet ipfw_s0 rules_in_k0_p2 iifname \"lo\" counter comment \"3130\"\n"
+              "flush chain inet ipfw_s0 rules_out_k0_p2\n"
+              "add rule inet ipfw_s0 rules_out_k0_p2 iifname \"lo\" counter comment \"3130\"\n")
+        << "a run that lost a line is written anew, and nothing else";
+    // Without 3100, nothing keeps 3110 out of 2100's group: the block's pieces are made
+    // anew, but 2100's element stays where it is.
     ASSERT_EQ(ipfw("-q delete 3100"), 0);
-    EXPECT_EQ(lastScript().find("rules_in_b8"), std::string::npos) << "2100 stays untouched";
-    EXPECT_EQ(lastScript().find("flush"), std::string::npos) << "3110 stays: " << lastScript();
-    EXPECT_EQ(lastScript().rfind("delete rule inet ipfw_s0 rules_in_b12_r0 handle ", 0), 0u);
+    EXPECT_EQ(lastScript().find("element inet ipfw_s0 rules_in_k0_p0_s17"), std::string::npos)
+        << lastScript();
     expectKernelAsRebuilt("delete 3100");
     // A rule past 16,383 goes into a table of its own, hooked after the first.
     ASSERT_EQ(ipfw("-q add 20000 set 19 allow proto tcp"), 0);
@@ -367,9 +394,11 @@ TEST_F(EnforcingIpfwTest, AChangeInAnotherTableFindsTheFlushedRulesetAndRebuilds
     EXPECT_NE(console.errors.find("rebuilt them from the rule state"), std::string::npos)
         << console.errors;
     const std::vector<std::string> lines = kernel.walkAll("rules_in");
+    // Each deny rule's drop, as a line or behind its element.
     EXPECT_EQ(std::count_if(lines.begin(), lines.end(),
                             [](const std::string& line) {
-                                return line.find(" drop comment") != std::string::npos;
+                                return line.find(" drop comment") != std::string::npos ||
+                                       line.compare(line.size() - 7, 7, " : drop") == 0;
                             }),
               2001);
     expectKernelAsRebuilt("a change in a table of its own after a flushed ruleset");
@@ -399,8 +428,11 @@ TEST_F(EnforcingIpfwTest, KeptFlowsTakeTheirRuleActionAtTheFirstLookup) {
                 "ct mark 0x1f0c1c00 meta mark set meta mark | 0x00100000 accept comment \"3100\"",
             kGate19 + "meta l4proto 6 tcp dport 80 ct mark set 0x1f0c1c00 meta mark set meta "
                       "mark | 0x00100000 accept comment \"3100\"",
-            kGate19 +
-                "meta l4proto 6 log group 65 prefix \"3200 0 in Deny\" drop comment \"3200\""}));
+            // An exact key: an element whose verdict chain tests the set.
+            "meta l4proto 6 comment \"3200\" : numgen random mod 1 offset 19 != @enabled_sets "
+            "return",
+            "meta l4proto 6 comment \"3200\" : log group 65 prefix \"3200 0 in Deny\" drop comment "
+            "\"3200\""}));
 }
 
 TEST_F(EnforcingIpfwTest, AChangeTheKernelRefusesIsUndone) {

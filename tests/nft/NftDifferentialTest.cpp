@@ -154,6 +154,7 @@ TEST_F(NftDifferentialTest, EveryPacketMeetsTheSameRuleInTheTablesAsInTheSimulat
     RandomWords random(20261126);
     int packets = 0;
     std::map<std::string, int> actions;  // how many packets each action decided
+    int looked = 0;                      // how many an element of a verdict map decided
     for (int list = 0; list < kLists; ++list) {
         store = MemoryStore();
         kernel = nfttest::ModelKernel();
@@ -177,6 +178,7 @@ TEST_F(NftDifferentialTest, EveryPacketMeetsTheSameRuleInTheTablesAsInTheSimulat
             ASSERT_EQ(actual.action, expected.action) << history;
             ++actions[expected.ruleNumber == ipfwsim::kDefaultRuleNumber ? "default"
                                                                          : actual.action];
+            looked += actual.looked ? 1 : 0;
         }
     }
     EXPECT_GE(packets, 100000);
@@ -185,6 +187,7 @@ TEST_F(NftDifferentialTest, EveryPacketMeetsTheSameRuleInTheTablesAsInTheSimulat
         EXPECT_GT(actions[action], packets / 100) << action;
     }
     EXPECT_LT(actions["default"], packets * 3 / 4);
+    EXPECT_GT(looked, packets / 20) << "keyed rules decide their share";
 }
 
 }  // namespace

@@ -21,19 +21,13 @@ std::string statement(const std::string& verb, uint32_t shard, const std::string
 // What a change does to one table that holds rules before and after it. Creations come
 // first and deletions last, so that no jump ever names a chain that is not there.
 struct ShardScript {
-    // The touched buckets that gained their first rule, and those that lost their last.
+    // The touched blocks that gained their first rule, and those that lost their last.
     std::vector<uint32_t> came;
     std::vector<uint32_t> went;
     std::string created;
     std::string rewritten;
     std::string deleted;
 };
-
-// The number a listed line names in its comment, or -1.
-long commentNumber(const std::string& text) {
-    const size_t at = text.rfind("comment \"");
-    return at == std::string::npos ? -1 : std::strtol(text.c_str() + at + 9, nullptr, 10);
-}
 
 // Statements that delete, by their handles, the rules of `chain` that `doomed` picks.
 Status deleteListed(KernelTable& kernel, uint32_t shard, const std::string& chain,
@@ -81,9 +75,28 @@ Status updateJumps(KernelTable& kernel, uint32_t shard, const std::string& chain
     return Status::success();
 }
 
-// A run's chain as a change finds it: there with its entry in the bucket's chain, there
-// but emptied along with the bucket's chain, or still to be made.
-enum class RunChain { Entered, Flushed, New };
+// What one pass of a block holds before or after a change; nothing when it holds no rules.
+struct BlockState {
+    bool present = false;
+    BlockObjects objects;
+};
+
+std::string addChainText(uint32_t shard, const std::string& name,
+                         const std::vector<std::string>& lines, size_t from = 0) {
+    std::string text;
+    for (size_t i = from; i < lines.size(); ++i) {
+        text += statement("add rule", shard, name, lines[i]);
+    }
+    return text;
+}
+
+std::string elementsText(const std::vector<std::string>& elements) {
+    std::string text;
+    for (const std::string& element : elements) {
+        text += (text.empty() ? "" : ", ") + element;
+    }
+    return "{ " + text + " }";
+}
 
 class ChangeScript {
 public:
@@ -91,25 +104,42 @@ public:
                  uint32_t disabledSets, KernelTable& kernel)
         : before_(before), after_(after), disabledSets_(disabledSets), kernel_(kernel) {}
 
-    // `possible` false when the bucket holds a rule that looks up kept flows.
-    Status addBucket(uint32_t bucket, bool& possible) {
-        const uint32_t low = bucket * kBucketSpan;
-        const uint32_t high = low + kBucketSpan - 1;
+    // `possible` false when the block holds a rule that looks up kept flows.
+    Status addBlock(uint32_t block, bool& possible) {
+        const uint32_t low = block * kBlockSpan;
+        const uint32_t high = low + kBlockSpan - 1;
         const RuleStretch was(before_, low, high);
         const RuleStretch is(after_, low, high);
         possible = !was.looksUpState() && !is.looksUpState();
         if (!possible) {
             return Status::success();
         }
-        ShardScript& out = shards_[shardOf(bucket)];
+        ShardScript& out = shards_[shardOf(block)];
         if (was.empty() != is.empty()) {
-            (was.empty() ? out.came : out.went).push_back(bucket);
+            (was.empty() ? out.came : out.went).push_back(block);
         }
-        Status status;
+        std::vector<ipfwsim::StoredRule> wasStorage;
+        std::vector<ipfwsim::StoredRule> isStorage;
+        std::vector<PlacedRule> wasRules;
+        std::vector<PlacedRule> isRules;
+        Status status = was.decode(wasStorage, wasRules);
+        if (status.ok()) {
+            status = is.decode(isStorage, isRules);
+        }
+        // Runs are compared by their rules' identities; only those that changed compile.
+        const std::vector<std::string> wasIdentities = was.identities();
+        const std::vector<std::string> isIdentities = is.identities();
         for (Pass pass : kPasses) {
-            status = bucketScript(pass, bucket, was, is, out);
-            if (!status.ok()) {
-                return status;
+            BlockState old{!was.empty(), {}};
+            BlockState now{!is.empty(), {}};
+            if (status.ok() && old.present) {
+                status = compileBlock(block, pass, wasRules, {}, old.objects, &wasIdentities);
+            }
+            if (status.ok() && now.present) {
+                status = compileBlock(block, pass, isRules, {}, now.objects, &isIdentities);
+            }
+            if (status.ok()) {
+                status = blockScript(pass, block, old, now, isRules, out);
             }
         }
         return status;
@@ -139,7 +169,7 @@ public:
                 for (Pass pass : kPasses) {
                     Status status = updateJumps(
                         kernel_, shard, passChain(pass), was, is,
-                        [pass](uint32_t b) { return bucketChain(pass, b); }, out);
+                        [pass](uint32_t b) { return blockChain(pass, b); }, out);
                     if (!status.ok()) {
                         return status;
                     }
@@ -154,150 +184,196 @@ public:
     }
 
 private:
-    // The buckets the pass chains jump to before and after, as far as the jumps change:
-    // only the buckets that went, when nothing came (their jumps are deleted); only the
-    // buckets that came, when nothing went and no bucket beyond them held rules (their
-    // jumps are appended); else every bucket of the table, read from both states, which
-    // costs a walk over the table's rules.
+    // The blocks the pass chains jump to before and after, as far as the jumps change:
+    // only the blocks that went, when nothing came (their jumps are deleted); only the
+    // blocks that came, when nothing went and no block beyond them held rules (their
+    // jumps are appended); else every block of the table, read from both states.
     void jumpLists(ShardScript& out, uint32_t low, uint32_t high, std::vector<uint32_t>& was,
                    std::vector<uint32_t>& is) const {
         std::sort(out.came.begin(), out.came.end());
         std::sort(out.went.begin(), out.went.end());
         if (out.came.empty()) {
             was = out.went;
-        } else if (out.went.empty() &&
-                   !before_.holdsRulesIn(out.came.front() * kBucketSpan, high)) {
+        } else if (out.went.empty() && !before_.holdsRulesIn(out.came.front() * kBlockSpan, high)) {
             is = out.came;
         } else {
-            was = bucketsWithRules(before_, low, high);
-            is = bucketsWithRules(after_, low, high);
+            was = blocksWithRules(before_, low, high);
+            is = blocksWithRules(after_, low, high);
         }
     }
 
-    // A bucket that lost rules but kept its runs only loses their lines, found by the
-    // number in their comments; one that gained rules after its last gets their lines
-    // appended, to its last run or to runs of their own; any other change writes the
-    // bucket's chains anew.
-    Status bucketScript(Pass pass, uint32_t bucket, const RuleStretch& was, const RuleStretch& is,
-                        ShardScript& out) const {
-        const std::vector<RuleRun> wasRuns = was.runs();
-        const std::vector<RuleRun> isRuns = is.runs();
-        if (is.empty()) {
-            if (!was.empty()) {
-                const uint32_t shard = shardOf(bucket);
-                out.rewritten += statement("flush chain", shard, bucketChain(pass, bucket));
-                dropRuns(pass, bucket, 0, wasRuns.size(), out);
-                out.deleted += statement("delete chain", shard, bucketChain(pass, bucket));
-            }
+    // Only what differs between the block's objects before and after: elements added and
+    // deleted in maps that stay, chains written anew where their lines changed, the block
+    // chain's lines appended or cut where one list continues the other. New objects come
+    // first and gone ones last (maps before the chains their elements name), so that no
+    // line or element ever names what is not there.
+    Status blockScript(Pass pass, uint32_t block, const BlockState& old, const BlockState& now,
+                       const std::vector<PlacedRule>& rules, ShardScript& out) const {
+        if (!old.present && !now.present) {
             return Status::success();
         }
-        if (!was.empty() && is.keepsOnlyFrom(was) && sameSets(wasRuns, isRuns)) {
-            return deleteGone(pass, bucket, was, is, wasRuns, out);
+        const uint32_t shard = shardOf(block);
+        const std::string chain = blockChain(pass, block);
+        if (!old.present) {
+            out.created += statement("add chain", shard, chain);
         }
-        if (!was.empty() && is.extends(was)) {
-            return appendRuns(pass, bucket, was, is, isRuns, wasRuns.size(), out);
+        const ChainLines lines = [&](const std::string& name, size_t from,
+                                     std::vector<std::string>& compiled) {
+            return chainLines(now.objects, name, from, rules, pass, compiled);
+        };
+        Status status = createObjects(shard, old.objects, now.objects, lines, out);
+        if (status.ok()) {
+            status = rewriteEntries(shard, chain, old, now, out);
         }
-        return rewriteRuns(pass, bucket, was.empty(), is, isRuns, wasRuns.size(), out);
+        if (status.ok()) {
+            status = rewriteObjects(shard, old.objects, now.objects, lines, out);
+        }
+        deleteObjects(shard, old.objects, now.objects, out);
+        if (!now.present) {
+            out.deleted += statement("delete chain", shard, chain);
+        }
+        return status;
     }
 
-    static bool sameSets(const std::vector<RuleRun>& a, const std::vector<RuleRun>& b) {
-        return std::equal(a.begin(), a.end(), b.begin(), b.end(),
-                          [](const RuleRun& x, const RuleRun& y) { return x.set == y.set; });
+    // The lines of chain `name` of `objects` from its `from`th: a run's compiled from its
+    // rules, any other's as they stand.
+    using ChainLines = std::function<Status(const std::string&, size_t, std::vector<std::string>&)>;
+    static Status chainLines(const BlockObjects& objects, const std::string& name, size_t from,
+                             const std::vector<PlacedRule>& rules, Pass pass,
+                             std::vector<std::string>& compiled) {
+        compiled.clear();
+        const auto run = objects.runs.find(name);
+        if (run == objects.runs.end()) {
+            const std::vector<std::string>& lines = objects.chains.at(name);
+            compiled.assign(lines.begin() + static_cast<long>(from), lines.end());
+            return Status::success();
+        }
+        std::vector<PlacedRule> members;
+        for (size_t i = from; i < run->second.size(); ++i) {
+            members.push_back(rules[run->second[i]]);
+        }
+        return compileLines(members, pass, compiled);
     }
 
-    // Deleting rules leaves the runs as they were only when none of them emptied, so the
-    // runs before and after are the same ones, each with fewer lines.
-    Status deleteGone(Pass pass, uint32_t bucket, const RuleStretch& was, const RuleStretch& is,
-                      const std::vector<RuleRun>& runs, ShardScript& out) const {
-        for (size_t run = 0; run < runs.size(); ++run) {
-            bool touched = false;
-            for (size_t i = runs[run].first; i < runs[run].end; ++i) {
-                touched |= !is.holdsNumber(was.numberAt(i));
-            }
-            if (!touched) {
+    static Status createObjects(uint32_t shard, const BlockObjects& old, const BlockObjects& now,
+                                const ChainLines& lines, ShardScript& out) {
+        for (const auto& [name, identified] : now.chains) {
+            if (old.chains.count(name) != 0) {
                 continue;
             }
-            Status status = deleteListed(
-                kernel_, shardOf(bucket), runChain(pass, bucket, run),
-                [&is](const std::string& text) {
-                    const long number = commentNumber(text);
-                    return number >= 0 && !is.holdsNumber(static_cast<uint32_t>(number));
-                },
-                out.rewritten);
+            std::vector<std::string> compiled;
+            Status status = lines(name, 0, compiled);
             if (!status.ok()) {
                 return status;
+            }
+            out.created +=
+                statement("add chain", shard, name) + addChainText(shard, name, compiled);
+        }
+        for (const auto& [name, map] : now.maps) {
+            if (old.maps.count(name) != 0) {
+                continue;
+            }
+            std::vector<std::string> elements;
+            for (const auto& [key, value] : map.elements) {
+                elements.push_back(elementText(key, value));
+            }
+            out.created +=
+                statement("add map", shard, name, "{ typeof " + map.expression + " : verdict; }") +
+                statement("add element", shard, name, elementsText(elements));
+        }
+        return Status::success();
+    }
+
+    Status rewriteEntries(uint32_t shard, const std::string& chain, const BlockState& old,
+                          const BlockState& now, ShardScript& out) const {
+        const std::vector<std::string>& was = old.objects.entries;
+        const std::vector<std::string>& is = now.objects.entries;
+        if (was == is) {
+            return Status::success();
+        }
+        const auto prefixOf = [](const std::vector<std::string>& shorter,
+                                 const std::vector<std::string>& longer) {
+            return shorter.size() <= longer.size() &&
+                   std::equal(shorter.begin(), shorter.end(), longer.begin());
+        };
+        if (old.present && prefixOf(is, was)) {
+            std::vector<KernelRule> listed;
+            Status status = kernel_.listChain(shardTable(shard), chain, listed);
+            for (size_t i = is.size(); status.ok() && i < listed.size(); ++i) {
+                out.rewritten += statement("delete rule", shard, chain,
+                                           "handle " + std::to_string(listed[i].handle));
+            }
+            return status;
+        }
+        const bool appended = old.present && prefixOf(was, is);
+        if (old.present && !appended) {
+            out.rewritten += statement("flush chain", shard, chain);
+        }
+        out.rewritten += addChainText(shard, chain, is, appended ? was.size() : 0);
+        return Status::success();
+    }
+
+    static Status rewriteObjects(uint32_t shard, const BlockObjects& old, const BlockObjects& now,
+                                 const ChainLines& lines, ShardScript& out) {
+        for (const auto& [name, identified] : now.chains) {
+            const auto was = old.chains.find(name);
+            if (was == old.chains.end() || was->second == identified) {
+                continue;
+            }
+            const bool appended =
+                was->second.size() < identified.size() &&
+                std::equal(was->second.begin(), was->second.end(), identified.begin());
+            if (!appended) {
+                out.rewritten += statement("flush chain", shard, name);
+            }
+            std::vector<std::string> compiled;
+            Status status = lines(name, appended ? was->second.size() : 0, compiled);
+            if (!status.ok()) {
+                return status;
+            }
+            out.rewritten += addChainText(shard, name, compiled);
+        }
+        for (const auto& [name, map] : now.maps) {
+            const auto was = old.maps.find(name);
+            if (was == old.maps.end()) {
+                continue;
+            }
+            std::vector<std::string> gone;
+            std::vector<std::string> came;
+            for (const auto& [key, value] : was->second.elements) {
+                const auto stays = map.elements.find(key);
+                if (stays == map.elements.end() || stays->second != value) {
+                    gone.push_back(key);
+                }
+            }
+            for (const auto& [key, value] : map.elements) {
+                const auto stood = was->second.elements.find(key);
+                if (stood == was->second.elements.end() || stood->second != value) {
+                    came.push_back(elementText(key, value));
+                }
+            }
+            if (!gone.empty()) {
+                out.rewritten += statement("delete element", shard, name, elementsText(gone));
+            }
+            if (!came.empty()) {
+                out.rewritten += statement("add element", shard, name, elementsText(came));
             }
         }
         return Status::success();
     }
 
-    // The rules after the last one of `was`: the first of them may extend its last run.
-    Status appendRuns(Pass pass, uint32_t bucket, const RuleStretch& was, const RuleStretch& is,
-                      const std::vector<RuleRun>& runs, size_t runsBefore, ShardScript& out) const {
-        std::vector<ipfwsim::StoredRule> storage;
-        std::vector<PlacedRule> rules;
-        Status status = is.decode(was.size(), storage, rules);
-        for (size_t run = runsBefore - 1; status.ok() && run < runs.size(); ++run) {
-            const size_t from = std::max(runs[run].first, was.size()) - was.size();
-            const size_t to = runs[run].end - was.size();
-            status = fillRun(pass, bucket, run, runs[run].set,
-                             run < runsBefore ? RunChain::Entered : RunChain::New,
-                             {rules.begin() + from, rules.begin() + to}, out);
-        }
-        return status;
-    }
-
-    Status rewriteRuns(Pass pass, uint32_t bucket, bool created, const RuleStretch& is,
-                       const std::vector<RuleRun>& runs, size_t runsBefore,
-                       ShardScript& out) const {
-        const uint32_t shard = shardOf(bucket);
-        std::vector<ipfwsim::StoredRule> storage;
-        std::vector<PlacedRule> rules;
-        Status status = is.decode(0, storage, rules);
-        if (created) {
-            out.created += statement("add chain", shard, bucketChain(pass, bucket));
-        } else {
-            out.rewritten += statement("flush chain", shard, bucketChain(pass, bucket));
-        }
-        for (size_t run = 0; status.ok() && run < runs.size(); ++run) {
-            if (run < runsBefore) {
-                out.rewritten += statement("flush chain", shard, runChain(pass, bucket, run));
+    static void deleteObjects(uint32_t shard, const BlockObjects& old, const BlockObjects& now,
+                              ShardScript& out) {
+        for (const auto& [name, map] : old.maps) {
+            if (now.maps.count(name) == 0) {
+                out.deleted += statement("delete map", shard, name);
             }
-            status = fillRun(pass, bucket, run, runs[run].set,
-                             run < runsBefore ? RunChain::Flushed : RunChain::New,
-                             {rules.begin() + runs[run].first, rules.begin() + runs[run].end}, out);
         }
-        dropRuns(pass, bucket, runs.size(), runsBefore, out);
-        return status;
-    }
-
-    // Adds the lines of `rules` to run `run`, and the run's chain when it is `New` and its
-    // entry in the bucket's chain unless it is `Entered` already.
-    Status fillRun(Pass pass, uint32_t bucket, size_t run, uint32_t set, RunChain state,
-                   const std::vector<PlacedRule>& rules, ShardScript& out) const {
-        const uint32_t shard = shardOf(bucket);
-        const std::string chain = runChain(pass, bucket, run);
-        std::vector<std::string> lines;
-        Status status = compileLines(rules, pass, lines);
-        std::string& text = state == RunChain::New ? out.created : out.rewritten;
-        if (state == RunChain::New) {
-            text += statement("add chain", shard, chain);
-        }
-        for (const std::string& line : lines) {
-            text += statement("add rule", shard, chain, line);
-        }
-        if (state != RunChain::Entered) {
-            out.rewritten +=
-                statement("add rule", shard, bucketChain(pass, bucket), runJump(set, chain));
-        }
-        return status;
-    }
-
-    // Runs [from, to) of a bucket that no longer exist.
-    static void dropRuns(Pass pass, uint32_t bucket, size_t from, size_t to, ShardScript& out) {
-        for (size_t run = from; run < to; ++run) {
-            out.rewritten += statement("flush chain", shardOf(bucket), runChain(pass, bucket, run));
-            out.deleted += statement("delete chain", shardOf(bucket), runChain(pass, bucket, run));
+        for (const auto& [name, lines] : old.chains) {
+            if (now.chains.count(name) == 0) {
+                out.deleted +=
+                    statement("flush chain", shard, name) + statement("delete chain", shard, name);
+            }
         }
     }
 
@@ -307,12 +383,11 @@ private:
         const RuleStretch stretch(after_, shard * kShardSpan, shard * kShardSpan + kShardSpan - 1);
         std::vector<ipfwsim::StoredRule> storage;
         std::vector<PlacedRule> rules;
-        Status status = stretch.decode(0, storage, rules);
-        PassLines passes;
+        Status status = stretch.decode(storage, rules);
+        PassBlocks passes;
         for (Pass pass : kPasses) {
-            BucketLines& buckets = passes[static_cast<size_t>(pass)];
             if (status.ok()) {
-                status = bucketLines(rules, disabledSets_, pass, buckets);
+                status = passBlocks(rules, disabledSets_, pass, passes[static_cast<size_t>(pass)]);
             }
         }
         text = shardTableText(shard, disabledSets_, passes);
@@ -353,16 +428,16 @@ Status compileChange(const ipfwsim::StateFile& before, const ipfwsim::StateFile&
         }
         script += setSwitchScript(was.disabledSets, is.disabledSets, shardsWithRules(after));
     }
-    std::set<uint32_t> buckets;
+    std::set<uint32_t> blocks;
     for (const auto& [low, high] : change.numbers) {
-        for (uint32_t bucket = bucketOf(low); bucket <= bucketOf(high); ++bucket) {
-            buckets.insert(bucket);
+        for (uint32_t block = blockOf(low); block <= blockOf(high); ++block) {
+            blocks.insert(block);
         }
     }
     ChangeScript changes(before, after, is.disabledSets, kernel);
-    for (uint32_t bucket : buckets) {
+    for (uint32_t block : blocks) {
         bool possible = true;
-        status = changes.addBucket(bucket, possible);
+        status = changes.addBlock(block, possible);
         if (!status.ok() || !possible) {
             rebuild = status.ok();
             script.clear();

@@ -153,6 +153,13 @@ Status compileRule(const PlacedRule& placed, Pass pass, std::vector<std::string>
     return Status::success();
 }
 
+Status compileVerdict(const PlacedRule& placed, Pass pass, bool own, std::string& text) {
+    std::string action;
+    Status status = verdict(*placed.rule, pass, action);
+    text = own ? logStatement(placed, pass) + action + comment(*placed.rule) : action;
+    return status;
+}
+
 Status stateLookupLines(const std::vector<PlacedRule>& keepers, const Rule& lookupRule, Pass pass,
                         std::vector<std::string>& lines) {
     for (const PlacedRule& keeper : keepers) {

@@ -51,18 +51,6 @@ std::string chainText(const std::string& name, const std::string& head,
     return text + "\t}\n";
 }
 
-// A bucket's chain, which enters each run behind its set's test, and the runs' chains.
-std::string bucketText(Pass pass, uint32_t bucket, const std::vector<RunLines>& runs) {
-    std::string text;
-    std::vector<std::string> entries;
-    for (size_t run = 0; run < runs.size(); ++run) {
-        const std::string chain = runChain(pass, bucket, run);
-        text += chainText(chain, "", runs[run].lines);
-        entries.push_back(runJump(runs[run].set, chain));
-    }
-    return text + chainText(bucketChain(pass, bucket), "", entries);
-}
-
 std::string enabledSetsText(uint32_t disabledSets) {
     std::string elements;
     for (uint32_t set = 0; set < ipfwsim::kReservedSet; ++set) {
@@ -96,8 +84,8 @@ std::string headTableText() {
 
 }  // namespace
 
-Status bucketLines(const std::vector<PlacedRule>& rules, uint32_t disabledSets, Pass pass,
-                   BucketLines& buckets) {
+Status passBlocks(const std::vector<PlacedRule>& rules, uint32_t disabledSets, Pass pass,
+                  BlockMap& blocks) {
     std::vector<PlacedRule> keepers;
     for (const PlacedRule& placed : rules) {
         if (placed.rule->keepsState() && enabled(*placed.rule, disabledSets)) {
@@ -106,22 +94,22 @@ Status bucketLines(const std::vector<PlacedRule>& rules, uint32_t disabledSets, 
     }
     // ipfw looks a packet up among the kept flows of the enabled sets at the first enabled
     // lookup rule it reaches (and at the next while a probability may have skipped one).
+    LeadingLines leading;
     bool lookupPending = !keepers.empty();
+    std::map<uint32_t, std::vector<PlacedRule>> byBlock;
     for (const PlacedRule& placed : rules) {
         const Rule& rule = *placed.rule;
-        std::vector<RunLines>& runs = buckets[bucketOf(rule.number)];
-        if (runs.empty() || runs.back().set != rule.set) {
-            runs.push_back(RunLines{rule.set, {}});
-        }
-        std::vector<std::string>& lines = runs.back().lines;
+        byBlock[blockOf(rule.number)].push_back(placed);
         if (lookupPending && looksUpState(rule) && enabled(rule, disabledSets)) {
-            Status status = stateLookupLines(keepers, rule, pass, lines);
+            Status status = stateLookupLines(keepers, rule, pass, leading[&rule]);
             if (!status.ok()) {
                 return status;
             }
             lookupPending = rule.hasProbability;
         }
-        Status status = compileLines({placed}, pass, lines);
+    }
+    for (const auto& [block, members] : byBlock) {
+        Status status = compileBlock(block, pass, members, leading, blocks[block]);
         if (!status.ok()) {
             return status;
         }
@@ -129,15 +117,15 @@ Status bucketLines(const std::vector<PlacedRule>& rules, uint32_t disabledSets, 
     return Status::success();
 }
 
-std::string shardTableText(uint32_t shard, uint32_t disabledSets, const PassLines& passes) {
+std::string shardTableText(uint32_t shard, uint32_t disabledSets, const PassBlocks& passes) {
     std::string body =
         generationSetText() + enabledSetsText(disabledSets) +
         chainText("reset_action", "", {"meta l4proto 6 reject with tcp reset", "drop"});
     for (Pass pass : kPasses) {
         std::vector<std::string> jumps;
-        for (const auto& [bucket, runs] : passes[static_cast<size_t>(pass)]) {
-            body += bucketText(pass, bucket, runs);
-            jumps.push_back("jump " + bucketChain(pass, bucket));
+        for (const auto& [block, objects] : passes[static_cast<size_t>(pass)]) {
+            body += blockText(pass, block, objects);
+            jumps.push_back("jump " + blockChain(pass, block));
         }
         body += chainText(passChain(pass), "", jumps);
     }
@@ -155,16 +143,16 @@ std::string shardTableText(uint32_t shard, uint32_t disabledSets, const PassLine
 Status compileTable(const ipfwsim::FirewallState& state, uint32_t generation, std::string& script) {
     const std::vector<PlacedRule> rules = placedRules(state);
     const uint32_t disabledSets = state.header().disabledSets;
-    // Per table, per pass: the lines of each bucket.
-    std::map<uint32_t, PassLines> shards;
+    // Per table, per pass: the objects of each block.
+    std::map<uint32_t, PassBlocks> shards;
     for (Pass pass : kPasses) {
-        BucketLines buckets;
-        Status status = bucketLines(rules, disabledSets, pass, buckets);
+        BlockMap blocks;
+        Status status = passBlocks(rules, disabledSets, pass, blocks);
         if (!status.ok()) {
             return status;
         }
-        for (auto& [bucket, lines] : buckets) {
-            shards[shardOf(bucket)][static_cast<size_t>(pass)][bucket] = std::move(lines);
+        for (auto& [block, objects] : blocks) {
+            shards[shardOf(block)][static_cast<size_t>(pass)][block] = std::move(objects);
         }
     }
     script = dropTablesScript() + headTableText();

@@ -19,15 +19,8 @@ std::string runJump(uint32_t set, const std::string& chain) {
     return setGate(set) + "jump " + chain;
 }
 
-std::vector<RuleRun> runsOf(const std::vector<uint32_t>& sets) {
-    std::vector<RuleRun> runs;
-    for (size_t i = 0; i < sets.size(); ++i) {
-        if (runs.empty() || runs.back().set != sets[i]) {
-            runs.push_back(RuleRun{sets[i], i, i});
-        }
-        runs.back().end = i + 1;
-    }
-    return runs;
+std::string setReturn(uint32_t set) {
+    return "numgen random mod 1 offset " + std::to_string(set) + " != @" + kEnabledSets + " return";
 }
 
 namespace {
@@ -74,45 +67,36 @@ bool linesLookUpState(std::string_view lines) {
 namespace {
 
 // A rule line without its counters and log allowance, which traffic changes:
-// "NUMBER SET PACKETS BYTES LOGLEFT BODY" gives "NUMBER SET" and "BODY".
-std::pair<std::string_view, std::string_view> ruleIdentity(std::string_view line) {
+// "NUMBER SET PACKETS BYTES LOGLEFT BODY" gives "NUMBER SET BODY".
+std::string ruleIdentity(std::string_view line) {
     size_t spaces[5];
     size_t at = 0;
     for (size_t& space : spaces) {
         space = line.find(' ', at);
         if (space == std::string_view::npos) {
-            return {line, {}};
+            return std::string(line);
         }
         at = space + 1;
     }
-    return {line.substr(0, spaces[1]), line.substr(spaces[4] + 1)};
-}
-
-// The set of a rule line, its second word.
-uint32_t ruleLineSet(std::string_view line) {
-    const size_t space = line.find(' ');
-    uint32_t set = 0;
-    for (size_t i = space + 1; space != std::string_view::npos && i < line.size(); ++i) {
-        if (line[i] < '0' || line[i] > '9') {
-            break;
-        }
-        set = set * 10 + static_cast<uint32_t>(line[i] - '0');
-    }
-    return set;
-}
-
-bool sameRule(std::string_view a, std::string_view b) {
-    return ruleIdentity(a) == ruleIdentity(b);
+    return std::string(line.substr(0, spaces[1])) + std::string(line.substr(spaces[4]));
 }
 
 }  // namespace
+
+std::vector<std::string> RuleStretch::identities() const {
+    std::vector<std::string> found;
+    found.reserve(lines_.size());
+    for (std::string_view line : lines_) {
+        found.push_back(ruleIdentity(line));
+    }
+    return found;
+}
 
 RuleStretch::RuleStretch(const ipfwsim::StateFile& file, uint32_t low, uint32_t high)
     : lines_(file.linesInRange(low, high)) {
     for (std::string_view line : lines_) {
         const long number = ipfwsim::ruleLineNumber(line);
         numbers_.push_back(static_cast<uint32_t>(number < 0 ? 0 : number));
-        sets_.push_back(ruleLineSet(line));
     }
 }
 
@@ -120,40 +104,18 @@ bool RuleStretch::looksUpState() const {
     return std::any_of(lines_.begin(), lines_.end(), linesLookUpState);
 }
 
-bool RuleStretch::extends(const RuleStretch& earlier) const {
-    return earlier.lines_.size() < lines_.size() &&
-           std::equal(earlier.lines_.begin(), earlier.lines_.end(), lines_.begin(), sameRule);
-}
-
-bool RuleStretch::keepsOnlyFrom(const RuleStretch& earlier) const {
-    size_t next = 0;
-    for (size_t i = 0; i < earlier.lines_.size(); ++i) {
-        if (!holdsNumber(earlier.numbers_[i])) {
-            continue;
-        }
-        if (next == lines_.size() || !sameRule(lines_[next], earlier.lines_[i])) {
-            return false;
-        }
-        ++next;
-    }
-    return next == lines_.size();
-}
-
 bool RuleStretch::holdsNumber(uint32_t number) const {
     return std::binary_search(numbers_.begin(), numbers_.end(), number);
 }
 
-Status RuleStretch::decode(size_t from, std::vector<ipfwsim::StoredRule>& storage,
+Status RuleStretch::decode(std::vector<ipfwsim::StoredRule>& storage,
                            std::vector<PlacedRule>& placed) const {
-    storage.assign(lines_.size() > from ? lines_.size() - from : 0, ipfwsim::StoredRule());
+    storage.assign(lines_.size(), ipfwsim::StoredRule());
     placed.clear();
     uint32_t ordinal = 0;
     for (size_t i = 0; i < lines_.size(); ++i) {
         ordinal = i > 0 && numbers_[i - 1] == numbers_[i] ? ordinal + 1 : 0;
-        if (i < from) {
-            continue;
-        }
-        ipfwsim::StoredRule& stored = storage[i - from];
+        ipfwsim::StoredRule& stored = storage[i];
         if (!ipfwsim::StateFile::parseRuleLine(lines_[i], stored)) {
             return Status::failure(ipfwsim::kExitDataErr, "state file is corrupt: bad rule line '" +
                                                               std::string(lines_[i]) + "'");
@@ -175,17 +137,14 @@ Status compileLines(const std::vector<PlacedRule>& rules, Pass pass,
     return Status::success();
 }
 
-std::vector<uint32_t> bucketsWithRules(const ipfwsim::StateFile& file, uint32_t low,
-                                       uint32_t high) {
-    std::vector<uint32_t> buckets;
-    for (std::string_view line : file.linesInRange(low, high)) {
-        const long number = ipfwsim::ruleLineNumber(line);
-        const uint32_t bucket = bucketOf(static_cast<uint32_t>(number < 0 ? 0 : number));
-        if (buckets.empty() || buckets.back() != bucket) {  // the lines come in number order
-            buckets.push_back(bucket);
+std::vector<uint32_t> blocksWithRules(const ipfwsim::StateFile& file, uint32_t low, uint32_t high) {
+    std::vector<uint32_t> blocks;
+    for (uint32_t block = blockOf(low); block <= blockOf(high); ++block) {
+        if (file.holdsRulesIn(block * kBlockSpan, block * kBlockSpan + kBlockSpan - 1)) {
+            blocks.push_back(block);
         }
     }
-    return buckets;
+    return blocks;
 }
 
 std::vector<uint32_t> shardsWithRules(const ipfwsim::StateFile& file) {

@@ -20,11 +20,12 @@ struct RuleChange {
 };
 
 // The script that takes the kernel's tables from the state `before` to the state `after`
-// by touching only the chains of the changed numbers: appending where rules were only
-// added after the last of their chain, deleting by handle (read from `kernel`) where
-// rules or whole chains only went. Empty with `rebuild` set when only a whole
-// table will do: a change that touches a rule looking up kept flows (their lookup lines
-// depend on every rule), or a set switch while such rules exist.
+// by touching only what differs in the blocks of the changed numbers: elements added to
+// or deleted from the maps of keyed rules, runs of lines written anew or appended to,
+// block chains' lines appended, cut by handle (read from `kernel`) or written anew where
+// the pieces moved. Empty with `rebuild` set when only a whole table will do: a change
+// that touches a rule looking up kept flows (their lookup lines depend on every rule),
+// or a set switch while such rules exist.
 ipfwsim::Status compileChange(const ipfwsim::StateFile& before, const ipfwsim::StateFile& after,
                               const RuleChange& change, KernelTable& kernel, std::string& script,
                               bool& rebuild);

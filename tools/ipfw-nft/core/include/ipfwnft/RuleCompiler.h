@@ -27,6 +27,11 @@ uint32_t flowMark(const PlacedRule& placed);
 // that pass. Check-state rules have no line of their own (see stateLookupLines).
 ipfwsim::Status compileRule(const PlacedRule& placed, Pass pass, std::vector<std::string>& lines);
 
+// What a rule does once a packet met all its tests, in `pass`: its action alone ("drop"),
+// or with `own` its log statement and its comment too ("log group 65 prefix \"...\" drop
+// comment \"3100\""). The verdict chain of a keyed rule holds it.
+ipfwsim::Status compileVerdict(const PlacedRule& placed, Pass pass, bool own, std::string& text);
+
 // ipfw looks a packet up among the kept flows at the first keep-state or check-state
 // rule it reaches, and a known flow takes the action of the rule that kept it. These
 // lines do that through conntrack marks, gated by `lookupRule`'s probability.

@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "ipfwnft/BlockLayout.h"
 #include "ipfwnft/Pass.h"
 #include "ipfwnft/RuleCompiler.h"
 #include "ipfwnft/TableLayout.h"
@@ -15,15 +16,9 @@
 
 namespace ipfwnft {
 
-// The lines of one run of rules of one set.
-struct RunLines {
-    uint32_t set = 0;
-    std::vector<std::string> lines;
-};
-// The runs of each bucket of rule numbers in one pass.
-using BucketLines = std::map<uint32_t, std::vector<RunLines>>;
-// The same for each pass.
-using PassLines = std::array<BucketLines, std::size(kPasses)>;
+// The objects of each block of rule numbers in one pass, and the same for each pass.
+using BlockMap = std::map<uint32_t, BlockObjects>;
+using PassBlocks = std::array<BlockMap, std::size(kPasses)>;
 
 // A script that replaces this back end's tables in one transaction with all rules of
 // the state, laid out as TableLayout.h says: base chains hooked at input, output and
@@ -36,15 +31,14 @@ ipfwsim::Status compileTable(const ipfwsim::FirewallState& state, uint32_t gener
 // A script that removes every table of this back end, whether or not it exists.
 std::string dropTablesScript();
 
-// The lines of `rules` (all rules, in order) per bucket and run in `pass` (a run of rules
-// that cannot match in the pass is there with no lines), with the lookups of kept flows
-// where ipfw makes them.
-ipfwsim::Status bucketLines(const std::vector<PlacedRule>& rules, uint32_t disabledSets, Pass pass,
-                            BucketLines& buckets);
+// The objects of `rules` (all rules, in order) per block in `pass`, with the lookups of
+// kept flows where ipfw makes them.
+ipfwsim::Status passBlocks(const std::vector<PlacedRule>& rules, uint32_t disabledSets, Pass pass,
+                           BlockMap& blocks);
 
-// Table `shard` whole, with `passes[pass]` the lines of its buckets and its set "gen"
+// Table `shard` whole, with `passes[pass]` the objects of its blocks and its set "gen"
 // empty.
-std::string shardTableText(uint32_t shard, uint32_t disabledSets, const PassLines& passes);
+std::string shardTableText(uint32_t shard, uint32_t disabledSets, const PassBlocks& passes);
 
 // "add element" or "delete element" lines, in each of `shards`, for the sets whose switch
 // differs.

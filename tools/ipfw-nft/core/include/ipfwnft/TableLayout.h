@@ -12,37 +12,34 @@
 
 namespace ipfwnft {
 
-// Where the lines of a rule live. The rules of each 16,384 numbers are a table of their
-// own, "inet ipfw_s0" to "inet ipfw_s3", created with its first rule and deleted with its
-// last; in it each pass has a chain ("rules_in", "rules_out") that jumps, in number order,
-// to a chain per 256 numbers ("rules_in_b12"). That chain tests, once for each run of
-// rules that follow each other in number order in one set, the run's set and jumps to the
-// run's chain ("rules_in_b12_r0", numbered in order), which holds the rules' lines: a
-// packet pays the set test per run, not per rule. A change rewrites only the chains of
-// its numbers. The kernel checks every chain of a table reachable from
-// its base chains whenever a rule with a verdict goes in (about a tenth of a microsecond
-// per rule), so smaller tables would cost it less; but nft reads every table and chain
-// before each transaction and sets up four 128 KiB caches per table (about 50
-// microseconds a table), which costs more than the kernel's check saves.
-constexpr uint32_t kBucketSpan = 256;
+// Where a rule lives. The rules of each 16,384 numbers are a table of their own, "inet
+// ipfw_s0" to "inet ipfw_s3", created with its first rule and deleted with its last; in
+// it each pass has a chain ("rules_in", "rules_out") that jumps, in number order, to a
+// chain per 4,096 numbers, a block ("rules_in_k3"). A block's chain holds its pieces in
+// number order (BlockLayout.h): lookups in verdict maps for the rules that are exact
+// keys, and runs of lines for the others. A change rewrites only what differs in the
+// blocks of its numbers: one element for a keyed rule, the chain of its run for another.
+// The kernel checks every chain of a table reachable from its base chains whenever a
+// rule with a verdict goes in (about a tenth of a microsecond per rule), so smaller
+// tables would cost it less; but nft reads every table and chain before each transaction
+// and sets up four 128 KiB caches per table (about 50 microseconds a table), which costs
+// more than the kernel's check saves.
+constexpr uint32_t kBlockSpan = 4096;
 constexpr uint32_t kShardSpan = 16384;
 constexpr uint32_t kShards = 4;
 constexpr Pass kPasses[] = {Pass::In, Pass::Out};
 
-inline uint32_t bucketOf(uint32_t number) {
-    return number / kBucketSpan;
+inline uint32_t blockOf(uint32_t number) {
+    return number / kBlockSpan;
 }
-inline uint32_t shardOf(uint32_t bucket) {
-    return bucket * kBucketSpan / kShardSpan;
+inline uint32_t shardOf(uint32_t block) {
+    return block * kBlockSpan / kShardSpan;
 }
 inline std::string shardTable(uint32_t shard) {
     return "inet ipfw_s" + std::to_string(shard);
 }
-inline std::string bucketChain(Pass pass, uint32_t bucket) {
-    return std::string(passChain(pass)) + "_b" + std::to_string(bucket);
-}
-inline std::string runChain(Pass pass, uint32_t bucket, size_t run) {
-    return bucketChain(pass, bucket) + "_r" + std::to_string(run);
+inline std::string blockChain(Pass pass, uint32_t block) {
+    return std::string(passChain(pass)) + "_k" + std::to_string(block);
 }
 
 // The tables' base chains are hooked in number order: the in pass at prerouting, where
@@ -61,25 +58,17 @@ inline uint32_t allowedBit(Pass pass) {
     return pass == Pass::In ? kAllowedIn : kAllowedOut;
 }
 
-// The set, in each table, that lists the enabled rule sets. The jump to each run of rules
-// outside set 31 tests the run's set against it, so that switching a set is one element
-// per table, however many rules the set holds and however their numbers interleave with
-// other sets'.
+// The set, in each table, that lists the enabled rule sets. The jump to each run of lines
+// outside set 31, and the verdict chain of each keyed rule, test the rule's set against
+// it, so that switching a set is one element per table, however many rules the set
+// holds and however their numbers interleave with other sets'.
 constexpr const char* kEnabledSets = "enabled_sets";
 
 std::string setGate(uint32_t set);
-// The bucket chain's line that enters a run of rules of `set` kept in `chain`.
+// The block chain's line that enters a run of lines of `set` kept in `chain`.
 std::string runJump(uint32_t set, const std::string& chain);
-
-// Rules next to each other in number order that belong to one set: [first, end) of a
-// list of rules.
-struct RuleRun {
-    uint32_t set = 0;
-    size_t first = 0;
-    size_t end = 0;
-};
-// The runs of a list of rules, given each rule's set.
-std::vector<RuleRun> runsOf(const std::vector<uint32_t>& sets);
+// The first line of a verdict chain of `set`: it returns unless the set is enabled.
+std::string setReturn(uint32_t set);
 
 // The set, in every table, that holds one element: the count of kernel changes of the rule
 // state that last wrote the table (its first line). Every change deletes the old count
@@ -110,32 +99,26 @@ public:
     bool empty() const { return lines_.empty(); }
     size_t size() const { return lines_.size(); }
     bool looksUpState() const;
-    // Whether this stretch is `earlier` with rules added after its last one.
-    bool extends(const RuleStretch& earlier) const;
-    // Whether this stretch is `earlier` without the rules of some numbers.
-    bool keepsOnlyFrom(const RuleStretch& earlier) const;
     bool holdsNumber(uint32_t number) const;
-    uint32_t numberAt(size_t index) const { return numbers_[index]; }
-    // The runs of one set among its rules, as the bucket chains enter them.
-    std::vector<RuleRun> runs() const { return runsOf(sets_); }
-    // The rules from the `from`th on, decoded into `storage`, with their places among the
-    // rules sharing their number.
-    ipfwsim::Status decode(size_t from, std::vector<ipfwsim::StoredRule>& storage,
+    // Each rule as its stored line names it, without the counters traffic changes: equal
+    // for the same rule before and after a change.
+    std::vector<std::string> identities() const;
+    // The rules, decoded into `storage`, with their places among the rules sharing their
+    // number.
+    ipfwsim::Status decode(std::vector<ipfwsim::StoredRule>& storage,
                            std::vector<PlacedRule>& placed) const;
 
 private:
     std::vector<std::string_view> lines_;
     std::vector<uint32_t> numbers_;
-    std::vector<uint32_t> sets_;
 };
 
-// The lines of `rules` in `pass`; their sets are tested by the runs' jumps. Lookups of
-// kept flows are the caller's: these rules must hold none.
+// The lines of `rules` in `pass`; their sets are tested by the runs' jumps.
 ipfwsim::Status compileLines(const std::vector<PlacedRule>& rules, Pass pass,
                              std::vector<std::string>& lines);
 
-// The buckets of [low, high] that hold rules.
-std::vector<uint32_t> bucketsWithRules(const ipfwsim::StateFile& file, uint32_t low, uint32_t high);
+// The blocks of [low, high] that hold rules.
+std::vector<uint32_t> blocksWithRules(const ipfwsim::StateFile& file, uint32_t low, uint32_t high);
 
 // The tables that hold rules.
 std::vector<uint32_t> shardsWithRules(const ipfwsim::StateFile& file);
