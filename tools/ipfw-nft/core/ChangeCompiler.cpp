@@ -4,6 +4,8 @@
 #include <cstdlib>
 #include <functional>
 #include <set>
+#include <string_view>
+#include <unordered_map>
 
 #include "ipfwnft/TableCompiler.h"
 #include "ipfwnft/TableLayout.h"
@@ -118,17 +120,25 @@ public:
         if (was.empty() != is.empty()) {
             (was.empty() ? out.came : out.went).push_back(block);
         }
+        // Runs are compared by their rules' identities; only those that changed compile,
+        // and a rule that is the same before and after is parsed once.
+        const std::vector<std::string> wasIdentities = was.identities();
+        const std::vector<std::string> isIdentities = is.identities();
         std::vector<ipfwsim::StoredRule> wasStorage;
         std::vector<ipfwsim::StoredRule> isStorage;
         std::vector<PlacedRule> wasRules;
         std::vector<PlacedRule> isRules;
-        Status status = was.decode(wasStorage, wasRules);
-        if (status.ok()) {
-            status = is.decode(isStorage, isRules);
+        Status status = is.decode(isStorage, isRules);
+        std::unordered_map<std::string_view, const ipfwsim::Rule*> parsed;
+        for (size_t i = 0; status.ok() && i < isRules.size(); ++i) {
+            parsed.emplace(isIdentities[i], isRules[i].rule);
         }
-        // Runs are compared by their rules' identities; only those that changed compile.
-        const std::vector<std::string> wasIdentities = was.identities();
-        const std::vector<std::string> isIdentities = is.identities();
+        if (status.ok()) {
+            status = was.decode(wasStorage, wasRules, [&](size_t i) -> const ipfwsim::Rule* {
+                const auto found = parsed.find(wasIdentities[i]);
+                return found == parsed.end() ? nullptr : found->second;
+            });
+        }
         for (Pass pass : kPasses) {
             BlockState old{!was.empty(), {}};
             BlockState now{!is.empty(), {}};

@@ -109,12 +109,18 @@ bool RuleStretch::holdsNumber(uint32_t number) const {
 }
 
 Status RuleStretch::decode(std::vector<ipfwsim::StoredRule>& storage,
-                           std::vector<PlacedRule>& placed) const {
+                           std::vector<PlacedRule>& placed,
+                           const std::function<const ipfwsim::Rule*(size_t)>& known) const {
     storage.assign(lines_.size(), ipfwsim::StoredRule());
     placed.clear();
     uint32_t ordinal = 0;
     for (size_t i = 0; i < lines_.size(); ++i) {
         ordinal = i > 0 && numbers_[i - 1] == numbers_[i] ? ordinal + 1 : 0;
+        const ipfwsim::Rule* parsed = known ? known(i) : nullptr;
+        if (parsed != nullptr) {
+            placed.push_back(PlacedRule{parsed, ordinal});
+            continue;
+        }
         ipfwsim::StoredRule& stored = storage[i];
         if (!ipfwsim::StateFile::parseRuleLine(lines_[i], stored)) {
             return Status::failure(ipfwsim::kExitDataErr, "state file is corrupt: bad rule line '" +

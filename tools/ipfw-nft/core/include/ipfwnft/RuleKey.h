@@ -17,8 +17,8 @@ namespace ipfwnft {
 // lists of them, a direction) is an element of a verdict map rather than a line: a packet
 // finds it with one hash lookup, whatever the map holds. The fields the rule names are
 // its shape; one map per shape, keyed by the concatenation of those fields. Prefixes and
-// port ranges stay lines: an interval map costs here about as much per element as a line
-// does (10,000 elements made a lookup 70 times dearer than none), a hash map nothing.
+// port ranges stay lines: an interval map's lookup grows with its elements (one of 10,000
+// in each pass made loopback connect/close 21 times as slow), a hash map's does not.
 enum KeyField : uint8_t {
     kKeyProto = 1,
     kKeySrcAddr = 2,

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -104,9 +105,10 @@ public:
     // for the same rule before and after a change.
     std::vector<std::string> identities() const;
     // The rules, decoded into `storage`, with their places among the rules sharing their
-    // number.
-    ipfwsim::Status decode(std::vector<ipfwsim::StoredRule>& storage,
-                           std::vector<PlacedRule>& placed) const;
+    // number; where `known` has the `i`th rule parsed already, that one stands for it.
+    ipfwsim::Status decode(
+        std::vector<ipfwsim::StoredRule>& storage, std::vector<PlacedRule>& placed,
+        const std::function<const ipfwsim::Rule*(size_t)>& known = nullptr) const;
 
 private:
     std::vector<std::string_view> lines_;
