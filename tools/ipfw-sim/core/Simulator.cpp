@@ -173,8 +173,11 @@ std::string Simulator::helpText() {
            "        via IF | recv IF | xmit IF | keep-state\n"
            "\n"
            "Environment:\n"
-           "  IPFW_SIM_STATE        rule state file (default /var/db/ipfw-sim/rules),\n"
+           "  IPFW_SIM_STATE        rule state file (default: the one this ipfw was built\n"
+           "                        with; /var/db/ipfw-sim/rules in a development build),\n"
            "                        locked through STATE.lock for each invocation\n"
+           "  IPFW_SIM_LOCK_SECONDS how long to wait for that lock before giving up\n"
+           "                        (default 10; 0: do not wait)\n"
            "  IPFW_SIM_SYSLOG_CONF  syslog configuration (default /etc/syslog.conf)\n"
            "  IPFW_SIM_NOW          clock in epoch seconds (default: system clock)\n"
            "  IPFW_SIM_SEED         seed of the \"prob\" draws (default: random)\n"
@@ -183,7 +186,8 @@ std::string Simulator::helpText() {
            "  IPFW_SIM_HOSTS        hosts(5) file used instead of the system resolver\n"
            "  IPFW_SIM_HOSTNAME     host name in log lines (default: this machine's)\n"
            "Exit codes: 0 ok, 64 usage, 65 bad data or corrupt state, 68 unknown host,\n"
-           "  69 refused or not found, 73 state cannot be created, 74 state I/O error.\n";
+           "  69 refused or not found, 73 state cannot be created, 74 state I/O error,\n"
+           "  75 the lock's wait gave up, 77 state or lock of another user.\n";
 }
 
 }  // namespace ipfwsim
