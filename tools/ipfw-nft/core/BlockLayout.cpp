@@ -1,14 +1,15 @@
 #include "ipfwnft/BlockLayout.h"
 
+#include <cctype>
 #include <set>
 
 #include "ipfwnft/RuleKey.h"
 #include "ipfwnft/TableLayout.h"
+#include "ipfwsim/KernelLog.h"
 
 namespace ipfwnft {
 namespace {
 
-using ipfwsim::ActionKind;
 using ipfwsim::Rule;
 using ipfwsim::Status;
 
@@ -21,19 +22,15 @@ struct Piece {
     KeyIndex index;
 };
 
+// The action as a name may hold it: "deny", "unreach3".
 std::string actionName(const Rule& rule) {
-    switch (rule.action.kind) {
-        case ActionKind::Allow:
-            return "allow";
-        case ActionKind::Deny:
-            return "deny";
-        case ActionKind::Count:
-            return "count";
-        default:
-            return rule.action.argument == ipfwsim::kRejectWithReset
-                       ? "reset"
-                       : "unreach" + std::to_string(rule.action.argument);
+    std::string name;
+    for (char c : ipfwsim::actionLogWord(rule.action)) {
+        if (c != ' ') {
+            name += static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+        }
     }
+    return name;
 }
 
 std::vector<Piece> piecesOf(const std::vector<PlacedRule>& rules, Pass pass) {
