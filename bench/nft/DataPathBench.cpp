@@ -189,11 +189,34 @@ int connectTo(int port) {
     return fd;
 }
 
-// A listener that takes each connection and closes it, until the listening socket shuts.
-class ClosingServer {
+// Takes each connection and closes it, until the listening socket shuts.
+void closeEach(int listener) {
+    for (int client; (client = accept(listener, nullptr, nullptr)) >= 0;) {
+        close(client);
+    }
+}
+
+// Reads one connection to its end.
+void drainOne(int listener) {
+    const int client = accept(listener, nullptr, nullptr);
+    std::vector<char> buffer(kBulkChunk);
+    while (client >= 0 && read(client, buffer.data(), buffer.size()) > 0) {
+    }
+    if (client >= 0) {
+        close(client);
+    }
+}
+
+// A listener on a loopback port, served by `serve` on a thread of its own until it goes.
+class LoopbackServer {
 public:
-    ClosingServer() : m_fd(listenOn(kConnectPort)), m_thread([this] { serve(); }) {}
-    ~ClosingServer() {
+    LoopbackServer(int port, void (*serve)(int))
+        : m_fd(listenOn(port)), m_thread([this, serve] {
+              if (m_fd >= 0) {
+                  serve(m_fd);
+              }
+          }) {}
+    ~LoopbackServer() {
         shutdown(m_fd, SHUT_RDWR);
         m_thread.join();
         close(m_fd);
@@ -201,36 +224,6 @@ public:
     bool ok() const { return m_fd >= 0; }
 
 private:
-    void serve() {
-        for (int client; m_fd >= 0 && (client = accept(m_fd, nullptr, nullptr)) >= 0;) {
-            close(client);
-        }
-    }
-    int m_fd;
-    std::thread m_thread;
-};
-
-// A listener that reads one connection to its end.
-class DrainingServer {
-public:
-    DrainingServer() : m_fd(listenOn(kBulkPort)), m_thread([this] { serve(); }) {}
-    ~DrainingServer() {
-        shutdown(m_fd, SHUT_RDWR);
-        m_thread.join();
-        close(m_fd);
-    }
-    bool ok() const { return m_fd >= 0; }
-
-private:
-    void serve() {
-        const int client = m_fd >= 0 ? accept(m_fd, nullptr, nullptr) : -1;
-        std::vector<char> buffer(kBulkChunk);
-        while (client >= 0 && read(client, buffer.data(), buffer.size()) > 0) {
-        }
-        if (client >= 0) {
-            close(client);
-        }
-    }
     int m_fd;
     std::thread m_thread;
 };
@@ -240,7 +233,7 @@ void connectClose(benchmark::State& state, bool plain) {
         state.SkipWithError("installing the rules failed");
         return;
     }
-    ClosingServer server;
+    LoopbackServer server(kConnectPort, closeEach);
     for (auto _ : state) {
         const int fd = server.ok() ? connectTo(kConnectPort) : -1;
         if (fd < 0) {
@@ -261,7 +254,7 @@ void bulk(benchmark::State& state, bool plain) {
         state.SkipWithError("installing the rules failed");
         return;
     }
-    DrainingServer server;
+    LoopbackServer server(kBulkPort, drainOne);
     const int fd = server.ok() ? connectTo(kBulkPort) : -1;
     const std::vector<char> chunk(kBulkChunk, 'x');
     for (auto _ : state) {
