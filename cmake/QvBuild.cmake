@@ -24,8 +24,9 @@ function(qv_strict target)
   if(CMAKE_CXX_COMPILER_ID MATCHES "Clang")
     target_compile_options(${target} PRIVATE -Wno-missing-braces)
   endif()
+  # The beta group is where clang checks the order locks are taken in (ACQUIRED_BEFORE).
   if(QV_THREAD_SAFETY)
-    target_compile_options(${target} PRIVATE -Wthread-safety)
+    target_compile_options(${target} PRIVATE -Wthread-safety -Wthread-safety-beta)
   endif()
 endfunction()
 

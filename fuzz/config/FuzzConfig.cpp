@@ -64,16 +64,16 @@ void RewriteEverything(FwConfig& config) {
     config.GetAllNormalRules(normal);
     config.GetExceptionRules(exception);
     if (normal.rules_size() > 0) {
-        config.AddNormalRule(normal.rules(0));
+        (void)config.AddNormalRule(normal.rules(0));
     } else {
-        config.FlushRules();
+        (void)config.FlushRules();
     }
     if (exception.rules_size() > 0) {
-        config.AddExcpRule(exception.rules(0));
+        (void)config.AddExcpRule(exception.rules(0));
     } else {
-        config.FlushExcpRules();
+        (void)config.FlushExcpRules();
     }
-    config.SetFwEnable(config.IsFwEnable());
+    (void)config.SetFwEnable(config.IsFwEnable());
 }
 
 }  // namespace

@@ -56,7 +56,7 @@ void MakeManager() {
     ipfw->override(Fault);
     g_pFwMgr =
         new qor::vela::FwMgr(std::move(ipfw), std::make_unique<qvtest::RecordingEventSink>());
-    if (g_pFwMgr->Init() != 0) {
+    if (!g_pFwMgr->Init().ok()) {
         qvfuzz::Fail("the manager did not start", dir.c_str());
     }
 }
@@ -103,7 +103,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     g_switches = 0;
     // Keep the store and ipfw small, so that every save and every command stays cheap.
     if (++runs % 256 == 0) {
-        g_pFwMgr->FlushRules();
+        (void)g_pFwMgr->FlushRules();
     }
     return 0;
 }

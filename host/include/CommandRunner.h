@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <string>
 
+#include "QvFirewall.h"
 #include "QvResult.h"
 
 namespace qor {
@@ -17,8 +18,8 @@ public:
     // runner was made for more.
     static constexpr unsigned int kOutputLimit = 4096;
     // The failure of a command line that could not be run to completion: the plug-in's
-    // QV_ERR_CMD, which its callers pass on as it is.
-    static constexpr int32_t kCannotRun = 20016;
+    // own code, which its callers pass on as it is.
+    static constexpr int32_t kCannotRun = QV_ERR_CMD;
 
     virtual ~CommandRunner() = default;
 

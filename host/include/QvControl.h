@@ -28,14 +28,15 @@ enum Command : uint32_t {
     // (code kEndOfStream, empty) closes the stream.
     kStreamEvents = 0x51000002,
     // Request: a serialized qor.vela.FwRule. Reply: code 0 and the rule's ipfw body
-    // text, or the generator's code (20702, 20705, 20706) and nothing.
+    // text, or the generator's code (FW_ERR_MAC, FW_ERR_ACTION, FW_ERR_UNSAFE_TEXT) and nothing.
     kRuleText = 0x51000003,
     // Request: a serialized qor.vela.FwRule. Reply payload: the ipfw body text, a newline,
     // then what `ipfw -n add` said when it refused; code 0 when ipfw accepts the rule,
-    // 20704 when it refuses, 20016 when ipfw cannot be run, or the generator's code.
+    // FW_ERR_RULE_REFUSED when it refuses, QV_ERR_CMD when ipfw cannot be run, or the generator's
+    // code.
     kCheckRule = 0x51000004,
     // Request: empty. Reply: code 0 and what "ipfw -S show" printed (rule number, packets,
-    // bytes, set, rule per line), or 20016 when ipfw cannot be run.
+    // bytes, set, rule per line), or QV_ERR_CMD when ipfw cannot be run.
     kRuleCounters = 0x51000005,
     // Request: empty. Reply: code 0 and the daemon's metrics in Prometheus's text format.
     kMetrics = 0x51000006,

@@ -17,7 +17,7 @@ public:
     explicit IpfwCounters(std::unique_ptr<qor::vela::CommandRunner> runner)
         : m_run(std::move(runner)) {}
 
-    // 0 with ipfw's listing in `listing`, or 20016 when ipfw could not be run.
+    // 0 with ipfw's listing in `listing`, or QV_ERR_CMD when ipfw could not be run.
     int32_t Show(std::string* listing) const;
 
 private:

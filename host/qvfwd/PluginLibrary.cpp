@@ -73,7 +73,7 @@ int32_t PluginLibrary::Call(uint32_t command, const std::string& request,
                             std::string* response) const {
     QvCommandHandler handler = HandlerFor(command);
     if (handler == nullptr) {
-        return 20002;
+        return QV_ERR_INVALID_ARG;
     }
     void* out = nullptr;
     int outLength = 0;

@@ -23,7 +23,7 @@ public:
     bool Load(const std::string& path, std::string* error);
 
     // Identifies, initialises and wires up the plug-in. 0, or the code of the step that
-    // failed (Initialize's, or 20002 from GetHandlers) with the step named in `error`.
+    // failed (Initialize's, or QV_ERR_INVALID_ARG from GetHandlers) with the step named in `error`.
     int32_t Start(QvNotifyCallback callback, std::string* error);
 
     // Runs `command` through its row of the table, or the default handler, and copies

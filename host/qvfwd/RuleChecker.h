@@ -26,12 +26,12 @@ public:
     explicit RuleChecker(std::unique_ptr<qor::vela::CommandRunner> runner)
         : m_run(std::move(runner)) {}
 
-    // `rule`: a serialized qor.vela.FwRule. 0 with the body in `text`, 20010 for an
+    // `rule`: a serialized qor.vela.FwRule. 0 with the body in `text`, QV_ERR_INCOMPLETE for an
     // incomplete message, or the generator's code.
     int32_t RuleText(const std::string& rule, std::string* text) const;
 
-    // 0 when ipfw accepts the rule, 20704 when it refuses (its words follow the body in
-    // `report`), 20016 when ipfw could not be run, or RuleText's code.
+    // 0 when ipfw accepts the rule, FW_ERR_RULE_REFUSED when it refuses (its words follow the body
+    // in `report`), QV_ERR_CMD when ipfw could not be run, or RuleText's code.
     int32_t Check(const std::string& rule, std::string* report) const;
 
 private:

@@ -10,7 +10,7 @@ namespace qvfwd {
 
 namespace {
 
-constexpr int32_t kUnknownCommand = 20002;
+constexpr int32_t kUnknownCommand = QV_ERR_INVALID_ARG;
 
 }  // namespace
 

@@ -170,7 +170,7 @@ void FwConfig::WriteOptions() {
 }
 
 // Replaces the rule with the same number in place, or appends it, whatever its number.
-int FwConfig::AddRulePriv(const FwRule& rule, RuleList& list) {
+Result<> FwConfig::AddRulePriv(const FwRule& rule, RuleList& list) {
     int position = FindRule(list.rules, rule.rule_index());
     if (position >= 0) {
         list.rules.mutable_rules(position)->CopyFrom(rule);
@@ -180,87 +180,85 @@ int FwConfig::AddRulePriv(const FwRule& rule, RuleList& list) {
     }
     list.plist.Put(list.rules, position);
     WriteRules(list);
-    return 0;
+    return Result<>::Success();
 }
 
-int FwConfig::AddNormalRule(const FwRule& rule) {
+Result<> FwConfig::AddNormalRule(const FwRule& rule) {
     Guard<RwMutex> guard(m_lock, kExclusive);
     return AddRulePriv(rule, m_normalRules);
 }
 
-int FwConfig::AddExcpRule(const FwRule& rule) {
+Result<> FwConfig::AddExcpRule(const FwRule& rule) {
     Guard<RwMutex> guard(m_lock, kExclusive);
     return AddRulePriv(rule, m_excpRules);
 }
 
 // The last rule takes the deleted rule's place: the order is not preserved.
-int FwConfig::DeleteRulePriv(unsigned int index, RuleList& list) {
+Result<> FwConfig::DeleteRulePriv(unsigned int index, RuleList& list) {
     FwRuleList& rules = list.rules;
     const int position = FindRule(rules, index);
     if (position < 0) {
-        return FW_ERR_RULE_NOT_FOUND;
+        return Result<>::Failure(FW_ERR_RULE_NOT_FOUND);
     }
     rules.mutable_rules()->SwapElements(position, rules.rules_size() - 1);
     rules.mutable_rules()->RemoveLast();
     list.plist.MoveLastTo(position);
     WriteRules(list);
-    return 0;
+    return Result<>::Success();
 }
 
-int FwConfig::DeleteNormalRule(unsigned int index) {
+Result<> FwConfig::DeleteNormalRule(unsigned int index) {
     Guard<RwMutex> guard(m_lock, kExclusive);
     return DeleteRulePriv(index, m_normalRules);
 }
 
-int FwConfig::DeleteExcpRule(unsigned int index) {
+Result<> FwConfig::DeleteExcpRule(unsigned int index) {
     Guard<RwMutex> guard(m_lock, kExclusive);
     return DeleteRulePriv(index, m_excpRules);
 }
 
-int FwConfig::FlushRulePriv(RuleList& list) {
+Result<> FwConfig::FlushRulePriv(RuleList& list) {
     list.rules.clear_rules();
     list.plist.Clear();
     WriteRules(list);
-    return 0;
+    return Result<>::Success();
 }
 
-int FwConfig::FlushRules() {
+Result<> FwConfig::FlushRules() {
     Guard<RwMutex> guard(m_lock, kExclusive);
     return FlushRulePriv(m_normalRules);
 }
 
-int FwConfig::FlushExcpRules() {
+Result<> FwConfig::FlushExcpRules() {
     Guard<RwMutex> guard(m_lock, kExclusive);
     return FlushRulePriv(m_excpRules);
 }
 
-int FwConfig::GetAllNormalRules(FwRuleList& out) {
+void FwConfig::GetAllNormalRules(FwRuleList& out) {
     Guard<RwMutex> guard(m_lock, kShared);
     out.CopyFrom(m_normalRules.rules);
-    return 0;
 }
 
 // Exclusive although it only reads: that is how callers have always been serialised.
-int FwConfig::GetExceptionRules(FwRuleList& out) {
+void FwConfig::GetExceptionRules(FwRuleList& out) {
     Guard<RwMutex> guard(m_lock, kExclusive);
     out.CopyFrom(m_excpRules.rules);
-    return 0;
 }
 
-int FwConfig::GetNormalRule(unsigned int index, FwRule& out) {
+Result<> FwConfig::GetNormalRule(unsigned int index, FwRule& out) {
     Guard<RwMutex> guard(m_lock, kShared);
     const int position = FindRule(m_normalRules.rules, index);
     if (position < 0) {
-        return FW_ERR_RULE_NOT_FOUND;
+        return Result<>::Failure(FW_ERR_RULE_NOT_FOUND);
     }
     out.CopyFrom(m_normalRules.rules.rules(position));
-    return 0;
+    return Result<>::Success();
 }
 
 // Works on the normal list. Both rules are found before either is renumbered: an
 // exchange that finds only one of them changes nothing, so that the stored list keeps
 // the numbers ipfw holds.
-int FwConfig::SwapRuleOrderPriv(unsigned int a, unsigned int b) {
+Result<> FwConfig::SwapRuleOrderPriv(unsigned int a, unsigned int b) {
     FwRuleList& rules = m_normalRules.rules;
     int positions[2] = {-1, -1};
     for (int i = 0; i < rules.rules_size(); ++i) {
@@ -272,7 +270,7 @@ int FwConfig::SwapRuleOrderPriv(unsigned int a, unsigned int b) {
         }
     }
     if (a == b || positions[0] < 0 || positions[1] < 0) {
-        return FW_ERR_RULE_NOT_FOUND;
+        return Result<>::Failure(FW_ERR_RULE_NOT_FOUND);
     }
     rules.mutable_rules(positions[0])->set_rule_index(b);
     rules.mutable_rules(positions[1])->set_rule_index(a);
@@ -285,25 +283,25 @@ int FwConfig::SwapRuleOrderPriv(unsigned int a, unsigned int b) {
     if (SetRulesEntry(m_normalRules)) {
         SaveLogged(*m_pConfig);
     }
-    return 0;
+    return Result<>::Success();
 }
 
 // A successful exchange is written a second time here; callers rely on nothing else.
-int FwConfig::SwapNormalRuleOrder(unsigned int a, unsigned int b) {
+Result<> FwConfig::SwapNormalRuleOrder(unsigned int a, unsigned int b) {
     Guard<RwMutex> guard(m_lock, kExclusive);
-    const int result = SwapRuleOrderPriv(a, b);
-    if (result == 0) {
+    Result<> result = SwapRuleOrderPriv(a, b);
+    if (result.ok()) {
         WriteRules(m_normalRules);
     }
     return result;
 }
 
 // Written even when unchanged.
-int FwConfig::SetFwEnable(bool enable) {
+Result<> FwConfig::SetFwEnable(bool enable) {
     Guard<RwMutex> guard(m_lock, kExclusive);
     m_options.set_enable_fw(enable);
     WriteOptions();
-    return 0;
+    return Result<>::Success();
 }
 
 bool FwConfig::IsFwEnable() {
@@ -312,13 +310,13 @@ bool FwConfig::IsFwEnable() {
 }
 
 // Written only when the value changes.
-int FwConfig::SetNotifyEnable(bool enable) {
+Result<> FwConfig::SetNotifyEnable(bool enable) {
     Guard<RwMutex> guard(m_lock, kExclusive);
     if (enable != m_options.enable_notify()) {
         m_options.set_enable_notify(enable);
         WriteOptions();
     }
-    return 0;
+    return Result<>::Success();
 }
 
 bool FwConfig::IsNotifyEnable() {

@@ -5,7 +5,9 @@
 // Rules are identified by rule_index; a list holds at most one rule per index. Every
 // public operation holds the read-write lock for its whole duration (shared for the
 // plain readers, exclusive for everything else). Store failures are not reported: a
-// failed write leaves the working copy changed and the operation still answers 0.
+// failed write leaves the working copy changed and the operation still succeeds. The
+// changes answer a result all the same, so that callers already pass on whatever a
+// change may one day report.
 #pragma once
 
 #include <memory>
@@ -13,6 +15,7 @@
 
 #include "QvConfig.h"
 #include "QvLock.h"
+#include "QvResult.h"
 #include "RuleListPlist.h"
 #include "VelaFwInternalMsg.pb.h"
 #include "VelaFwMsg.pb.h"
@@ -35,22 +38,23 @@ public:
     // Stable ascending sort by rule_index.
     static void SortRules(FwRuleList& rules);
 
-    int AddNormalRule(const FwRule& rule) EXCLUDES(m_lock);
-    int AddExcpRule(const FwRule& rule) EXCLUDES(m_lock);
-    int DeleteNormalRule(unsigned int index) EXCLUDES(m_lock);
-    int DeleteExcpRule(unsigned int index) EXCLUDES(m_lock);
-    int FlushRules() EXCLUDES(m_lock);
-    int FlushExcpRules() EXCLUDES(m_lock);
-    int GetAllNormalRules(FwRuleList& out) EXCLUDES(m_lock);
-    int GetExceptionRules(FwRuleList& out) EXCLUDES(m_lock);
-    int GetNormalRule(unsigned int index, FwRule& out) EXCLUDES(m_lock);
-    // Exchanges the rule numbers and the places of the normal rules `a` and `b`; 20701
-    // with nothing changed when either is not stored.
-    int SwapNormalRuleOrder(unsigned int a, unsigned int b) EXCLUDES(m_lock);
+    Result<> AddNormalRule(const FwRule& rule) EXCLUDES(m_lock);
+    Result<> AddExcpRule(const FwRule& rule) EXCLUDES(m_lock);
+    // FW_ERR_RULE_NOT_FOUND when no stored rule has that number.
+    Result<> DeleteNormalRule(unsigned int index) EXCLUDES(m_lock);
+    Result<> DeleteExcpRule(unsigned int index) EXCLUDES(m_lock);
+    Result<> FlushRules() EXCLUDES(m_lock);
+    Result<> FlushExcpRules() EXCLUDES(m_lock);
+    void GetAllNormalRules(FwRuleList& out) EXCLUDES(m_lock);
+    void GetExceptionRules(FwRuleList& out) EXCLUDES(m_lock);
+    Result<> GetNormalRule(unsigned int index, FwRule& out) EXCLUDES(m_lock);
+    // Exchanges the rule numbers and the places of the normal rules `a` and `b`;
+    // FW_ERR_RULE_NOT_FOUND with nothing changed when either is not stored.
+    Result<> SwapNormalRuleOrder(unsigned int a, unsigned int b) EXCLUDES(m_lock);
 
-    int SetFwEnable(bool enable) EXCLUDES(m_lock);
+    Result<> SetFwEnable(bool enable) EXCLUDES(m_lock);
     bool IsFwEnable() EXCLUDES(m_lock);
-    int SetNotifyEnable(bool enable) EXCLUDES(m_lock);
+    Result<> SetNotifyEnable(bool enable) EXCLUDES(m_lock);
     bool IsNotifyEnable() EXCLUDES(m_lock);
     int GetNormalSetNum() EXCLUDES(m_lock);
     int GetExceptionSetNum() EXCLUDES(m_lock);
@@ -70,10 +74,10 @@ private:
     void ReadOpt() REQUIRES(m_lock);
     void ReadExceptionRuls() REQUIRES(m_lock);
     void ReadRuleList(RuleList& list) REQUIRES(m_lock);
-    int AddRulePriv(const FwRule& rule, RuleList& list) REQUIRES(m_lock);
-    int DeleteRulePriv(unsigned int index, RuleList& list) REQUIRES(m_lock);
-    int FlushRulePriv(RuleList& list) REQUIRES(m_lock);
-    int SwapRuleOrderPriv(unsigned int a, unsigned int b) REQUIRES(m_lock);
+    Result<> AddRulePriv(const FwRule& rule, RuleList& list) REQUIRES(m_lock);
+    Result<> DeleteRulePriv(unsigned int index, RuleList& list) REQUIRES(m_lock);
+    Result<> FlushRulePriv(RuleList& list) REQUIRES(m_lock);
+    Result<> SwapRuleOrderPriv(unsigned int a, unsigned int b) REQUIRES(m_lock);
     void ApplyOptionDefaults() REQUIRES(m_lock);
     // Hands the list's entry to the store, in memory only.
     bool SetRulesEntry(RuleList& list) REQUIRES(m_lock);

@@ -3,7 +3,6 @@
 #include <regex.h>
 
 #include "DebugRuleTextLog.h"
-#include "LogRouting.h"
 #include "QvDebugLog.h"
 #include "QvFirewall.h"
 #include "ShellText.h"
@@ -17,8 +16,8 @@ namespace {
 // Both sets' locks, in the one order every caller takes them: the exception set's first.
 class SCOPED_CAPABILITY BothSets {
 public:
-    BothSets(RuleMgr& exception, RuleMgr& normal) ACQUIRE(exception.mutex(), normal.mutex())
-        : m_exception(exception.mutex()), m_normal(normal.mutex()) {}
+    BothSets(Mutex& exception, Mutex& normal) ACQUIRE(exception, normal)
+        : m_exception(exception), m_normal(normal) {}
     ~BothSets() RELEASE() {}
     BothSets(const BothSets&) = delete;
     BothSets& operator=(const BothSets&) = delete;
@@ -29,8 +28,8 @@ private:
 };
 
 constexpr unsigned int kCommandTimeout = 1;
-// What a command of a manager that is not ready answers; FlushRules answers 1.
-constexpr int kNotReady = QV_ERR_INIT;
+// What a command of a manager that is not ready fails with; FlushRules fails with its own.
+constexpr int32_t kNotReady = QV_ERR_INIT;
 
 }  // namespace
 
@@ -66,18 +65,16 @@ void FwMgr::InitNotify() {
         QV_LOG(QV_LOG_ERROR, "%s Unsafe log path %s, not created", "FwMgr::InitNotify",
                m_fwLogPath.c_str());
     }
-    if (RedirectFwLog(m_config.GetSysConfPath(), m_fwLogPath) != 0) {
+    const Result<LogRouting::Change> routed = RedirectFwLog(m_config.GetSysConfPath(), m_fwLogPath);
+    if (!routed.ok() || routed.value() != LogRouting::Change::None) {
         // The logger reads its configuration only at start and on a hang-up.
         (void)m_shell->Run("killall -HUP syslogd", kCommandTimeout);
     }
 }
 
-int FwMgr::RedirectFwLog(const std::string& configurationPath, const std::string& logPath) {
-    const Result<LogRouting::Change> routed = LogRouting(configurationPath, logPath).Ensure();
-    if (!routed.ok()) {
-        return -1;
-    }
-    return routed.value() == LogRouting::Change::None ? 0 : -2;
+Result<LogRouting::Change> FwMgr::RedirectFwLog(const std::string& configurationPath,
+                                                const std::string& logPath) {
+    return LogRouting(configurationPath, logPath).Ensure();
 }
 
 bool FwMgr::MatchQvLogPath(const std::string& line) {
@@ -115,14 +112,14 @@ void FwMgr::StopNotify() {
     m_watcher.reset();
 }
 
-int FwMgr::Init() {
+Result<> FwMgr::Init() {
     if (!m_config.IsReady()) {
         QV_LOG(QV_LOG_ERROR, "%s Failed to init config", "FwMgr::Init");
-        return QV_ERR_INIT;
+        return Result<>::Failure(QV_ERR_INIT);
     }
     InitNotify();
     {
-        BothSets lock(m_excpRuleMgr, m_normalRuleMgr);
+        BothSets lock(m_excpLock, m_normalLock);
         (void)SwitchSets(m_config.IsFwEnable());
     }
     StartNotify();
@@ -130,15 +127,15 @@ int FwMgr::Init() {
     InitExceptionRuleMgr();
     InitNormalRuleMgr();
     m_ready = true;
-    return 0;
+    return Result<>::Success();
 }
 
-int FwMgr::Final() {
+Result<> FwMgr::Final() {
     StopNotify();
     if (!m_ready.exchange(false)) {
-        return 0;
+        return Result<>::Success();
     }
-    BothSets lock(m_excpRuleMgr, m_normalRuleMgr);
+    BothSets lock(m_excpLock, m_normalLock);
     m_normalRuleMgr.ResetNumbering();
     (void)m_normalRuleMgr.DeleteSet(static_cast<unsigned int>(m_normalRuleMgr.setNum()));
     m_excpRuleMgr.ResetNumbering();
@@ -146,40 +143,40 @@ int FwMgr::Final() {
 }
 
 void FwMgr::InitNormalRuleMgr() {
-    Guard<Mutex> lock(m_normalRuleMgr.mutex());
+    Guard<Mutex> lock(m_normalLock);
     FwRuleList rules;
     m_config.GetAllNormalRules(rules);
     m_normalRuleMgr.Init(rules);
 }
 
 void FwMgr::InitExceptionRuleMgr() {
-    Guard<Mutex> lock(m_excpRuleMgr.mutex());
+    Guard<Mutex> lock(m_excpLock);
     FwRuleList rules;
     m_config.GetExceptionRules(rules);
     m_excpRuleMgr.Init(rules);
 }
 
 // The flag first, then both sets, always both.
-int FwMgr::SwitchSets(bool enable) {
-    m_config.SetFwEnable(enable);
-    const int normal = enable ? m_normalRuleMgr.Enable() : m_normalRuleMgr.Disable();
-    const int exception = enable ? m_excpRuleMgr.Enable() : m_excpRuleMgr.Disable();
-    return normal != 0 ? normal : exception;
+Result<> FwMgr::SwitchSets(bool enable) {
+    (void)m_config.SetFwEnable(enable);
+    const Result<> normal = enable ? m_normalRuleMgr.Enable() : m_normalRuleMgr.Disable();
+    const Result<> exception = enable ? m_excpRuleMgr.Enable() : m_excpRuleMgr.Disable();
+    return normal.ok() ? exception : normal;
 }
 
-int FwMgr::EnableFirewall() {
+Result<> FwMgr::EnableFirewall() {
     if (NotReady("FwMgr::EnableFirewall")) {
-        return kNotReady;
+        return Result<>::Failure(kNotReady);
     }
-    BothSets lock(m_excpRuleMgr, m_normalRuleMgr);
+    BothSets lock(m_excpLock, m_normalLock);
     return SwitchSets(true);
 }
 
-int FwMgr::DisableFireall() {
+Result<> FwMgr::DisableFireall() {
     if (NotReady("FwMgr::DisableFireall")) {
-        return kNotReady;
+        return Result<>::Failure(kNotReady);
     }
-    BothSets lock(m_excpRuleMgr, m_normalRuleMgr);
+    BothSets lock(m_excpLock, m_normalLock);
     return SwitchSets(false);
 }
 
@@ -187,9 +184,9 @@ bool FwMgr::IsFwEnable() {
     return m_config.IsFwEnable();
 }
 
-int FwMgr::SetNotifyEnable(bool enable) {
+Result<> FwMgr::SetNotifyEnable(bool enable) {
     if (NotReady("FwMgr::SetNotifyEnable")) {
-        return kNotReady;
+        return Result<>::Failure(kNotReady);
     }
     return m_config.SetNotifyEnable(enable);
 }
@@ -199,120 +196,124 @@ bool FwMgr::IsNotifyEnable() {
 }
 
 // Under the set's lock, so that a list is never seen half replaced.
-int FwMgr::GetAllNormalRules(FwRuleList& list) {
-    Guard<Mutex> lock(m_normalRuleMgr.mutex());
-    return m_config.GetAllNormalRules(list);
+void FwMgr::GetAllNormalRules(FwRuleList& list) {
+    Guard<Mutex> lock(m_normalLock);
+    m_config.GetAllNormalRules(list);
 }
 
-int FwMgr::GetExcpRules(FwRuleList& list) {
-    Guard<Mutex> lock(m_excpRuleMgr.mutex());
-    return m_config.GetExceptionRules(list);
+void FwMgr::GetExcpRules(FwRuleList& list) {
+    Guard<Mutex> lock(m_excpLock);
+    m_config.GetExceptionRules(list);
 }
 
-int FwMgr::AddRuleTo(RuleMgr& rules, PersistRule persist, FwRule& rule) {
+Result<> FwMgr::AddRuleTo(RuleMgr& rules, PersistRule persist, FwRule& rule) {
+    const Result<> added = rules.AddRule(rule);
+    return added.ok() ? (m_config.*persist)(rule) : added;
+}
+
+Result<> FwMgr::AddNormalRule(FwRule& rule) {
     if (NotReady("FwMgr::AddRule")) {
-        return kNotReady;
+        return Result<>::Failure(kNotReady);
     }
-    Guard<Mutex> lock(rules.mutex());
-    const int ret = rules.AddRule(rule);
-    return ret != 0 ? ret : (m_config.*persist)(rule);
-}
-
-int FwMgr::AddNormalRule(FwRule& rule) {
+    Guard<Mutex> lock(m_normalLock);
     return AddRuleTo(m_normalRuleMgr, &FwConfig::AddNormalRule, rule);
 }
 
-int FwMgr::AddExcpRule(FwRule& rule) {
+Result<> FwMgr::AddExcpRule(FwRule& rule) {
+    if (NotReady("FwMgr::AddRule")) {
+        return Result<>::Failure(kNotReady);
+    }
+    Guard<Mutex> lock(m_excpLock);
     return AddRuleTo(m_excpRuleMgr, &FwConfig::AddExcpRule, rule);
 }
 
-int FwMgr::ModifyNormalRule(FwRule& rule) {
+Result<> FwMgr::ModifyNormalRule(FwRule& rule) {
     if (NotReady("FwMgr::SetNormalRule")) {
-        return kNotReady;
+        return Result<>::Failure(kNotReady);
     }
     if (!rule.has_rule_index()) {
         QV_LOG(QV_LOG_ERROR, "%s Unknown rule index", "FwMgr::SetNormalRule");
-        return QV_ERR_INVALID_ARG;
+        return Result<>::Failure(QV_ERR_INVALID_ARG);
     }
     const unsigned int index = rule.rule_index();
-    Guard<Mutex> lock(m_normalRuleMgr.mutex());
+    Guard<Mutex> lock(m_normalLock);
     FwRule old;
-    const int ret = m_config.GetNormalRule(index, old);
-    if (ret != 0) {
+    const Result<> found = m_config.GetNormalRule(index, old);
+    if (!found.ok()) {
         QV_LOG(QV_LOG_ERROR, "%s Rule index %d not exist", "FwMgr::SetNormalRule",
                static_cast<int>(index));
-        return ret;
+        return found;
     }
     (void)m_normalRuleMgr.DeleteRule(index);
     (void)m_config.DeleteNormalRule(index);
-    const int added = m_normalRuleMgr.AddRulePriv(rule, static_cast<int32_t>(index));
-    return added != 0 ? added : m_config.AddNormalRule(rule);
+    const Result<> added = m_normalRuleMgr.AddRulePriv(rule, static_cast<int32_t>(index));
+    return added.ok() ? m_config.AddNormalRule(rule) : added;
 }
 
-int FwMgr::DeleteNormalRule(unsigned int number) {
+Result<> FwMgr::DeleteNormalRule(unsigned int number) {
     if (NotReady("FwMgr::DeleteRule")) {
-        return kNotReady;
+        return Result<>::Failure(kNotReady);
     }
-    Guard<Mutex> lock(m_normalRuleMgr.mutex());
-    if (m_config.DeleteNormalRule(number) != 0) {
+    Guard<Mutex> lock(m_normalLock);
+    if (!m_config.DeleteNormalRule(number).ok()) {
         QV_LOG(QV_LOG_WARNING, "%s Rule %u can't be found", "FwMgr::DeleteRule", number);
     }
     // A rule that is in ipfw but not in the store still goes.
     return m_normalRuleMgr.DeleteRule(number);
 }
 
-int FwMgr::DeleteExcpRule(unsigned int number) {
+Result<> FwMgr::DeleteExcpRule(unsigned int number) {
     if (NotReady("FwMgr::DeleteExcpRule")) {
-        return kNotReady;
+        return Result<>::Failure(kNotReady);
     }
-    Guard<Mutex> lock(m_excpRuleMgr.mutex());
-    if (m_config.DeleteExcpRule(number) != 0) {
+    Guard<Mutex> lock(m_excpLock);
+    if (!m_config.DeleteExcpRule(number).ok()) {
         QV_LOG(QV_LOG_WARNING, "%s Rule %u can't be found", "FwMgr::DeleteExcpRule", number);
     }
     return m_excpRuleMgr.DeleteRule(number);
 }
 
-int FwMgr::FlushRules() {
+Result<> FwMgr::FlushRules() {
     if (NotReady("FwMgr::FlushRules")) {
-        return 1;
+        return Result<>::Failure(FW_ERR_FLUSH);
     }
-    BothSets lock(m_excpRuleMgr, m_normalRuleMgr);
+    BothSets lock(m_excpLock, m_normalLock);
     (void)m_config.FlushRules();
     (void)m_config.FlushExcpRules();
     // "ipfw -q flush" empties every set, so the exception set needs its own flush only
     // when that failed.
-    if (m_normalRuleMgr.FlushRules() == 0) {
-        return 0;
+    if (m_normalRuleMgr.FlushRules().ok() || m_excpRuleMgr.FlushRules().ok()) {
+        return Result<>::Success();
     }
-    return m_excpRuleMgr.FlushRules() != 0 ? 1 : 0;
+    return Result<>::Failure(FW_ERR_FLUSH);
 }
 
-int FwMgr::FlushNormalRules() {
+Result<> FwMgr::FlushNormalRules() {
     if (NotReady("FwMgr::FlushNormalRules")) {
-        return kNotReady;
+        return Result<>::Failure(kNotReady);
     }
-    Guard<Mutex> lock(m_normalRuleMgr.mutex());
+    Guard<Mutex> lock(m_normalLock);
     (void)m_config.FlushRules();
     return m_normalRuleMgr.FlushVelaRules();
 }
 
-int FwMgr::FlushExcpRules() {
+Result<> FwMgr::FlushExcpRules() {
     if (NotReady("FwMgr::FlushExcpRules")) {
-        return kNotReady;
+        return Result<>::Failure(kNotReady);
     }
-    Guard<Mutex> lock(m_excpRuleMgr.mutex());
+    Guard<Mutex> lock(m_excpLock);
     (void)m_config.FlushExcpRules();
     return m_excpRuleMgr.FlushVelaRules();
 }
 
-int FwMgr::SwapNormalRuleOrder(unsigned int first, unsigned int second) {
+Result<> FwMgr::SwapNormalRuleOrder(unsigned int first, unsigned int second) {
     if (NotReady("FwMgr::SwapNormalRuleOrder")) {
-        return kNotReady;
+        return Result<>::Failure(kNotReady);
     }
-    Guard<Mutex> lock(m_normalRuleMgr.mutex());
-    const int ret = m_config.SwapNormalRuleOrder(first, second);
-    if (ret != 0) {
-        return ret;
+    Guard<Mutex> lock(m_normalLock);
+    const Result<> swapped = m_config.SwapNormalRuleOrder(first, second);
+    if (!swapped.ok()) {
+        return swapped;
     }
     (void)m_normalRuleMgr.DeleteRule(first);
     (void)m_normalRuleMgr.DeleteRule(second);
@@ -321,80 +322,89 @@ int FwMgr::SwapNormalRuleOrder(unsigned int first, unsigned int second) {
         (void)m_config.GetNormalRule(number, rule);
         (void)m_normalRuleMgr.AddRulePriv(rule, static_cast<int32_t>(number));
     }
-    return 0;
+    return Result<>::Success();
 }
 
-int FwMgr::SortRules(FwRuleInfoList& list, std::map<int, FwRule*>& sorted) {
+Result<> FwMgr::SortRules(FwRuleInfoList& list, std::map<int, FwRule*>& sorted) {
     for (FwRuleInfo& entry : *list.mutable_rules()) {
         const int order = entry.order();
         if (sorted.count(order) != 0) {
             QV_LOG(QV_LOG_ERROR, "%s index %d is duplicated", "FwMgr::SortRules", order);
-            return FW_ERR_DUP_ORDER;
+            return Result<>::Failure(FW_ERR_DUP_ORDER);
         }
         sorted[order] = entry.mutable_rule();
     }
-    return 0;
+    return Result<>::Success();
 }
 
-int FwMgr::AddSortedRules(std::map<int, FwRule*>& sorted, RuleMgr& rules, PersistRule persist,
-                          UIntPairArray& pairs) {
-    int result = 0;
+Result<> FwMgr::SortedList(const char* command, FwRuleInfoList& list,
+                           std::map<int, FwRule*>& sorted) const {
+    if (NotReady(command)) {
+        return Result<>::Failure(kNotReady);
+    }
+    const Result<> ordered = SortRules(list, sorted);
+    if (!ordered.ok()) {
+        QV_LOG(QV_LOG_ERROR, "%s there are two rules has the same rule order", command);
+    }
+    return ordered;
+}
+
+Result<> FwMgr::AddSortedRules(std::map<int, FwRule*>& sorted, RuleMgr& rules, PersistRule persist,
+                               UIntPairArray& pairs) {
+    Result<> result = Result<>::Success();
     for (auto& [order, rule] : sorted) {
         UIntPair* pair = pairs.add_values();
         pair->set_first(static_cast<uint32_t>(order));
-        int ret = rules.AddRule(*rule);
-        if (ret == 0) {
-            ret = (m_config.*persist)(*rule);
+        Result<> added = rules.AddRule(*rule);
+        if (added.ok()) {
+            added = (m_config.*persist)(*rule);
         }
-        if (ret == 0) {
+        if (added.ok()) {
             pair->set_second(rule->rule_index());
         } else {
-            result = ret;
+            result = added;
         }
     }
     return result;
 }
 
-int FwMgr::AddNormalRuleList(FwRuleInfoList& list, UIntPairArray& pairs) {
-    if (NotReady("FwMgr::AddRuleList")) {
-        return kNotReady;
-    }
+Result<> FwMgr::AddNormalRuleList(FwRuleInfoList& list, UIntPairArray& pairs) {
     std::map<int, FwRule*> sorted;
-    const int ret = SortRules(list, sorted);
-    if (ret != 0) {
-        QV_LOG(QV_LOG_ERROR, "%s there are two rules has the same rule order",
-               "FwMgr::AddRuleList");
-        return ret;
+    const Result<> checked = SortedList("FwMgr::AddRuleList", list, sorted);
+    if (!checked.ok()) {
+        return checked;
     }
-    Guard<Mutex> lock(m_normalRuleMgr.mutex());
+    Guard<Mutex> lock(m_normalLock);
     return AddSortedRules(sorted, m_normalRuleMgr, &FwConfig::AddNormalRule, pairs);
 }
 
-int FwMgr::ReplaceRuleList(FwRuleInfoList& list, UIntPairArray& pairs, const char* name,
-                           RuleMgr& rules, FlushStored flushStored, PersistRule persist) {
-    if (NotReady(name)) {
-        return kNotReady;
-    }
-    std::map<int, FwRule*> sorted;
-    const int ret = SortRules(list, sorted);
-    if (ret != 0) {
-        QV_LOG(QV_LOG_ERROR, "%s there are two rules has the same rule order", name);
-        return ret;
-    }
-    Guard<Mutex> lock(rules.mutex());
+Result<> FwMgr::ReplaceRules(std::map<int, FwRule*>& sorted, UIntPairArray& pairs, RuleMgr& rules,
+                             FlushStored flushStored, PersistRule persist) {
     (void)(m_config.*flushStored)();
     (void)rules.FlushVelaRules();
     return AddSortedRules(sorted, rules, persist, pairs);
 }
 
-int FwMgr::SetNormalRuleList(FwRuleInfoList& list, UIntPairArray& pairs) {
-    return ReplaceRuleList(list, pairs, "FwMgr::SetRuleList", m_normalRuleMgr,
-                           &FwConfig::FlushRules, &FwConfig::AddNormalRule);
+Result<> FwMgr::SetNormalRuleList(FwRuleInfoList& list, UIntPairArray& pairs) {
+    std::map<int, FwRule*> sorted;
+    const Result<> checked = SortedList("FwMgr::SetRuleList", list, sorted);
+    if (!checked.ok()) {
+        return checked;
+    }
+    Guard<Mutex> lock(m_normalLock);
+    return ReplaceRules(sorted, pairs, m_normalRuleMgr, &FwConfig::FlushRules,
+                        &FwConfig::AddNormalRule);
 }
 
-int FwMgr::SetExcpRuleList(FwRuleInfoList& list, UIntPairArray& pairs) {
-    return ReplaceRuleList(list, pairs, "FwMgr::SetExcpRuleList", m_excpRuleMgr,
-                           &FwConfig::FlushExcpRules, &FwConfig::AddExcpRule);
+Result<> FwMgr::SetExcpRuleList(FwRuleInfoList& list, UIntPairArray& pairs) {
+    std::map<int, FwRule*> sorted;
+    const Result<> checked = SortedList("FwMgr::SetExcpRuleList", list, sorted);
+    if (!checked.ok()) {
+        return checked;
+    }
+    Guard<Mutex> lock(m_excpLock);
+    return ReplaceRules(sorted, pairs, m_excpRuleMgr, &FwConfig::FlushExcpRules,
+                        &FwConfig::AddExcpRule);
 }
 
 }  // namespace vela

@@ -14,7 +14,11 @@
 // exactly as if the calls had come one at a time. Init and Final must not overlap each
 // other or any command. The commands are for a manager whose Init succeeded (IsReady);
 // one whose Init failed, or that is final, touches neither ipfw nor the store: its
-// commands that would answer 20013 (1 for FlushRules), and its Final leaves ipfw alone.
+// commands fail with QV_ERR_INIT (FlushRules with FW_ERR_FLUSH), and its Final leaves
+// ipfw alone.
+//
+// The codes of the results are those of QvFirewall.h, which the handlers answer as they
+// are.
 #pragma once
 
 #include <atomic>
@@ -26,7 +30,9 @@
 #include "Config.h"
 #include "EventSink.h"
 #include "EventWatcher.h"
+#include "LogRouting.h"
 #include "QvLock.h"
+#include "QvResult.h"
 #include "RuleGenerator.h"
 #include "RuleMgr.h"
 #include "VelaCommonMsg.pb.h"
@@ -50,75 +56,83 @@ public:
     FwMgr& operator=(const FwMgr&) = delete;
 
     // Routes the log, enables or disables both sets as stored, starts the watcher and
-    // re-installs the exception rules, then the normal rules. 0, or 20013 when the
-    // configuration could not be loaded (and nothing else is done).
-    int Init();
+    // re-installs the exception rules, then the normal rules. Fails with QV_ERR_INIT when
+    // the configuration could not be loaded (and nothing else is done).
+    Result<> Init();
     // Stops the watcher and deletes both sets; the stored rules stay. The exception set's
-    // delete code.
-    int Final();
+    // delete result.
+    Result<> Final();
     // Init succeeded and Final has not run.
     bool IsReady() const { return m_ready; }
 
     // Installs the rule in the set under a new number (written into the rule), then
     // stores it; no rollback when storing fails.
-    int AddNormalRule(FwRule& rule);
-    int AddExcpRule(FwRule& rule);
-    int DeleteNormalRule(unsigned int number);
-    int DeleteExcpRule(unsigned int number);
-    // Both sets. 0 or 1, not an error code.
-    int FlushRules();
+    Result<> AddNormalRule(FwRule& rule) EXCLUDES(m_normalLock);
+    Result<> AddExcpRule(FwRule& rule) EXCLUDES(m_excpLock);
+    Result<> DeleteNormalRule(unsigned int number) EXCLUDES(m_normalLock);
+    Result<> DeleteExcpRule(unsigned int number) EXCLUDES(m_excpLock);
+    // Both sets. Every failure is FW_ERR_FLUSH, whatever step failed: the one failure
+    // hosts know this command by.
+    Result<> FlushRules() EXCLUDES(m_excpLock, m_normalLock);
     // The stored normal list is emptied even when emptying the ipfw set then fails; the
-    // set's code.
-    int FlushNormalRules();
-    int FlushExcpRules();
-    // The flag is stored first, then both sets switched; the normal set's code when it
-    // failed, else the exception set's.
-    int EnableFirewall();
-    int DisableFireall();
+    // set's result.
+    Result<> FlushNormalRules() EXCLUDES(m_normalLock);
+    Result<> FlushExcpRules() EXCLUDES(m_excpLock);
+    // The flag is stored first, then both sets switched; the normal set's failure when it
+    // failed, else the exception set's result.
+    Result<> EnableFirewall() EXCLUDES(m_excpLock, m_normalLock);
+    Result<> DisableFireall() EXCLUDES(m_excpLock, m_normalLock);
     bool IsFwEnable();
     // Only the stored flag changes: the watcher reads it for each event.
-    int SetNotifyEnable(bool enable);
+    Result<> SetNotifyEnable(bool enable);
     bool IsNotifyEnable();
-    int GetAllNormalRules(FwRuleList& list);
-    int GetExcpRules(FwRuleList& list);
-    int ModifyNormalRule(FwRule& rule);
-    int SwapNormalRuleOrder(unsigned int first, unsigned int second);
+    // The stored lists cannot fail to be read.
+    void GetAllNormalRules(FwRuleList& list) EXCLUDES(m_normalLock);
+    void GetExcpRules(FwRuleList& list) EXCLUDES(m_excpLock);
+    Result<> ModifyNormalRule(FwRule& rule) EXCLUDES(m_normalLock);
+    Result<> SwapNormalRuleOrder(unsigned int first, unsigned int second) EXCLUDES(m_normalLock);
     // Each answers one pair (order, rule number) per rule, the number left unset for a
-    // rule that failed, and the code of the last rule that failed, or 0.
-    int AddNormalRuleList(FwRuleInfoList& list, UIntPairArray& pairs);
-    int SetNormalRuleList(FwRuleInfoList& list, UIntPairArray& pairs);
-    int SetExcpRuleList(FwRuleInfoList& list, UIntPairArray& pairs);
+    // rule that failed, and the failure of the last rule that failed.
+    Result<> AddNormalRuleList(FwRuleInfoList& list, UIntPairArray& pairs) EXCLUDES(m_normalLock);
+    Result<> SetNormalRuleList(FwRuleInfoList& list, UIntPairArray& pairs) EXCLUDES(m_normalLock);
+    Result<> SetExcpRuleList(FwRuleInfoList& list, UIntPairArray& pairs) EXCLUDES(m_excpLock);
 
-    // Orders a list's rules by their `order`; 20707 on a repeated order.
-    static int SortRules(FwRuleInfoList& list, std::map<int, FwRule*>& sorted);
+    // Orders a list's rules by their `order`; FW_ERR_DUP_ORDER on a repeated order.
+    static Result<> SortRules(FwRuleInfoList& list, std::map<int, FwRule*>& sorted);
 
     // The event watcher stopped (within one wait) and verbose logging off. Final does it
     // too; Finalize does it first, before the log the watcher writes to goes away.
     void StopNotify();
 
-    // LogRouting's answer as the logger's callers read it: 0 when the configuration
-    // already routes ipfw to `logPath`; -2 when the block was appended; -1 when a pattern
-    // could not be compiled.
-    int RedirectFwLog(const std::string& configurationPath, const std::string& logPath);
+    // Whether the logger's configuration had to change to route ipfw to `logPath`;
+    // LogRouting's failure when a pattern could not be compiled.
+    Result<LogRouting::Change> RedirectFwLog(const std::string& configurationPath,
+                                             const std::string& logPath);
     // True when `line` routes every message to the default firewall log path.
     static bool MatchQvLogPath(const std::string& line);
 
 private:
-    using PersistRule = int (FwConfig::*)(const FwRule&);
-    using FlushStored = int (FwConfig::*)();
+    using PersistRule = Result<> (FwConfig::*)(const FwRule&);
+    using FlushStored = Result<> (FwConfig::*)();
 
     void InitNotify();
     void StartNotify();
-    void InitNormalRuleMgr() EXCLUDES(m_normalRuleMgr.mutex());
-    void InitExceptionRuleMgr() EXCLUDES(m_excpRuleMgr.mutex());
-    int SwitchSets(bool enable) REQUIRES(m_excpRuleMgr.mutex(), m_normalRuleMgr.mutex());
+    void InitNormalRuleMgr() EXCLUDES(m_normalLock);
+    void InitExceptionRuleMgr() EXCLUDES(m_excpLock);
+    Result<> SwitchSets(bool enable) REQUIRES(m_excpLock, m_normalLock);
 
-    int AddRuleTo(RuleMgr& rules, PersistRule persist, FwRule& rule) EXCLUDES(rules.mutex());
-    int AddSortedRules(std::map<int, FwRule*>& sorted, RuleMgr& rules, PersistRule persist,
-                       UIntPairArray& pairs) REQUIRES(rules.mutex());
-    int ReplaceRuleList(FwRuleInfoList& list, UIntPairArray& pairs, const char* name,
-                        RuleMgr& rules, FlushStored flushStored, PersistRule persist)
-        EXCLUDES(rules.mutex());
+    // These work on the set `rules`, whose lock the caller holds: handing a set over by
+    // reference is checked to happen under its lock, which the helpers cannot name.
+    Result<> AddRuleTo(RuleMgr& rules, PersistRule persist, FwRule& rule);
+    Result<> AddSortedRules(std::map<int, FwRule*>& sorted, RuleMgr& rules, PersistRule persist,
+                            UIntPairArray& pairs);
+    Result<> ReplaceRules(std::map<int, FwRule*>& sorted, UIntPairArray& pairs, RuleMgr& rules,
+                          FlushStored flushStored, PersistRule persist);
+
+    // The checks of a rule-list command, logged under `command`: ready, and no order
+    // repeated; `sorted` gets the list's rules by their order.
+    Result<> SortedList(const char* command, FwRuleInfoList& list,
+                        std::map<int, FwRule*>& sorted) const;
 
     // True, with a log line naming `command`, when the manager is not ready for commands.
     bool NotReady(const char* command) const;
@@ -130,8 +144,14 @@ private:
     std::unique_ptr<EventWatcher> m_watcher;
     std::string m_fwLogPath;
     std::atomic<bool> m_ready;
-    RuleMgr m_excpRuleMgr;
-    RuleMgr m_normalRuleMgr;
+    // One lock per set, held for a whole command on it; the exception set's is taken
+    // first by whatever takes both. They live here rather than in the sets so that the
+    // compiler checks that order: it tells locks apart by their declarations, and the
+    // two sets' own locks would be one declaration.
+    Mutex m_excpLock ACQUIRED_BEFORE(m_normalLock);
+    Mutex m_normalLock;
+    RuleMgr m_excpRuleMgr GUARDED_BY(m_excpLock);
+    RuleMgr m_normalRuleMgr GUARDED_BY(m_normalLock);
 };
 
 }  // namespace vela

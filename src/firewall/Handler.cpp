@@ -48,7 +48,8 @@ bool Decode(const void* in, int inLen, T& message) {
     return message.ParsePartialFromArray(in, inLen) && message.IsInitialized();
 }
 
-// Runs `operation` on the manager; 20013 (logged) when there is none or its Init failed.
+// Runs `operation` on the manager; QV_ERR_INIT (logged) when there is none or its Init
+// failed.
 template <typename Operation>
 int WithManager(const char* name, Operation operation) {
     FwMgr* manager = g_pFwMgr;
@@ -59,10 +60,10 @@ int WithManager(const char* name, Operation operation) {
     return operation(*manager);
 }
 
-using AddOperation = int (FwMgr::*)(FwRule&);
-using DeleteOperation = int (FwMgr::*)(unsigned int);
-using ListOperation = int (FwMgr::*)(FwRuleInfoList&, UIntPairArray&);
-using RuleGetter = int (FwMgr::*)(FwRuleList&);
+using AddOperation = Result<> (FwMgr::*)(FwRule&);
+using DeleteOperation = Result<> (FwMgr::*)(unsigned int);
+using ListOperation = Result<> (FwMgr::*)(FwRuleInfoList&, UIntPairArray&);
+using RuleGetter = void (FwMgr::*)(FwRuleList&);
 using Query = bool (FwMgr::*)();
 
 // Answers the number the rule was installed under.
@@ -77,9 +78,9 @@ int AddRuleToSet(const char* name, const void* in, int inLen, void** out, int* o
         return QV_ERR_INCOMPLETE;
     }
     return WithManager(name, [&](FwMgr& manager) {
-        const int ret = (manager.*add)(rule);
-        if (ret != 0) {
-            return ret;
+        const Result<> added = (manager.*add)(rule);
+        if (!added.ok()) {
+            return added.code();
         }
         UIntType number;
         number.set_value(rule.rule_index());
@@ -96,7 +97,8 @@ int DeleteFromSet(const char* name, const void* in, int inLen, DeleteOperation r
         QV_LOG(QV_LOG_ERROR, "%s failed to init ruleNum", name);
         return QV_ERR_INCOMPLETE;
     }
-    return WithManager(name, [&](FwMgr& manager) { return (manager.*remove)(number.value()); });
+    return WithManager(name,
+                       [&](FwMgr& manager) { return (manager.*remove)(number.value()).code(); });
 }
 
 // Checks and decodes a rule-list request, then runs the manager's operation on it: its
@@ -114,7 +116,7 @@ int RunList(const char* name, const void* in, int inLen, void** out, int* outLen
     }
     return WithManager(name, [&](FwMgr& manager) {
         ran = true;
-        return (manager.*operation)(list, pairs);
+        return (manager.*operation)(list, pairs).code();
     });
 }
 
@@ -141,8 +143,8 @@ int GetRules(const char* name, void** out, int* outLen, RuleGetter get) {
     }
     return WithManager(name, [&](FwMgr& manager) {
         FwRuleList list;
-        const int ret = (manager.*get)(list);
-        return ret != 0 ? ret : pb2data(list, out, outLen);
+        (manager.*get)(list);
+        return pb2data(list, out, outLen);
     });
 }
 
@@ -159,7 +161,7 @@ int AnswerBool(const char* name, void** out, int* outLen, Query query) {
 
 template <typename Operation>
 int Run(const char* name, Operation operation) {
-    return WithManager(name, [&](FwMgr& manager) { return (manager.*operation)(); });
+    return WithManager(name, [&](FwMgr& manager) { return (manager.*operation)().code(); });
 }
 
 }  // namespace
@@ -179,6 +181,9 @@ int DeleteRule(int, const void* in, int inLen, void**, int*) {
 int DeleteExcpRule(int, const void* in, int inLen, void**, int*) {
     return DeleteFromSet("DeleteExcpRule", in, inLen, &FwMgr::DeleteExcpRule);
 }
+
+// Hosts have always known a failed flush of both sets by this one number.
+static_assert(FW_ERR_FLUSH == 1, "a failed flush of both sets answers 1");
 
 int FlushRules(int, const void*, int, void**, int*) {
     return Run("FlushRules", &FwMgr::FlushRules);
@@ -213,7 +218,7 @@ int SetNotifyEnable(int cmd, const void*, int, void**, int*) {
         return 0;
     }
     return WithManager("SetNotifyEnable", [cmd](FwMgr& manager) {
-        return manager.SetNotifyEnable(cmd == QV_CMD_ENABLE_NOTIFY);
+        return manager.SetNotifyEnable(cmd == QV_CMD_ENABLE_NOTIFY).code();
     });
 }
 
@@ -256,7 +261,7 @@ int SwapRuleOrder(int, const void* in, int inLen, void**, int*) {
         return QV_ERR_INCOMPLETE;
     }
     return WithManager("SwapRuleOrder", [&pair](FwMgr& manager) {
-        return manager.SwapNormalRuleOrder(pair.first(), pair.second());
+        return manager.SwapNormalRuleOrder(pair.first(), pair.second()).code();
     });
 }
 
@@ -270,11 +275,11 @@ int ModifyRule(int, const void* in, int inLen, void**, int*) {
         return QV_ERR_INCOMPLETE;
     }
     return WithManager("SetRule", [&rule](FwMgr& manager) {
-        const int ret = manager.ModifyNormalRule(rule);
-        if (ret != 0) {
+        const Result<> modified = manager.ModifyNormalRule(rule);
+        if (!modified.ok()) {
             QV_LOG(QV_LOG_ERROR, "%s Failed to set normal rule", "SetRule");
         }
-        return ret;
+        return modified.code();
     });
 }
 

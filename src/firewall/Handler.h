@@ -7,7 +7,7 @@
 #include "FwMgr.h"
 
 // The one firewall manager, null before Initialize and after Finalize. A handler called
-// while it is null, or while its Init has failed, answers 20013.
+// while it is null, or while its Init has failed, answers QV_ERR_INIT.
 extern qor::vela::FwMgr* g_pFwMgr;
 
 namespace qor {

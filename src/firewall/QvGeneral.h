@@ -8,5 +8,5 @@
 int nullHandler(int cmd, const void* in, int inLen, void** out, int* outLen);
 
 // Command 258: request DebugOption; sets the plug-in's and libQvUtil's log level (0..7).
-// 20002 for a missing request or a level of 8 or more. No response.
+// QV_ERR_INVALID_ARG for a missing request or a level of 8 or more. No response.
 int SetDebugLevel(int cmd, const void* in, int inLen, void** out, int* outLen);

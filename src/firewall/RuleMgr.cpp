@@ -14,10 +14,6 @@ constexpr int32_t kRuleSpacing = 10;
 constexpr unsigned int kQuickTimeout = 1;
 constexpr unsigned int kCommandTimeout = 3;
 
-// The host's runner knows nothing of the plug-in's codes, yet its failure reaches the
-// plug-in's callers as it is.
-static_assert(CommandRunner::kCannotRun == QV_ERR_CMD, "a runner's failure is QV_ERR_CMD");
-
 std::string rightTrimmed(const std::string& text) {
     size_t end = text.find_last_not_of(" \t\f\v\n\r");
     return end == std::string::npos ? std::string() : text.substr(0, end + 1);
@@ -35,7 +31,7 @@ RuleMgr::RuleMgr(const RuleGenerator& generator, CommandRunner& shell, int32_t s
 
 void RuleMgr::Init(const FwRuleList& rules) {
     m_nextNum = static_cast<uint32_t>(m_startNum);
-    if (DeleteSet(static_cast<unsigned int>(m_setNum)) != 0) {
+    if (!DeleteSet(static_cast<unsigned int>(m_setNum)).ok()) {
         QV_LOG(QV_LOG_ERROR, "%s Failed to delete set %u", "RuleMgr::Init",
                static_cast<unsigned int>(m_setNum));
     }
@@ -44,7 +40,7 @@ void RuleMgr::Init(const FwRuleList& rules) {
         if (rule.rule_index() > largest) {
             largest = rule.rule_index();
         }
-        if (AddRulePriv(rule, static_cast<int32_t>(rule.rule_index())) != 0) {
+        if (!AddRulePriv(rule, static_cast<int32_t>(rule.rule_index())).ok()) {
             QV_LOG(QV_LOG_ERROR, "%s failed to excute cmd", "RuleMgr::Init");
         }
     }
@@ -55,35 +51,35 @@ void RuleMgr::Init(const FwRuleList& rules) {
     }
 }
 
-int32_t RuleMgr::AddRule(FwRule& rule) {
+Result<> RuleMgr::AddRule(FwRule& rule) {
     const Result<int32_t> number = GenNextRuleNum();
     if (!number.ok()) {
-        return number.code();
+        return Result<>::Failure(number.code());
     }
     rule.set_rule_index(static_cast<uint32_t>(number.value()));
     return AddRulePriv(rule, number.value());
 }
 
-int32_t RuleMgr::AddRulePriv(const FwRule& rule, int32_t number) {
+Result<> RuleMgr::AddRulePriv(const FwRule& rule, int32_t number) {
     std::string text;
     const int32_t generated = m_generator.CreateRule(ReadRuleFields(rule), text);
     if (generated != 0) {
-        return generated;
+        return Result<>::Failure(generated);
     }
     // The body brings its own leading blank, hence two blanks after the set number.
     const std::string command = "ipfw -q add " + std::to_string(number) + " set " +
                                 std::to_string(m_setNum) + " " + text + " 2>/dev/stdout";
     const Result<std::string> ran = DoCmd(command, kCommandTimeout, false);
     if (ran.ok()) {
-        return 0;
+        return Result<>::Success();
     }
     if (ran.code() == FW_ERR_IPFW_PRINTED) {
         // Under -q ipfw prints only errors: it refused the rule.
         QV_LOG(QV_LOG_ERROR, "%s invalid rule", "RuleMgr::AddRulePriv");
-        return FW_ERR_RULE_REFUSED;
+        return Result<>::Failure(FW_ERR_RULE_REFUSED);
     }
     QV_LOG(QV_LOG_ERROR, "%s failed to excute cmd", "RuleMgr::AddRulePriv");
-    return QV_ERR_CMD;
+    return Result<>::Failure(QV_ERR_CMD);
 }
 
 Result<int32_t> RuleMgr::GenNextRuleNum() {
@@ -123,31 +119,31 @@ Result<int32_t> RuleMgr::GenNextRuleNumPriv(int32_t start) {
     return Result<int32_t>::Success(number);
 }
 
-int32_t RuleMgr::DeleteRule(unsigned int number) {
+Result<> RuleMgr::DeleteRule(unsigned int number) {
     return RunQuiet("ipfw -q delete " + std::to_string(number), kCommandTimeout);
 }
 
-int32_t RuleMgr::DeleteSet(unsigned int set) {
+Result<> RuleMgr::DeleteSet(unsigned int set) {
     QV_LOG(QV_LOG_DETAIL, "%s delete set %d", "RuleMgr::DeleteSet", static_cast<int>(set));
     // Always this manager's own set: a caller cannot delete another manager's rules.
     return RunQuiet("ipfw -q delete set " + std::to_string(m_setNum), kQuickTimeout);
 }
 
-int32_t RuleMgr::FlushVelaRules() {
+Result<> RuleMgr::FlushVelaRules() {
     ResetNumbering();
     return DeleteSet(static_cast<unsigned int>(m_setNum));
 }
 
-int32_t RuleMgr::FlushRules() {
+Result<> RuleMgr::FlushRules() {
     ResetNumbering();
     return RunQuiet("ipfw -q flush", kCommandTimeout);
 }
 
-int32_t RuleMgr::Enable() {
+Result<> RuleMgr::Enable() {
     return RunQuiet("ipfw -q set enable " + std::to_string(m_setNum), kCommandTimeout);
 }
 
-int32_t RuleMgr::Disable() {
+Result<> RuleMgr::Disable() {
     return RunQuiet("ipfw -q set disable " + std::to_string(m_setNum), kCommandTimeout);
 }
 
@@ -155,8 +151,8 @@ void RuleMgr::ResetNumbering() {
     m_nextNum = static_cast<uint32_t>(m_startNum);
 }
 
-int32_t RuleMgr::RunQuiet(const std::string& command, unsigned int timeout) {
-    return DoCmd(command, timeout, false).code();
+Result<> RuleMgr::RunQuiet(const std::string& command, unsigned int timeout) {
+    return Result<>::FromCode(DoCmd(command, timeout, false).code());
 }
 
 Result<std::string> RuleMgr::DoCmd(const std::string& command, unsigned int timeout,

@@ -25,7 +25,8 @@ extern "C" int QvPluginGetId(void) {
     return kPluginId;
 }
 
-// A failed manager stays in g_pFwMgr: its handlers answer 20013 and Finalize cleans it up.
+// A failed manager stays in g_pFwMgr: its handlers answer QV_ERR_INIT and Finalize cleans
+// it up.
 extern "C" int QvPluginInitialize(void*) {
     if (g_debugLogContext == nullptr) {
         QvInitDebugByConfig(&g_debugLogContext, "QvFw.conf.plist", "QvFw",
@@ -33,7 +34,7 @@ extern "C" int QvPluginInitialize(void*) {
     }
     QV_LOG(QV_LOG_TRACE, "%s Enter...", "QvPluginInitialize");
     g_pFwMgr = new FwMgr(std::make_unique<HostEventSink>(s_notify));
-    if (g_pFwMgr->Init() != 0) {
+    if (!g_pFwMgr->Init().ok()) {
         QV_LOG(QV_LOG_ERROR, "%s Failed to init FwMgr", "QvPluginInitialize");
         return QV_ERR_INIT;
     }
@@ -50,7 +51,7 @@ extern "C" void QvPluginFinalize(void) {
     QvrnReleaseDbgLog(g_debugLogContext);
     g_debugLogContext = nullptr;
     if (g_pFwMgr != nullptr) {
-        g_pFwMgr->Final();
+        (void)g_pFwMgr->Final();
         delete g_pFwMgr;
         g_pFwMgr = nullptr;
     }

@@ -12,6 +12,7 @@
 #include "Config.h"
 #include "LogCapture.h"
 #include "QvConfig.h"
+#include "QvFirewall.h"
 #include "ScopedEnv.h"
 #include "TempDir.h"
 #include "VelaFwInternalMsgConvert.h"
@@ -153,26 +154,26 @@ TEST_F(FwConfigTest, AddDeleteAndSwapKeepTheirOrder) {
     seed(ruleList({2, 5, 9}), ruleList({}));
     FwConfig config;
     ASSERT_TRUE(config.IsReady());
-    EXPECT_EQ(0, config.AddNormalRule(rule(1)));
-    EXPECT_EQ(0, config.AddNormalRule(rule(5, "replaced")));
-    EXPECT_EQ(0, config.AddExcpRule(rule(7)));
+    EXPECT_EQ(0, config.AddNormalRule(rule(1)).code());
+    EXPECT_EQ(0, config.AddNormalRule(rule(5, "replaced")).code());
+    EXPECT_EQ(0, config.AddExcpRule(rule(7)).code());
     FwRuleList all;
     config.GetAllNormalRules(all);
     EXPECT_EQ((Indexes{2, 5, 9, 1}), indexesOf(all));
     EXPECT_EQ("replaced", all.rules(1).description());
     EXPECT_EQ(Indexes{7}, indexesOf(stored("FwExceptionRuleCfg")));
 
-    EXPECT_EQ(0, config.DeleteNormalRule(2));
+    EXPECT_EQ(0, config.DeleteNormalRule(2).code());
     config.GetAllNormalRules(all);
     EXPECT_EQ((Indexes{1, 5, 9}), indexesOf(all));
-    EXPECT_EQ(20701u, config.DeleteNormalRule(2));
-    EXPECT_EQ(20701u, config.DeleteExcpRule(1));
+    EXPECT_EQ(FW_ERR_RULE_NOT_FOUND, config.DeleteNormalRule(2).code());
+    EXPECT_EQ(FW_ERR_RULE_NOT_FOUND, config.DeleteExcpRule(1).code());
     FwRule found;
-    EXPECT_EQ(0, config.GetNormalRule(5, found));
+    EXPECT_EQ(0, config.GetNormalRule(5, found).code());
     EXPECT_EQ("replaced", found.description());
-    EXPECT_EQ(20701u, config.GetNormalRule(2, found));
+    EXPECT_EQ(FW_ERR_RULE_NOT_FOUND, config.GetNormalRule(2, found).code());
 
-    ASSERT_EQ(0, config.SwapNormalRuleOrder(5, 9));
+    ASSERT_EQ(0, config.SwapNormalRuleOrder(5, 9).code());
     config.GetAllNormalRules(all);
     EXPECT_EQ((Indexes{1, 5, 9}), indexesOf(all));
     EXPECT_EQ("rule 9", all.rules(1).description());
@@ -180,19 +181,19 @@ TEST_F(FwConfigTest, AddDeleteAndSwapKeepTheirOrder) {
     // The second write copied the first one's result into the backup.
     EXPECT_EQ(readFile(path()), readFile(backup()));
     const std::string before = readFile(path());
-    EXPECT_EQ(20701u, config.SwapNormalRuleOrder(1, 1));
+    EXPECT_EQ(FW_ERR_RULE_NOT_FOUND, config.SwapNormalRuleOrder(1, 1).code());
     // A half-found exchange changes nothing, in memory or in the file.
     for (const auto& [a, b] : {std::pair{9u, 40u}, std::pair{41u, 5u}}) {
-        EXPECT_EQ(20701u, config.SwapNormalRuleOrder(a, b));
+        EXPECT_EQ(FW_ERR_RULE_NOT_FOUND, config.SwapNormalRuleOrder(a, b).code());
         config.GetAllNormalRules(all);
         EXPECT_EQ((Indexes{1, 5, 9}), indexesOf(all));
     }
     EXPECT_EQ(before, readFile(path()));
-    ASSERT_EQ(0, config.AddNormalRule(rule(12)));
+    ASSERT_EQ(0, config.AddNormalRule(rule(12)).code());
     EXPECT_EQ(readFile(path()).find("<integer>40</integer>"), std::string::npos);
 
-    EXPECT_EQ(0, config.FlushRules());
-    EXPECT_EQ(20701u, config.GetNormalRule(5, found));
+    EXPECT_EQ(0, config.FlushRules().code());
+    EXPECT_EQ(FW_ERR_RULE_NOT_FOUND, config.GetNormalRule(5, found).code());
     EXPECT_EQ(0, stored("FwRuleCfg").rules_size());
 }
 
@@ -213,7 +214,7 @@ TEST_F(FwConfigTest, RandomChangesKeepTheFileInStepWithMemory) {
         const unsigned int index = 1 + pick(60);
         const FwRule changed = rule(index, "variant " + std::to_string(pick(3)));
         bool exception = pick(4) == 0;
-        unsigned int result = 0;
+        Result<> result = Result<>::Success();
         switch (pick(6)) {
             case 0:
             case 1:
@@ -237,7 +238,7 @@ TEST_F(FwConfigTest, RandomChangesKeepTheFileInStepWithMemory) {
                 normalWritten = exceptionsWritten = false;
                 continue;
         }
-        if (result != 0) {
+        if (!result.ok()) {
             continue;
         }
         FwRuleList list;
@@ -260,11 +261,11 @@ TEST_F(FwConfigTest, OnlyChangedNotifySettingIsWritten) {
     seed(ruleList({}), ruleList({}));
     FwConfig config;
     ASSERT_TRUE(config.IsReady());
-    EXPECT_EQ(0, config.SetNotifyEnable(true));  // already on: no save, so no backup either
+    EXPECT_EQ(0, config.SetNotifyEnable(true).code());  // already on: no save, so no backup either
     EXPECT_FALSE(std::filesystem::exists(backup()));
-    EXPECT_EQ(0, config.SetFwEnable(true));  // unchanged, written all the same
+    EXPECT_EQ(0, config.SetFwEnable(true).code());  // unchanged, written all the same
     EXPECT_TRUE(std::filesystem::exists(backup()));
-    EXPECT_EQ(0, config.SetNotifyEnable(false));
+    EXPECT_EQ(0, config.SetNotifyEnable(false).code());
     EXPECT_FALSE(config.IsNotifyEnable());
 
     FwOptions options;

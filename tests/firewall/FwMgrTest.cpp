@@ -33,7 +33,7 @@ protected:
     ~FwMgrTest() override {
         g_pFwMgr = nullptr;
         if (manager != nullptr) {
-            manager->Final();
+            (void)manager->Final();
         }
     }
 
@@ -59,7 +59,7 @@ protected:
         ipfw = shell.get();
         manager = std::make_unique<FwMgr>(std::move(shell),
                                           std::make_unique<qvtest::RecordingEventSink>());
-        return manager->Init();
+        return manager->Init().code();
     }
 
     // Calls the table's handler for `cmd` with `request`; the response parsed into `reply`.
@@ -94,7 +94,11 @@ protected:
 
     std::vector<uint32_t> stored(bool exception) const {
         FwRuleList list;
-        EXPECT_EQ(0, exception ? manager->GetExcpRules(list) : manager->GetAllNormalRules(list));
+        if (exception) {
+            manager->GetExcpRules(list);
+        } else {
+            manager->GetAllNormalRules(list);
+        }
         std::vector<uint32_t> numbers;
         for (const FwRule& rule : list.rules()) {
             numbers.push_back(rule.rule_index());
@@ -255,12 +259,12 @@ TEST_F(FwMgrTest, InitAndFinalRunTheirCommandLinesInOrder) {
                   "ipfw -q add 3100 set 19  deny log logamount 0 2>/dev/stdout"}),
               ipfw->commands());
     const size_t started = ipfw->commands().size();
-    EXPECT_EQ(0, manager->Final());
+    EXPECT_EQ(0, manager->Final().code());
     const std::vector<std::string> all = ipfw->commands();
     EXPECT_EQ((std::vector<std::string>{"sysctl -w net.inet.ip.fw.verbose=0",
                                         "ipfw -q delete set 19", "ipfw -q delete set 18"}),
               std::vector<std::string>(all.begin() + static_cast<long>(started), all.end()));
-    EXPECT_EQ(0, manager->Final());  // a second Final does nothing
+    EXPECT_EQ(0, manager->Final().code());  // a second Final does nothing
     EXPECT_EQ(all, ipfw->commands());
 
     writeConfig("<key>enable_fw</key><false/>");
@@ -274,7 +278,7 @@ TEST_F(FwMgrTest, InitAndFinalRunTheirCommandLinesInOrder) {
                                   "ipfw -q add 3100 set 19  deny log logamount 0 2>/dev/stdout"}),
         ipfw->commands());
     EXPECT_FALSE(manager->IsFwEnable());
-    manager->Final();
+    (void)manager->Final();
 
     // Without its configuration directory the start fails, and the manager's own commands, called
     // past the handlers, touch neither ipfw nor the store.
@@ -285,13 +289,37 @@ TEST_F(FwMgrTest, InitAndFinalRunTheirCommandLinesInOrder) {
     FwRuleInfoList list;
     list.add_rules()->mutable_rule()->CopyFrom(rule);
     UIntPairArray pairs;
-    EXPECT_EQ(QV_ERR_INIT, manager->AddNormalRule(rule));
-    EXPECT_EQ(QV_ERR_INIT, manager->DeleteExcpRule(2100));
-    EXPECT_EQ(QV_ERR_INIT, manager->EnableFirewall());
-    EXPECT_EQ(QV_ERR_INIT, manager->SetNormalRuleList(list, pairs));
-    EXPECT_EQ(1, manager->FlushRules());
-    EXPECT_EQ(0, manager->Final());
+    EXPECT_EQ(QV_ERR_INIT, manager->AddNormalRule(rule).code());
+    EXPECT_EQ(QV_ERR_INIT, manager->DeleteExcpRule(2100).code());
+    EXPECT_EQ(QV_ERR_INIT, manager->EnableFirewall().code());
+    EXPECT_EQ(QV_ERR_INIT, manager->SetNormalRuleList(list, pairs).code());
+    EXPECT_EQ(FW_ERR_FLUSH, manager->FlushRules().code());
+    EXPECT_EQ(0, manager->Final().code());
     EXPECT_EQ(std::vector<std::string>{}, ipfw->commands());
+}
+
+// What failed reaches the host as its own code: ipfw that cannot be run, ipfw that
+// complains, and a flush of both sets, which answers its one code whatever failed.
+TEST_F(FwMgrTest, FailuresReachTheHostAsTheirCodes) {
+    ASSERT_EQ(0, start());
+    g_pFwMgr = manager.get();
+    using Answer = std::optional<Result<std::string>>;
+    ipfw->override([](const std::string& command) -> Answer {
+        if (command.find("delete") != std::string::npos) {
+            return Result<std::string>::Success("ipfw: unexpected\n");
+        }
+        return Result<std::string>::Failure(QV_ERR_CMD);
+    });
+    UIntType number;
+    number.set_value(3100);
+    EXPECT_EQ(FW_ERR_IPFW_PRINTED, call(QV_CMD_DELETE_RULE, number));
+    EXPECT_EQ(FW_ERR_IPFW_PRINTED, call(QV_CMD_FLUSH_EXCP_RULES, NullObject()));
+    EXPECT_EQ(QV_ERR_CMD, call(QV_CMD_ENABLE_FW, NullObject()));
+    EXPECT_EQ(FW_ERR_FLUSH, call(QV_CMD_FLUSH_RULES, NullObject()));
+    UIntPair absent;
+    absent.set_first(3100);
+    absent.set_second(3110);
+    EXPECT_EQ(FW_ERR_RULE_NOT_FOUND, call(QV_CMD_SWAP_RULES, absent));
 }
 
 // Host threads with calls of every kind. Each call holds its set's lock for its whole

@@ -86,11 +86,16 @@ TEST(SyslogRedirectionTest, OnlyALineInsideTheBlockCountsAndTheManagerAppendsItO
     // No configuration is found: nothing but the text work is used.
     FwMgr manager(std::make_unique<qvtest::RecordingEventSink>());
 
-    EXPECT_EQ(manager.RedirectFwLog(conf, log), -2);
+    const auto change = [&](const std::string& logPath) {
+        const Result<LogRouting::Change> routed = manager.RedirectFwLog(conf, logPath);
+        EXPECT_TRUE(routed.ok()) << logPath;
+        return routed.ok() ? routed.value() : LogRouting::Change::None;
+    };
+    EXPECT_EQ(LogRouting::Change::Appended, change(log));
     EXPECT_EQ(qvtest::readFile(conf), "\n!ipfw\n*.*\t\t\t" + log + "\n");
-    EXPECT_EQ(manager.RedirectFwLog(conf, log), 0);
+    EXPECT_EQ(LogRouting::Change::None, change(log));
     // A path that would add a line of its own to the logger's configuration is not written.
-    EXPECT_EQ(manager.RedirectFwLog(conf, log + "\n*.* /etc/passwd"), -2);
+    EXPECT_EQ(LogRouting::Change::Appended, change(log + "\n*.* /etc/passwd"));
     EXPECT_EQ(qvtest::readFile(conf), "\n!ipfw\n*.*\t\t\t" + log + "\n");
 
     EXPECT_TRUE(manager.MatchQvLogPath("*.*\t\t\t/var/log/Quorvane/QvrnCore/ipfw.log"));

@@ -47,15 +47,14 @@ protected:
     }
 
     // The number a new TCP rule gets from `mgr`, or 0 when the add failed.
-    static uint32_t added(RuleMgr& mgr) REQUIRES(mgr.mutex()) {
+    static uint32_t added(RuleMgr& mgr) {
         FwRule rule = tcpRule();
-        return mgr.AddRule(rule) == 0 ? rule.rule_index() : 0;
+        return mgr.AddRule(rule).ok() ? rule.rule_index() : 0;
     }
 
     // A manager of set `set` from `start` that has taken over its set with no rules.
     std::unique_ptr<RuleMgr> cleanSet(int start = 3100, int set = 19) {
         auto mgr = std::make_unique<RuleMgr>(generator, ipfw, start, set);
-        Guard<Mutex> lock(mgr->mutex());
         mgr->Init(FwRuleList());
         return mgr;
     }
@@ -81,7 +80,6 @@ TEST_F(RuleMgrTest, InitReinstallsSavedRulesInACleanSetAndStartsAfterTheLargest)
     ipfw.ipfw("-q add 3500 set 5 allow proto udp");
     ipfw.ipfw("-q add 3500 set 7 allow proto udp");
     RuleMgr mgr(generator, ipfw, 1000, 5);
-    Guard<Mutex> lock(mgr.mutex());
     FwRuleList rules;
     *rules.add_rules() = tcpRule(1010);
     FwRule bad;  // an action alone: ipfw wants a protocol
@@ -97,7 +95,6 @@ TEST_F(RuleMgrTest, InitReinstallsSavedRulesInACleanSetAndStartsAfterTheLargest)
     EXPECT_EQ(1030u, added(mgr));
 
     RuleMgr low(generator, ipfw, 5, 3);
-    Guard<Mutex> lowLock(low.mutex());
     low.Init(FwRuleList());
     EXPECT_EQ(10u, added(low));
 }
@@ -110,7 +107,6 @@ TEST_F(RuleMgrTest, AllocationProbesUpwardSpacesByTenAndStopsAtTheTop) {
         ipfw.ipfw("-q add " + std::to_string(number) + " set 2 allow proto tcp");
     }
     auto mgr = cleanSet();
-    Guard<Mutex> lock(mgr->mutex());
     EXPECT_EQ(3103u, added(*mgr));
     EXPECT_EQ(3110u, added(*mgr));
 
@@ -121,7 +117,6 @@ TEST_F(RuleMgrTest, AllocationProbesUpwardSpacesByTenAndStopsAtTheTop) {
     EXPECT_EQ(5u, ran("ipfw show "));
 
     RuleMgr top(generator, ipfw, 3100, 18);
-    Guard<Mutex> topLock(top.mutex());
     FwRuleList saved;
     *saved.add_rules() = tcpRule(65520);
     top.Init(saved);
@@ -129,7 +124,7 @@ TEST_F(RuleMgrTest, AllocationProbesUpwardSpacesByTenAndStopsAtTheTop) {
         ipfw.ipfw("-q add " + std::to_string(n) + " set 1 allow proto tcp");
     }
     FwRule rule = tcpRule();
-    EXPECT_EQ(FW_ERR_RULE_REFUSED, top.AddRule(rule));
+    EXPECT_EQ(FW_ERR_RULE_REFUSED, top.AddRule(rule).code());
     EXPECT_EQ(65535u, rule.rule_index());
     EXPECT_TRUE(log.has(6, "RuleMgr::GenNextRuleNum Gened rule num is 65535"));
     EXPECT_EQ(0u, ran("ipfw show 65535"));
@@ -146,7 +141,6 @@ TEST_F(RuleMgrTest, AllocationProbesUpwardSpacesByTenAndStopsAtTheTop) {
                                                            : text + "\r\n\n\t ");
     });
     auto probed = cleanSet(1020, 4);
-    Guard<Mutex> probedLock(probed->mutex());
     EXPECT_EQ(1021u, added(*probed));
     EXPECT_EQ(1030u, added(*probed));
 }
@@ -159,9 +153,8 @@ TEST_F(RuleMgrTest, AllocationProbesUpwardSpacesByTenAndStopsAtTheTop) {
 TEST_F(RuleMgrTest, RefusalsAndRunnersThatFail) {
     qvtest::LogCapture log;
     auto mgr = cleanSet();
-    Guard<Mutex> lock(mgr->mutex());
     FwRule bare;  // " allow": ipfw wants a protocol
-    EXPECT_EQ(FW_ERR_RULE_REFUSED, mgr->AddRule(bare));
+    EXPECT_EQ(FW_ERR_RULE_REFUSED, mgr->AddRule(bare).code());
     EXPECT_EQ(3100u, bare.rule_index());
     EXPECT_EQ(3110u, added(*mgr));
     EXPECT_EQ((std::vector<int>{3110}), listed(19));
@@ -177,33 +170,33 @@ TEST_F(RuleMgrTest, RefusalsAndRunnersThatFail) {
         }
         return Result<std::string>::Success("ipfw: unexpected\n");
     });
-    EXPECT_EQ(FW_ERR_IPFW_PRINTED, mgr->Enable());
+    EXPECT_EQ(FW_ERR_IPFW_PRINTED, mgr->Enable().code());
 
     ipfw.override(
         [](const std::string&) -> Answer { return Result<std::string>::Failure(QV_ERR_CMD); });
     FwRule rule = tcpRule();
-    EXPECT_EQ(QV_ERR_CMD, mgr->AddRulePriv(rule, 3100));
+    EXPECT_EQ(QV_ERR_CMD, mgr->AddRulePriv(rule, 3100).code());
     EXPECT_TRUE(log.has(3, "RuleMgr::AddRulePriv failed to excute cmd"));
     EXPECT_NE(std::string::npos,
               log.text().find("RuleMgr::DoCmd failed to excute the cmd ipfw -q add 3100 set 19 "
                               " allow proto tcp 2>/dev/stdout, ret is 0"));
-    EXPECT_EQ(FW_ERR_NO_RULE_NUM, mgr->AddRule(rule));
+    EXPECT_EQ(FW_ERR_NO_RULE_NUM, mgr->AddRule(rule).code());
     EXPECT_FALSE(rule.has_rule_index());
     EXPECT_TRUE(log.has(3,
                         "RuleMgr::GenNextRuleNumPriv Faield to excute cmd ipfw show 3120 "
                         "2>/dev/stdout"));
-    EXPECT_EQ(QV_ERR_CMD, mgr->Enable());
-    EXPECT_EQ(QV_ERR_CMD, mgr->DeleteRule(3100));
+    EXPECT_EQ(QV_ERR_CMD, mgr->Enable().code());
+    EXPECT_EQ(QV_ERR_CMD, mgr->DeleteRule(3100).code());
 
     ipfw.override([](const std::string& command) -> Answer {
         const bool joined = command.find("2>/dev/stdout") != std::string::npos;
         return Result<std::string>::Success(joined ? "sh: 1: ipfw: not found\n" : "");
     });
     const size_t probes = ran("ipfw show ");
-    EXPECT_EQ(FW_ERR_NO_RULE_NUM, mgr->AddRule(rule));
+    EXPECT_EQ(FW_ERR_NO_RULE_NUM, mgr->AddRule(rule).code());
     EXPECT_EQ(probes + 1, ran("ipfw show "));
     // The quiet commands cannot see the shell's complaint.
-    EXPECT_EQ(0, mgr->DeleteRule(3100));
+    EXPECT_EQ(0, mgr->DeleteRule(3100).code());
 }
 
 // Deletes and flushes of the set of one manager beside another's: deleting a set always
@@ -213,26 +206,24 @@ TEST_F(RuleMgrTest, DeletesAndFlushesReachTheirSetsAndResetNumbering) {
     qvtest::LogCapture log;
     auto normal = cleanSet(3100, 19);
     auto exception = cleanSet(2100, 18);
-    Guard<Mutex> normalLock(normal->mutex());
-    Guard<Mutex> exceptionLock(exception->mutex());
     for (int i = 0; i < 2; ++i) {
         ASSERT_NE(0u, added(*normal));
         ASSERT_NE(0u, added(*exception));
     }
     ipfw.ipfw("-q add 1010 set 7 allow proto tcp");
-    EXPECT_EQ(0, exception->DeleteSet(7));
+    EXPECT_EQ(0, exception->DeleteSet(7).code());
     EXPECT_TRUE(log.has(7, "RuleMgr::DeleteSet delete set 7"));
     EXPECT_TRUE(listed(18).empty());
     EXPECT_EQ((std::vector<int>{1010}), listed(7));
     EXPECT_EQ(2120u, added(*exception));
 
-    EXPECT_EQ(0, exception->FlushVelaRules());
+    EXPECT_EQ(0, exception->FlushVelaRules().code());
     EXPECT_EQ((std::vector<int>{3100, 3110}), listed(19));
-    EXPECT_EQ(0, normal->DeleteRule(3100));
+    EXPECT_EQ(0, normal->DeleteRule(3100).code());
     EXPECT_EQ((std::vector<int>{3110}), listed(19));
 
     EXPECT_EQ(2100u, added(*exception));
-    EXPECT_EQ(0, normal->FlushRules());
+    EXPECT_EQ(0, normal->FlushRules().code());
     EXPECT_EQ(3100u, added(*normal));
     EXPECT_EQ((std::vector<int>{3100}), listed());
     EXPECT_NE(std::string::npos, ipfw.ipfw("list").find("65535 allow ip from any to any"));

@@ -11,9 +11,9 @@ namespace qor {
 namespace vela {
 
 // Stores the serialized size in *outLen first, then a buffer in *out: null for an empty
-// message (nothing allocated), else malloc'ed. Returns 0, 20006 when the buffer could not
-// be allocated, or 20001 when serializing failed (the buffer then stays in *out for the
-// host to free). Null output pointers are programming errors: handlers check them first.
+// message (nothing allocated), else malloc'ed. Returns 0, QV_ERR_NO_MEMORY when the buffer could
+// not be allocated, or QV_ERR_SERIALIZE when serializing failed (the buffer then stays in *out for
+// the host to free). Null output pointers are programming errors: handlers check them first.
 template <typename T>
 int pb2data(const T& msg, void** out, int* outLen) {
     assert(out != NULL);

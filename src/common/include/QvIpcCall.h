@@ -9,7 +9,7 @@
 namespace qor {
 namespace vela {
 
-// 0 on success; 20010 when the request cannot be serialized or the reply is incomplete;
+// 0 on success; QV_ERR_INCOMPLETE when the request cannot be serialized or the reply is incomplete;
 // otherwise the code of ipc::call (-1 when the service cannot be reached).
 template <typename Request, typename Reply>
 int QvIpcCall(int command, const Request& request, Reply& reply) {

@@ -26,8 +26,8 @@ enum QvFwCommand {
     QV_CMD_IS_FW_ENABLE = 0x8006,       /* -> BoolType */
     QV_CMD_GET_ALL_RULES = 0x8007,      /* -> FwRuleList (normal set) */
     QV_CMD_ADD_RULE_LIST = 0x8008,      /* FwRuleInfoList -> UIntPairArray (order, number) */
-    QV_CMD_SWAP_RULES = 0x8009,       /* UIntPair (two normal rule numbers); 20701, nothing changed,
-                                         unless both are stored */
+    QV_CMD_SWAP_RULES = 0x8009,       /* UIntPair (two normal rule numbers); FW_ERR_RULE_NOT_FOUND,
+                                         nothing changed, unless both are stored */
     QV_CMD_ENABLE_NOTIFY = 0x800a,    /* events reach the notification callback */
     QV_CMD_DISABLE_NOTIFY = 0x800b,   /* events reach only the host service */
     QV_CMD_IS_NOTIFY_ENABLE = 0x800c, /* -> BoolType */
@@ -56,6 +56,7 @@ enum QvFwEvent { QV_EVENT_FW_LOG = 1207, QV_IPC_FW_EVENT = 65567 };
 /* The firewall's result codes, beside the frame's (QvPlugin.h). */
 enum QvFwCode {
     FW_ERR_IPFW_PRINTED = -2,      /* ipfw printed an error for a command meant to be quiet */
+    FW_ERR_FLUSH = 1,              /* flushing both sets failed (QV_CMD_FLUSH_RULES only) */
     QV_ERR_CMD = 20016,            /* a command line could not be run, or failed */
     FW_ERR_RULE_NOT_FOUND = 20701, /* no rule with that number in the stored list */
     FW_ERR_MAC = 20702,            /* MAC address missing or invalid */
@@ -75,6 +76,7 @@ static inline const char* QvFwCodeMeaning(int code) {
     } meanings[] = {
         {QV_OK, "success"},
         {FW_ERR_IPFW_PRINTED, "ipfw reported an error"},
+        {FW_ERR_FLUSH, "the rules could not be flushed"},
         {QV_ERR_SERIALIZE, "the response could not be serialized"},
         {QV_ERR_INVALID_ARG, "invalid argument"},
         {QV_ERR_NO_MEMORY, "out of memory for the response"},

@@ -28,9 +28,9 @@ public:
     explicit RuleGenerator(const RuleTextLog* log = nullptr);
     virtual ~RuleGenerator() = default;
 
-    // Appends the rule body to `out`. 0, or 20705 (action without keyword), 20702 (bad MAC
-    // address) or 20706 (unsafe host or interface text); on failure `out` holds a partial
-    // text that the caller discards.
+    // Appends the rule body to `out`. 0, or FW_ERR_ACTION (action without keyword), FW_ERR_MAC (bad
+    // MAC address) or FW_ERR_UNSAFE_TEXT (unsafe host or interface text); on failure `out` holds a
+    // partial text that the caller discards.
     virtual int32_t CreateRule(const RuleFields& rule, std::string& out) const;
 
     int32_t ParseOpt(const RuleFields& rule, std::string& out) const;
