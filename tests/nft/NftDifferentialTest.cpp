@@ -13,8 +13,10 @@
 #include "ModelPacketPath.h"
 #include "SimFakes.h"
 #include "ipfwnft/EnforcingIpfw.h"
+#include "ipfwnft/RuleKey.h"
 #include "ipfwsim/FirewallState.h"
 #include "ipfwsim/PacketMatcher.h"
+#include "ipfwsim/RuleCodec.h"
 
 namespace {
 
@@ -155,6 +157,7 @@ TEST_F(NftDifferentialTest, EveryPacketMeetsTheSameRuleInTheTablesAsInTheSimulat
     int packets = 0;
     std::map<std::string, int> actions;  // how many packets each action decided
     int looked = 0;                      // how many an element of a verdict map decided
+    int unparsed = 0;                    // rules a change would leave unparsed
     for (int list = 0; list < kLists; ++list) {
         store = MemoryStore();
         kernel = nfttest::ModelKernel();
@@ -162,6 +165,18 @@ TEST_F(NftDifferentialTest, EveryPacketMeetsTheSameRuleInTheTablesAsInTheSimulat
         buildRandomList(random, history);
         ipfwsim::FirewallState state;
         ASSERT_TRUE(ipfwsim::FirewallState::load(store.bytes, state).ok());
+        // A change leaves a rule unparsed when its stored words show it is no key: that
+        // must never hide a key.
+        for (const ipfwsim::RuleEntry& entry : state.rules()) {
+            const ipfwsim::Rule& rule = entry.stored.rule;
+            const std::string line = "0 0 0 0 0 " + ipfwsim::encodeRule(rule);
+            ipfwnft::RuleKeys keys;
+            for (ipfwnft::Pass pass : {ipfwnft::Pass::In, ipfwnft::Pass::Out}) {
+                ASSERT_FALSE(ipfwnft::surelyNoKey(line) && ipfwnft::lookupKeys(rule, pass, keys))
+                    << line;
+            }
+            unparsed += ipfwnft::surelyNoKey(line) ? 1 : 0;
+        }
         ipfwsim::PacketMatcher matcher(state, ipfwsim::MatchContext{{kMe}, 0, [] { return 0u; }});
         for (int i = 0; i < kPacketsPerList; ++i, ++packets) {
             const ipfwsim::Packet packet = random.packet();
@@ -188,6 +203,7 @@ TEST_F(NftDifferentialTest, EveryPacketMeetsTheSameRuleInTheTablesAsInTheSimulat
     }
     EXPECT_LT(actions["default"], packets * 3 / 4);
     EXPECT_GT(looked, packets / 20) << "keyed rules decide their share";
+    EXPECT_GT(unparsed, kLists) << "the stored words rule out keys for many";
 }
 
 }  // namespace

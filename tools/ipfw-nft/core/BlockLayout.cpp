@@ -1,5 +1,6 @@
 #include "ipfwnft/BlockLayout.h"
 
+#include <algorithm>
 #include <cctype>
 #include <set>
 
@@ -33,12 +34,14 @@ std::string actionName(const Rule& rule) {
     return name;
 }
 
-std::vector<Piece> piecesOf(const std::vector<PlacedRule>& rules, Pass pass) {
+std::vector<Piece> piecesOf(const std::vector<PlacedRule>& rules, Pass pass,
+                            const StoredView* stored) {
     std::vector<Piece> pieces;
     for (size_t i = 0; i < rules.size(); ++i) {
         const Rule& rule = *rules[i].rule;
         RuleKeys keys;
-        if (!looksUpState(rule) && lookupKeys(rule, pass, keys)) {
+        const bool unparsed = stored != nullptr && stored->unparsed[i];
+        if (!unparsed && !looksUpState(rule) && lookupKeys(rule, pass, keys)) {
             if (keys.keys.empty()) {
                 continue;  // it cannot match in this pass
             }
@@ -63,14 +66,21 @@ std::vector<Piece> piecesOf(const std::vector<PlacedRule>& rules, Pass pass) {
     return pieces;
 }
 
-// The chain a keyed rule's elements jump to, made when the block has none yet.
+// The chain a keyed rule's elements jump to: its own when it logs, else its set's and
+// action's in the block.
+std::string verdictChainName(const std::string& block, const PlacedRule& placed) {
+    const Rule& rule = *placed.rule;
+    return rule.log
+               ? block + "_r" + std::to_string(rule.number) + "_" + std::to_string(placed.ordinal)
+               : block + "_v" + std::to_string(rule.set) + "_" + actionName(rule);
+}
+
+// The verdict chain, made when the block has none yet.
 Status verdictChain(const std::string& block, const PlacedRule& placed, Pass pass,
                     BlockObjects& objects, std::string& name) {
     const Rule& rule = *placed.rule;
-    name = rule.log
-               ? block + "_r" + std::to_string(rule.number) + "_" + std::to_string(placed.ordinal)
-               : block + "_v" + std::to_string(rule.set) + "_" + actionName(rule);
-    if (objects.chains.count(name) != 0) {
+    name = verdictChainName(block, placed);
+    if (objects.chains.count(name) != 0 || objects.kept.count(name) != 0) {
         return Status::success();
     }
     std::string action;
@@ -83,18 +93,39 @@ Status verdictChain(const std::string& block, const PlacedRule& placed, Pass pas
     return status;
 }
 
+std::string mapName(const std::string& block, size_t index, uint8_t shape) {
+    return block + "_p" + std::to_string(index) + "_s" + std::to_string(shape);
+}
+
+// A group's members before `firstMember` are left out: their maps and verdict chains are
+// kept, and each shape among them counts one line of the block chain.
 Status addGroup(const std::string& block, size_t index, Pass pass, const Piece& piece,
-                const std::vector<PlacedRule>& rules, BlockObjects& objects) {
+                const std::vector<PlacedRule>& rules, size_t firstMember, BlockObjects& objects) {
+    // In the order the shapes first come, so that a rule added after the last only ever
+    // appends its shape's lookup.
     std::map<uint8_t, VerdictMap> byShape;
+    std::vector<uint8_t> order;
     for (size_t m = 0; m < piece.members.size(); ++m) {
         const PlacedRule& placed = rules[piece.members[m]];
+        const RuleKeys& keys = piece.keys[m];
+        const bool fresh = byShape.count(keys.shape) == 0;
+        VerdictMap& map = byShape[keys.shape];
+        if (piece.members[m] < firstMember) {
+            objects.kept.insert(verdictChainName(block, placed));
+            if (fresh) {
+                objects.kept.insert(mapName(block, index, keys.shape));
+                ++objects.skippedEntries;
+            }
+            continue;
+        }
+        if (fresh) {
+            order.push_back(keys.shape);
+        }
         std::string chain;
         Status status = verdictChain(block, placed, pass, objects, chain);
         if (!status.ok()) {
             return status;
         }
-        const RuleKeys& keys = piece.keys[m];
-        VerdictMap& map = byShape[keys.shape];
         map.expression = keyExpression(keys.shape);
         for (const KeyValues& key : keys.keys) {
             map.elements[keyText(keys.shape, key)] =
@@ -102,28 +133,46 @@ Status addGroup(const std::string& block, size_t index, Pass pass, const Piece& 
         }
     }
     for (auto& [shape, map] : byShape) {
-        const std::string name =
-            block + "_p" + std::to_string(index) + "_s" + std::to_string(shape);
-        objects.entries.push_back(map.expression + " vmap @" + name);
-        objects.maps[name] = std::move(map);
+        if (!map.elements.empty()) {
+            objects.maps[mapName(block, index, shape)] = std::move(map);
+        }
+    }
+    for (uint8_t shape : order) {
+        objects.entries.push_back(keyExpression(shape) + " vmap @" + mapName(block, index, shape));
     }
     return Status::success();
 }
 
+// A run's members before `firstMember` are left out: its chain is kept with them, and
+// its line in the block chain counted.
 Status addRun(const std::string& block, size_t index, Pass pass, const Piece& piece,
               const std::vector<PlacedRule>& rules, const LeadingLines& leading,
-              const std::vector<std::string>* identities, BlockObjects& objects) {
+              const StoredView* stored, size_t firstMember, BlockObjects& objects) {
     const std::string name = block + "_p" + std::to_string(index);
+    std::vector<size_t> members;
+    for (size_t member : piece.members) {
+        if (member >= firstMember) {
+            members.push_back(member);
+        }
+    }
+    if (members.size() < piece.members.size()) {
+        objects.kept.insert(name);
+        ++objects.skippedEntries;
+    } else {
+        objects.entries.push_back(runJump(piece.set, name));
+    }
+    if (members.empty()) {
+        return Status::success();
+    }
     std::vector<std::string>& lines = objects.chains[name];
-    objects.runs[name] = piece.members;
-    objects.entries.push_back(runJump(piece.set, name));
-    if (identities != nullptr) {
-        for (size_t member : piece.members) {
-            lines.push_back((*identities)[member]);
+    objects.runs[name] = members;
+    if (stored != nullptr) {
+        for (size_t member : members) {
+            lines.push_back(stored->identities[member]);
         }
         return Status::success();
     }
-    for (size_t member : piece.members) {
+    for (size_t member : members) {
         const auto lead = leading.find(rules[member].rule);
         if (lead != leading.end()) {
             lines.insert(lines.end(), lead->second.begin(), lead->second.end());
@@ -147,16 +196,17 @@ std::string chainText(const std::string& name, const std::vector<std::string>& l
 }  // namespace
 
 Status compileBlock(uint32_t block, Pass pass, const std::vector<PlacedRule>& rules,
-                    const LeadingLines& leading, BlockObjects& objects,
-                    const std::vector<std::string>* identities) {
+                    const LeadingLines& leading, BlockObjects& objects, const StoredView* stored,
+                    size_t firstMember) {
     objects = BlockObjects();
     const std::string name = blockChain(pass, block);
-    const std::vector<Piece> pieces = piecesOf(rules, pass);
+    const std::vector<Piece> pieces = piecesOf(rules, pass, stored);
     for (size_t index = 0; index < pieces.size(); ++index) {
         const Piece& piece = pieces[index];
-        Status status = piece.keyed
-                            ? addGroup(name, index, pass, piece, rules, objects)
-                            : addRun(name, index, pass, piece, rules, leading, identities, objects);
+        Status status =
+            piece.keyed
+                ? addGroup(name, index, pass, piece, rules, firstMember, objects)
+                : addRun(name, index, pass, piece, rules, leading, stored, firstMember, objects);
         if (!status.ok()) {
             return status;
         }

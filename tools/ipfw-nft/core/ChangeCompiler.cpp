@@ -100,6 +100,28 @@ std::string elementsText(const std::vector<std::string>& elements) {
     return "{ " + text + " }";
 }
 
+// A block's rules in one state, parsed as far as a change needs them.
+struct BlockRules {
+    explicit BlockRules(const RuleStretch& rules) : stretch(rules) {}
+
+    Status decode(const std::function<const ipfwsim::Rule*(size_t)>& known = nullptr) {
+        return stretch.decode(storage, placed, known, &unparsed);
+    }
+    // The `index`th rule whole, parsed now if it was left.
+    Status parse(size_t index) {
+        if (!unparsed[index]) {
+            return Status::success();
+        }
+        unparsed[index] = false;
+        return stretch.parse(index, storage[index]);
+    }
+
+    const RuleStretch& stretch;
+    std::vector<ipfwsim::StoredRule> storage;
+    std::vector<PlacedRule> placed;
+    std::vector<bool> unparsed;
+};
+
 class ChangeScript {
 public:
     ChangeScript(const ipfwsim::StateFile& before, const ipfwsim::StateFile& after,
@@ -120,36 +142,48 @@ public:
         if (was.empty() != is.empty()) {
             (was.empty() ? out.came : out.went).push_back(block);
         }
-        // Runs are compared by their rules' identities; only those that changed compile,
-        // and a rule that is the same before and after is parsed once.
+        // Runs are compared by their rules' identities; only those that changed compile. A
+        // rule the same before and after is parsed once, and one whose stored words show it
+        // is no key only when its line is compiled.
         const std::vector<std::string> wasIdentities = was.identities();
         const std::vector<std::string> isIdentities = is.identities();
-        std::vector<ipfwsim::StoredRule> wasStorage;
-        std::vector<ipfwsim::StoredRule> isStorage;
-        std::vector<PlacedRule> wasRules;
-        std::vector<PlacedRule> isRules;
-        Status status = is.decode(isStorage, isRules);
+        // Rules only added after the block's last leave the pieces of the others as they were:
+        // the state before is not even decoded then.
+        const bool appended =
+            !was.empty() && was.size() < is.size() &&
+            std::equal(wasIdentities.begin(), wasIdentities.end(), isIdentities.begin());
+        BlockRules before(was);
+        BlockRules after(is);
+        Status status = after.decode();
         std::unordered_map<std::string_view, const ipfwsim::Rule*> parsed;
-        for (size_t i = 0; status.ok() && i < isRules.size(); ++i) {
-            parsed.emplace(isIdentities[i], isRules[i].rule);
+        for (size_t i = 0; status.ok() && !appended && i < after.placed.size(); ++i) {
+            if (!after.unparsed[i]) {
+                parsed.emplace(isIdentities[i], after.placed[i].rule);
+            }
         }
-        if (status.ok()) {
-            status = was.decode(wasStorage, wasRules, [&](size_t i) -> const ipfwsim::Rule* {
+        if (status.ok() && !appended) {
+            status = before.decode([&](size_t i) -> const ipfwsim::Rule* {
                 const auto found = parsed.find(wasIdentities[i]);
                 return found == parsed.end() ? nullptr : found->second;
             });
         }
+        const StoredView wasView{wasIdentities, before.unparsed};
+        const StoredView isView{isIdentities, after.unparsed};
         for (Pass pass : kPasses) {
             BlockState old{!was.empty(), {}};
             BlockState now{!is.empty(), {}};
-            if (status.ok() && old.present) {
-                status = compileBlock(block, pass, wasRules, {}, old.objects, &wasIdentities);
-            }
-            if (status.ok() && now.present) {
-                status = compileBlock(block, pass, isRules, {}, now.objects, &isIdentities);
+            if (status.ok() && appended) {
+                status = compileTail(block, pass, after, isView, is.size() - was.size(), now);
+            } else {
+                if (status.ok() && old.present) {
+                    status = compileBlock(block, pass, before.placed, {}, old.objects, &wasView);
+                }
+                if (status.ok() && now.present) {
+                    status = compileBlock(block, pass, after.placed, {}, now.objects, &isView);
+                }
             }
             if (status.ok()) {
-                status = blockScript(pass, block, old, now, isRules, out);
+                status = blockScript(pass, block, old, now, after, out);
             }
         }
         return status;
@@ -194,6 +228,14 @@ public:
     }
 
 private:
+    // What the rules added after the block's last add to it; against what it had, which
+    // they leave as it was, there is nothing to compare.
+    static Status compileTail(uint32_t block, Pass pass, const BlockRules& after,
+                              const StoredView& isView, size_t added, BlockState& now) {
+        return compileBlock(block, pass, after.placed, {}, now.objects, &isView,
+                            after.placed.size() - added);
+    }
+
     // The blocks the pass chains jump to before and after, as far as the jumps change:
     // only the blocks that went, when nothing came (their jumps are deleted); only the
     // blocks that came, when nothing went and no block beyond them held rules (their
@@ -218,7 +260,7 @@ private:
     // first and gone ones last (maps before the chains their elements name), so that no
     // line or element ever names what is not there.
     Status blockScript(Pass pass, uint32_t block, const BlockState& old, const BlockState& now,
-                       const std::vector<PlacedRule>& rules, ShardScript& out) const {
+                       BlockRules& rules, ShardScript& out) const {
         if (!old.present && !now.present) {
             return Status::success();
         }
@@ -249,8 +291,7 @@ private:
     // rules, any other's as they stand.
     using ChainLines = std::function<Status(const std::string&, size_t, std::vector<std::string>&)>;
     static Status chainLines(const BlockObjects& objects, const std::string& name, size_t from,
-                             const std::vector<PlacedRule>& rules, Pass pass,
-                             std::vector<std::string>& compiled) {
+                             BlockRules& rules, Pass pass, std::vector<std::string>& compiled) {
         compiled.clear();
         const auto run = objects.runs.find(name);
         if (run == objects.runs.end()) {
@@ -260,11 +301,17 @@ private:
         }
         std::vector<PlacedRule> members;
         for (size_t i = from; i < run->second.size(); ++i) {
-            members.push_back(rules[run->second[i]]);
+            Status status = rules.parse(run->second[i]);
+            if (!status.ok()) {
+                return status;
+            }
+            members.push_back(rules.placed[run->second[i]]);
         }
         return compileLines(members, pass, compiled);
     }
 
+    // New chains and maps; those the rules left out have (`kept`) only take the lines and
+    // elements of the rules added.
     static Status createObjects(uint32_t shard, const BlockObjects& old, const BlockObjects& now,
                                 const ChainLines& lines, ShardScript& out) {
         for (const auto& [name, identified] : now.chains) {
@@ -276,8 +323,12 @@ private:
             if (!status.ok()) {
                 return status;
             }
-            out.created +=
-                statement("add chain", shard, name) + addChainText(shard, name, compiled);
+            if (now.kept.count(name) != 0) {
+                out.rewritten += addChainText(shard, name, compiled);
+            } else {
+                out.created +=
+                    statement("add chain", shard, name) + addChainText(shard, name, compiled);
+            }
         }
         for (const auto& [name, map] : now.maps) {
             if (old.maps.count(name) != 0) {
@@ -287,9 +338,14 @@ private:
             for (const auto& [key, value] : map.elements) {
                 elements.push_back(elementText(key, value));
             }
-            out.created +=
-                statement("add map", shard, name, "{ typeof " + map.expression + " : verdict; }") +
-                statement("add element", shard, name, elementsText(elements));
+            const std::string add = statement("add element", shard, name, elementsText(elements));
+            if (now.kept.count(name) != 0) {
+                out.rewritten += add;
+            } else {
+                out.created += statement("add map", shard, name,
+                                         "{ typeof " + map.expression + " : verdict; }") +
+                               add;
+            }
         }
         return Status::success();
     }
@@ -309,7 +365,8 @@ private:
         if (old.present && prefixOf(is, was)) {
             std::vector<KernelRule> listed;
             Status status = kernel_.listChain(shardTable(shard), chain, listed);
-            for (size_t i = is.size(); status.ok() && i < listed.size(); ++i) {
+            for (size_t i = now.objects.skippedEntries + is.size();
+                 status.ok() && i < listed.size(); ++i) {
                 out.rewritten += statement("delete rule", shard, chain,
                                            "handle " + std::to_string(listed[i].handle));
             }

@@ -167,6 +167,39 @@ bool lookupKeys(const Rule& rule, Pass pass, RuleKeys& keys) {
     return true;
 }
 
+bool surelyNoKey(std::string_view storedLine) {
+    // The words a key can hold; "in" also negated, as "out".
+    static const std::set<std::string_view> kKeyWords = {"proto",    "src", "dst", "src-port",
+                                                         "dst-port", "in",  "!in"};
+    size_t at = 0;
+    for (int field = 0; field < 5 && at != std::string_view::npos; ++field) {
+        at = storedLine.find(' ', at == 0 ? 0 : at + 1);
+    }
+    while (at != std::string_view::npos) {
+        const size_t start = at + 1;
+        at = storedLine.find(' ', start);
+        std::string_view token = storedLine.substr(
+            start, at == std::string_view::npos ? std::string_view::npos : at - start);
+        if (token.substr(0, 7) == "action=") {
+            const std::string_view action = token.substr(7);
+            if (action == "check-state" || action.substr(0, 7) == "skipto:") {
+                return true;
+            }
+            continue;
+        }
+        if (token.substr(0, 5) == "prob=") {
+            return true;
+        }
+        if (token.substr(0, 4) == "log=" || token == "options-only" || token.empty()) {
+            continue;
+        }
+        if (kKeyWords.count(token.substr(0, token.find(':'))) == 0) {
+            return true;
+        }
+    }
+    return false;
+}
+
 std::string keyExpression(uint8_t shape) {
     std::string text;
     for (const FieldText& field : kFields) {

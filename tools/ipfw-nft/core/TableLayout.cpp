@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "ipfwnft/RuleKey.h"
 #include "ipfwsim/RuleCodec.h"
 
 namespace ipfwnft {
@@ -81,6 +82,19 @@ std::string ruleIdentity(std::string_view line) {
     return std::string(line.substr(0, spaces[1])) + std::string(line.substr(spaces[4]));
 }
 
+// The set of a rule line, its second word.
+uint32_t ruleLineSet(std::string_view line) {
+    const size_t space = line.find(' ');
+    uint32_t set = 0;
+    for (size_t i = space + 1; space != std::string_view::npos && i < line.size(); ++i) {
+        if (line[i] < '0' || line[i] > '9') {
+            break;
+        }
+        set = set * 10 + static_cast<uint32_t>(line[i] - '0');
+    }
+    return set;
+}
+
 }  // namespace
 
 std::vector<std::string> RuleStretch::identities() const {
@@ -110,9 +124,13 @@ bool RuleStretch::holdsNumber(uint32_t number) const {
 
 Status RuleStretch::decode(std::vector<ipfwsim::StoredRule>& storage,
                            std::vector<PlacedRule>& placed,
-                           const std::function<const ipfwsim::Rule*(size_t)>& known) const {
+                           const std::function<const ipfwsim::Rule*(size_t)>& known,
+                           std::vector<bool>* unparsed) const {
     storage.assign(lines_.size(), ipfwsim::StoredRule());
     placed.clear();
+    if (unparsed != nullptr) {
+        unparsed->assign(lines_.size(), false);
+    }
     uint32_t ordinal = 0;
     for (size_t i = 0; i < lines_.size(); ++i) {
         ordinal = i > 0 && numbers_[i - 1] == numbers_[i] ? ordinal + 1 : 0;
@@ -122,11 +140,25 @@ Status RuleStretch::decode(std::vector<ipfwsim::StoredRule>& storage,
             continue;
         }
         ipfwsim::StoredRule& stored = storage[i];
-        if (!ipfwsim::StateFile::parseRuleLine(lines_[i], stored)) {
-            return Status::failure(ipfwsim::kExitDataErr, "state file is corrupt: bad rule line '" +
-                                                              std::string(lines_[i]) + "'");
+        if (unparsed != nullptr && surelyNoKey(lines_[i])) {
+            (*unparsed)[i] = true;
+            stored.rule.number = numbers_[i];
+            stored.rule.set = ruleLineSet(lines_[i]);
+        } else {
+            Status status = parse(i, stored);
+            if (!status.ok()) {
+                return status;
+            }
         }
         placed.push_back(PlacedRule{&stored.rule, ordinal});
+    }
+    return Status::success();
+}
+
+Status RuleStretch::parse(size_t index, ipfwsim::StoredRule& stored) const {
+    if (!ipfwsim::StateFile::parseRuleLine(lines_[index], stored)) {
+        return Status::failure(ipfwsim::kExitDataErr, "state file is corrupt: bad rule line '" +
+                                                          std::string(lines_[index]) + "'");
     }
     return Status::success();
 }

@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <map>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -35,18 +36,33 @@ struct BlockObjects {
     std::map<std::string, VerdictMap> maps;
     // The chains that hold runs of lines, with their rules (indices into the block's).
     std::map<std::string, std::vector<size_t>> runs;
+    // The chains and maps that rules left out have, and how many lines of the block
+    // chain they account for, at its head.
+    std::set<std::string> kept;
+    size_t skippedEntries = 0;
 };
 
 // Lines that go before a rule's own: the lookups of kept flows, which a whole table puts
 // ahead of the first rule that makes them.
 using LeadingLines = std::map<const ipfwsim::Rule*, std::vector<std::string>>;
 
-// The objects of `block` in `pass`, from its rules in number order. With `identities`
-// (one per rule), a run's chain holds its rules' identities in place of their lines, for
-// comparing two states of a block without compiling what did not change.
+// How a change sees a block's rules: each one's identity (its stored line without its
+// counters), and which were left unparsed because their stored words show they are no key.
+struct StoredView {
+    const std::vector<std::string>& identities;
+    const std::vector<bool>& unparsed;
+};
+
+// The objects of `block` in `pass`, from its rules in number order. With `stored`, a
+// run's chain holds its rules' identities in place of their lines, for comparing two
+// states of a block without compiling, or parsing, what did not change.
+// With `firstMember`, what the rules from that one on add to what the rules before it
+// have (which the pieces still count): rules added after the last one of a block leave
+// the pieces of the rules before them as they were, so a change that only adds there
+// compares what the new rules add, and to nothing.
 ipfwsim::Status compileBlock(uint32_t block, Pass pass, const std::vector<PlacedRule>& rules,
                              const LeadingLines& leading, BlockObjects& objects,
-                             const std::vector<std::string>* identities = nullptr);
+                             const StoredView* stored = nullptr, size_t firstMember = 0);
 
 // The objects as the body of a table: chains, then maps, then the block's chain, so that
 // everything is there before something names it.

@@ -5,6 +5,7 @@
 #include <map>
 #include <set>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -41,6 +42,11 @@ struct RuleKeys {
 // prefix, a range, a negation, an interface, flags, kept state, a probability ...), or
 // would need more elements than one rule may take.
 bool lookupKeys(const ipfwsim::Rule& rule, Pass pass, RuleKeys& keys);
+
+// Whether a stored rule line ("03100 19 0 0 0 action=deny proto:6 dst-me ...") names
+// something no key holds, so that lookupKeys would refuse the rule in every pass: a
+// change need not parse such a rule unless it compiles its line.
+bool surelyNoKey(std::string_view storedLine);
 
 // "meta l4proto . ip saddr . th dport"
 std::string keyExpression(uint8_t shape);

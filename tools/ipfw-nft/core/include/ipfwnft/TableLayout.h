@@ -106,9 +106,13 @@ public:
     std::vector<std::string> identities() const;
     // The rules, decoded into `storage`, with their places among the rules sharing their
     // number; where `known` has the `i`th rule parsed already, that one stands for it.
-    ipfwsim::Status decode(
-        std::vector<ipfwsim::StoredRule>& storage, std::vector<PlacedRule>& placed,
-        const std::function<const ipfwsim::Rule*(size_t)>& known = nullptr) const;
+    // With `unparsed`, a rule whose stored words show it is no key (surelyNoKey) is left
+    // with its number and set only, and marked there, until parse() is asked for it.
+    ipfwsim::Status decode(std::vector<ipfwsim::StoredRule>& storage,
+                           std::vector<PlacedRule>& placed,
+                           const std::function<const ipfwsim::Rule*(size_t)>& known = nullptr,
+                           std::vector<bool>* unparsed = nullptr) const;
+    ipfwsim::Status parse(size_t index, ipfwsim::StoredRule& stored) const;
 
 private:
     std::vector<std::string_view> lines_;
