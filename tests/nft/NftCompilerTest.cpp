@@ -264,12 +264,20 @@ TEST_F(EnforcingIpfwTest, EachChangeTouchesOnlyItsOwnChains) {
     EXPECT_EQ(lastScript(), "delete element inet ipfw_s0 enabled_sets { 19 }\n");
     ASSERT_EQ(ipfw("-q set enable 19"), 0);
     ASSERT_EQ(ipfw("-q delete 3140"), 0);
+    const std::string cut = lastScript();
+    EXPECT_EQ(std::count(cut.begin(), cut.end(), '\n'), 2) << cut;
+    EXPECT_EQ(cut.rfind("delete rule inet ipfw_s0 rules_in_k0_p2 handle ", 0), 0u) << cut;
+    EXPECT_NE(cut.find("\ndelete rule inet ipfw_s0 rules_out_k0_p2 handle "), std::string::npos)
+        << "the block's last rule goes by its lines' handles, and nothing else";
+    expectKernelAsRebuilt("delete 3140");
+    // A run that lost a line in its middle is written anew.
+    ASSERT_EQ(ipfw("-q add 3140 set 19 count recv lo"), 0);
+    ASSERT_EQ(ipfw("-q delete 3130"), 0);
     EXPECT_EQ(lastScript(),
               "flush chain inet ipfw_s0 rules_in_k0_p2\n"
-              "add rule inet ipfw_s0 rules_in_k0_p2 iifname \"lo\" counter comment \"3130\"\n"
+              "add rule inet ipfw_s0 rules_in_k0_p2 iifname \"lo\" counter comment \"3140\"\n"
               "flush chain inet ipfw_s0 rules_out_k0_p2\n"
-              "add rule inet ipfw_s0 rules_out_k0_p2 iifname \"lo\" counter comment \"3130\"\n")
-        << "a run that lost a line is written anew, and nothing else";
+              "add rule inet ipfw_s0 rules_out_k0_p2 iifname \"lo\" counter comment \"3140\"\n");
     // Without 3100, nothing keeps 3110 out of 2100's group: the block's pieces are made
     // anew, but 2100's element stays where it is.
     ASSERT_EQ(ipfw("-q delete 3100"), 0);

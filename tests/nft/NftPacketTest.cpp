@@ -390,7 +390,9 @@ TEST_F(NftPacketTest, TheEnforcerPutsBackWhatOthersTookWithoutAnyCommand) {
 
     // 3100 is an element of a verdict map; someone deleting it is put right the same way.
     const std::string map = "inet ipfw_s0 rules_in_k0_p0_s17";
-    auto held = [&map] { return Shell("nft list map " + map).output.find("20700") != std::string::npos; };
+    auto held = [&map] {
+        return Shell("nft list map " + map).output.find("20700") != std::string::npos;
+    };
     ASSERT_TRUE(held());
     ASSERT_EQ(Shell("nft delete element " + map + " '{ 6 . 20700 }'").exitCode, 0);
     EXPECT_TRUE(WaitUntil(held, 3.0));

@@ -31,6 +31,12 @@ struct ShardScript {
     std::string deleted;
 };
 
+// The number a listed line names in its comment, or -1.
+long commentNumber(const std::string& text) {
+    const size_t at = text.rfind("comment \"");
+    return at == std::string::npos ? -1 : std::strtol(text.c_str() + at + 9, nullptr, 10);
+}
+
 // Statements that delete, by their handles, the rules of `chain` that `doomed` picks.
 Status deleteListed(KernelTable& kernel, uint32_t shard, const std::string& chain,
                     const std::function<bool(const std::string&)>& doomed, std::string& out) {
@@ -148,10 +154,18 @@ public:
         const std::vector<std::string> wasIdentities = was.identities();
         const std::vector<std::string> isIdentities = is.identities();
         // Rules only added after the block's last leave the pieces of the others as they were:
-        // the state before is not even decoded then.
+        // the state before is not even decoded then. The same holds for rules only deleted
+        // from the block's end, seen from the other side.
         const bool appended =
             !was.empty() && was.size() < is.size() &&
             std::equal(wasIdentities.begin(), wasIdentities.end(), isIdentities.begin());
+        const bool cut =
+            !is.empty() && is.size() < was.size() &&
+            std::equal(isIdentities.begin(), isIdentities.end(), wasIdentities.begin()) &&
+            was.numberAt(is.size() - 1) != was.numberAt(is.size());
+        if (cut) {
+            return cutScript(block, was, wasIdentities, is.size(), out);
+        }
         BlockRules before(was);
         BlockRules after(is);
         Status status = after.decode();
@@ -228,6 +242,64 @@ public:
     }
 
 private:
+    // The script for rules deleted from a block's end, `kept` of its rules staying: what
+    // the deleted rules alone added goes (their elements, their lines found by their
+    // numbers, their pieces' lines in the block chain by handle, the chains and maps only
+    // they had).
+    Status cutScript(uint32_t block, const RuleStretch& was,
+                     const std::vector<std::string>& identities, size_t kept,
+                     ShardScript& out) const {
+        BlockRules before(was);
+        Status status = before.decode();
+        std::set<uint32_t> gone;
+        for (size_t i = kept; i < was.size(); ++i) {
+            gone.insert(was.numberAt(i));
+        }
+        const uint32_t shard = shardOf(block);
+        const StoredView view{identities, before.unparsed};
+        for (Pass pass : kPasses) {
+            BlockObjects objects;
+            if (status.ok()) {
+                status = compileBlock(block, pass, before.placed, {}, objects, &view, kept);
+            }
+            const std::string chain = blockChain(pass, block);
+            if (status.ok() && !objects.entries.empty()) {
+                std::vector<KernelRule> listed;
+                status = kernel_.listChain(shardTable(shard), chain, listed);
+                for (size_t i = objects.skippedEntries; status.ok() && i < listed.size(); ++i) {
+                    out.rewritten += statement("delete rule", shard, chain,
+                                               "handle " + std::to_string(listed[i].handle));
+                }
+            }
+            for (const auto& [name, map] : objects.maps) {
+                std::vector<std::string> keys;
+                for (const auto& [key, value] : map.elements) {
+                    keys.push_back(key);
+                }
+                out.rewritten += objects.kept.count(name) != 0
+                                     ? statement("delete element", shard, name, elementsText(keys))
+                                     : "";
+                out.deleted +=
+                    objects.kept.count(name) == 0 ? statement("delete map", shard, name) : "";
+            }
+            for (const auto& [name, lines] : objects.chains) {
+                if (objects.kept.count(name) == 0) {
+                    out.deleted += statement("flush chain", shard, name) +
+                                   statement("delete chain", shard, name);
+                } else if (status.ok() && objects.runs.count(name) != 0) {
+                    status = deleteListed(
+                        kernel_, shard, name,
+                        [&gone](const std::string& text) {
+                            const long number = commentNumber(text);
+                            return number >= 0 && gone.count(static_cast<uint32_t>(number)) != 0;
+                        },
+                        out.rewritten);
+                }
+            }
+        }
+        return status;
+    }
+
     // What the rules added after the block's last add to it; against what it had, which
     // they leave as it was, there is nothing to compare.
     static Status compileTail(uint32_t block, Pass pass, const BlockRules& after,

@@ -16,7 +16,7 @@ namespace ipfwnft {
 // Where a rule lives. The rules of each 16,384 numbers are a table of their own, "inet
 // ipfw_s0" to "inet ipfw_s3", created with its first rule and deleted with its last; in
 // it each pass has a chain ("rules_in", "rules_out") that jumps, in number order, to a
-// chain per 4,096 numbers, a block ("rules_in_k3"). A block's chain holds its pieces in
+// chain per 8,192 numbers, a block ("rules_in_k1"). A block's chain holds its pieces in
 // number order (BlockLayout.h): lookups in verdict maps for the rules that are exact
 // keys, and runs of lines for the others. A change rewrites only what differs in the
 // blocks of its numbers: one element for a keyed rule, the chain of its run for another.
@@ -25,7 +25,7 @@ namespace ipfwnft {
 // tables would cost it less; but nft reads every table and chain before each transaction
 // and sets up four 128 KiB caches per table (about 50 microseconds a table), which costs
 // more than the kernel's check saves.
-constexpr uint32_t kBlockSpan = 4096;
+constexpr uint32_t kBlockSpan = 8192;
 constexpr uint32_t kShardSpan = 16384;
 constexpr uint32_t kShards = 4;
 constexpr Pass kPasses[] = {Pass::In, Pass::Out};
@@ -101,6 +101,7 @@ public:
     size_t size() const { return lines_.size(); }
     bool looksUpState() const;
     bool holdsNumber(uint32_t number) const;
+    uint32_t numberAt(size_t index) const { return numbers_[index]; }
     // Each rule as its stored line names it, without the counters traffic changes: equal
     // for the same rule before and after a change.
     std::vector<std::string> identities() const;
