@@ -58,35 +58,45 @@ std::string sourceOf(int i, int offset = 0) {
            std::to_string(n % 250);
 }
 
+// Which rules a figure installs: the plug-in's usual shapes, which are exact keys, or the
+// same with a two-address prefix for a source, which no key holds, so that each is a line.
+enum class Shapes { Keyed, Lines };
+
+// The source of rule `i`: one address, or the prefix of two that holds it.
+std::string sourceIn(Shapes shapes, int i, int offset = 0) {
+    return sourceOf(i, offset) + (shapes == Shapes::Lines ? "/31" : "");
+}
+
 // The plug-in's usual shapes, interleaved: every tenth logged and for the in direction
 // only, every tenth UDP over an address list, the rest TCP with one address and one port;
 // sets 18 and 19 in stretches of a hundred.
-std::string pluginBody(int i) {
+std::string pluginBody(Shapes shapes, int i) {
     const std::string port = std::to_string(1024 + i % 60000);
     if (i % 10 == 0) {
-        return "deny log logamount 0 proto tcp src-ip " + sourceOf(i) + " dst-port " + port + " in";
+        return "deny log logamount 0 proto tcp src-ip " + sourceIn(shapes, i) + " dst-port " +
+               port + " in";
     }
     if (i % 10 == 5) {
-        return "deny proto udp src-ip " + sourceOf(i) + "," + sourceOf(i, 1) + "," +
-               sourceOf(i, 2) + " dst-port " + port;
+        return "deny proto udp src-ip " + sourceIn(shapes, i) + "," + sourceIn(shapes, i, 1) + "," +
+               sourceIn(shapes, i, 2) + " dst-port " + port;
     }
-    return "deny proto tcp src-ip " + sourceOf(i) + " dst-port " + port;
+    return "deny proto tcp src-ip " + sourceIn(shapes, i) + " dst-port " + port;
 }
 
 // The same rule as a plain nftables line in the in pass or the out pass; empty when it
 // has none there.
-std::string plainLine(int i, bool inbound) {
+std::string plainLine(Shapes shapes, int i, bool inbound) {
     const std::string port = std::to_string(1024 + i % 60000);
     if (i % 10 == 0) {
-        return inbound ? "ip saddr " + sourceOf(i) + " tcp dport " + port +
+        return inbound ? "ip saddr " + sourceIn(shapes, i) + " tcp dport " + port +
                              " log group 65 prefix \"" + std::to_string(i) + "\" drop\n"
                        : "";
     }
     if (i % 10 == 5) {
-        return "ip saddr { " + sourceOf(i) + ", " + sourceOf(i, 1) + ", " + sourceOf(i, 2) +
-               " } udp dport " + port + " drop\n";
+        return "ip saddr { " + sourceIn(shapes, i) + ", " + sourceIn(shapes, i, 1) + ", " +
+               sourceIn(shapes, i, 2) + " } udp dport " + port + " drop\n";
     }
-    return "ip saddr " + sourceOf(i) + " tcp dport " + port + " drop\n";
+    return "ip saddr " + sourceIn(shapes, i) + " tcp dport " + port + " drop\n";
 }
 
 // What the namespace's tables hold: ipfw's tables with `count` rules, or plain
@@ -98,15 +108,17 @@ public:
         return rules;
     }
 
-    bool ensure(int count, bool plain) {
-        if (count == m_count && plain == m_plain) {
+    bool ensure(int count, bool plain, Shapes shapes) {
+        if (count == m_count && plain == m_plain && shapes == m_shapes) {
             return m_ok;
         }
         // A running enforcer would put its tables back after the flush.
         run("ipfw-enforcer --stop");
-        m_ok = run("nft flush ruleset") && (plain ? installPlain(count) : installIpfw(count));
+        m_ok = run("nft flush ruleset") &&
+               (plain ? installPlain(count, shapes) : installIpfw(count, shapes));
         m_count = count;
         m_plain = plain;
+        m_shapes = shapes;
         return m_ok;
     }
 
@@ -115,7 +127,7 @@ private:
         : m_state("IPFW_SIM_STATE", m_dir.file("rules")),
           m_path("PATH", std::string(QV_NFT_DIR) + ":" + getenv("PATH")) {}
 
-    bool installIpfw(int count) {
+    bool installIpfw(int count, Shapes shapes) {
         if (count == 0) {
             return true;  // no tables at all
         }
@@ -123,7 +135,7 @@ private:
         ipfwsim::Diagnostics ignored;
         ipfwsim::FirewallState state;
         for (int i = 0; i < count; ++i) {
-            std::istringstream text(pluginBody(i));
+            std::istringstream text(pluginBody(shapes, i));
             const std::vector<std::string> words{std::istream_iterator<std::string>(text),
                                                  std::istream_iterator<std::string>()};
             ipfwsim::StoredRule stored;
@@ -138,13 +150,13 @@ private:
         return run("ipfw -q set disable 30");
     }
 
-    bool installPlain(int count) {
+    bool installPlain(int count, Shapes shapes) {
         std::string script = "table inet plain {\n";
         for (const bool inbound : {true, false}) {
             script += std::string("chain ") + (inbound ? "in" : "out") + " {\ntype filter hook " +
                       (inbound ? "prerouting" : "output") + " priority 0; policy accept;\n";
             for (int i = 0; i < count; ++i) {
-                script += plainLine(i, inbound);
+                script += plainLine(shapes, i, inbound);
             }
             script += "}\n";
         }
@@ -157,6 +169,7 @@ private:
     qvtest::ScopedEnv m_path;
     int m_count = -1;
     bool m_plain = false;
+    Shapes m_shapes = Shapes::Keyed;
     bool m_ok = false;
 };
 
@@ -228,8 +241,8 @@ private:
     std::thread m_thread;
 };
 
-void connectClose(benchmark::State& state, bool plain) {
-    if (!InstalledRules::instance().ensure(static_cast<int>(state.range(0)), plain)) {
+void connectClose(benchmark::State& state, bool plain, Shapes shapes = Shapes::Keyed) {
+    if (!InstalledRules::instance().ensure(static_cast<int>(state.range(0)), plain, shapes)) {
         state.SkipWithError("installing the rules failed");
         return;
     }
@@ -250,7 +263,8 @@ void connectClose(benchmark::State& state, bool plain) {
 }
 
 void bulk(benchmark::State& state, bool plain) {
-    if (!InstalledRules::instance().ensure(static_cast<int>(state.range(0)), plain)) {
+    if (!InstalledRules::instance().ensure(static_cast<int>(state.range(0)), plain,
+                                           Shapes::Keyed)) {
         state.SkipWithError("installing the rules failed");
         return;
     }
@@ -286,6 +300,13 @@ void BM_PlainNftConnect(benchmark::State& state) {
 void BM_PlainNftBulk(benchmark::State& state) {
     bulk(state, true);
 }
+// Rules that are no keys, as lines, against the same lines as plain nftables rules.
+void BM_DataPathConnectLines(benchmark::State& state) {
+    connectClose(state, false, Shapes::Lines);
+}
+void BM_PlainNftConnectLines(benchmark::State& state) {
+    connectClose(state, true, Shapes::Lines);
+}
 
 void registerAll() {
     const int large = quick() ? 1000 : 10000;
@@ -307,6 +328,14 @@ void registerAll() {
         ->Arg(large)
         ->Unit(benchmark::kMillisecond)
         ->UseRealTime();
+    for (auto figure : {BM_DataPathConnectLines, BM_PlainNftConnectLines}) {
+        benchmark::RegisterBenchmark(figure == BM_DataPathConnectLines ? "BM_DataPathConnectLines"
+                                                                       : "BM_PlainNftConnectLines",
+                                     figure)
+            ->Arg(large)
+            ->Unit(benchmark::kMicrosecond)
+            ->UseRealTime();
+    }
 }
 
 // Loopback at the MTU of an Ethernet link, and connections that leave no TIME_WAIT

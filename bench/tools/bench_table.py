@@ -155,7 +155,7 @@ def operations(t, ops):
 def data_path(t, runs):
     """What the rules cost a packet on loopback: connect/close and bulk TCP with 1,000 and
     10,000 plug-in-shaped rules against none, and ipfw's rules against the same rules as
-    plain nftables lines."""
+    plain nftables lines, keyed and (with prefixes for sources) as lines."""
     none_connect, none_bulk = find(runs, "BM_DataPathConnect/0"), find(runs, "BM_DataPathBulk/0")
     counts = sorted({int(arg_of(r)) for n, r in runs.items()
                      if n.startswith("BM_DataPathConnect/") and arg_of(r) not in ("", "0")})
@@ -173,6 +173,10 @@ def data_path(t, runs):
     count = int(arg_of(plain)) if plain else 10000
     t.time_ratio(f"data path: connect/close, {count:,} rules (floor: plain nftables rules)",
                  find(runs, f"BM_DataPathConnect/{count}"), plain, 1.0)
+    lines = find(runs, "BM_DataPathConnectLines")
+    count = int(arg_of(lines)) if lines else 10000
+    t.time_ratio(f"data path: connect/close, {count:,} rules no key holds (floor: plain rules)",
+                 lines, find(runs, "BM_PlainNftConnectLines"), 1.0)
 
 
 def build(runs, memory, skipped_enforcement="", skipped_logd="", ops=None):

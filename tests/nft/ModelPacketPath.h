@@ -158,8 +158,14 @@ private:
         return value;
     }
 
-    // Whether `value` is in `expression`: one value, or "{ a, b-c }".
+    // Whether `value` is in `expression`: one value, "a/len", or "{ a, b-c }".
     static bool holds(const std::string& expression, uint32_t value) {
+        const size_t slash = expression.find('/');
+        if (slash != std::string::npos) {
+            const int length = std::atoi(expression.c_str() + slash + 1);
+            const uint32_t mask = length == 0 ? 0 : ~0u << (32 - length);
+            return (value & mask) == number(expression.substr(0, slash));
+        }
         std::string inside = expression;
         if (!inside.empty() && inside[0] == '{') {
             inside = inside.substr(1, inside.size() - 2);

@@ -60,6 +60,14 @@ std::string maskedEquals(const std::string& field, uint32_t flags, bool negated 
 
 std::string addressText(const Match& match, const char* field, bool& refused) {
     refused = false;
+    // One prefix as a prefix: nftables masks and compares it, which costs a packet less than
+    // half of what the same test as a range does.
+    const int length =
+        match.addresses.size() == 1 ? ipfwsim::contiguousMaskLength(match.addresses[0].mask) : -1;
+    if (length > 0 && length < 32) {
+        return std::string(field) + (match.negated ? " != " : " ") +
+               ipfwsim::dottedQuad(match.addresses[0].address) + "/" + std::to_string(length);
+    }
     std::vector<Interval> intervals;
     for (const ipfwsim::AddressMask& element : match.addresses) {
         if (ipfwsim::contiguousMaskLength(element.mask) < 0) {
