@@ -118,10 +118,6 @@ bool RuleStretch::looksUpState() const {
     return std::any_of(lines_.begin(), lines_.end(), linesLookUpState);
 }
 
-bool RuleStretch::holdsNumber(uint32_t number) const {
-    return std::binary_search(numbers_.begin(), numbers_.end(), number);
-}
-
 Status RuleStretch::decode(std::vector<ipfwsim::StoredRule>& storage,
                            std::vector<PlacedRule>& placed,
                            const std::function<const ipfwsim::Rule*(size_t)>& known,

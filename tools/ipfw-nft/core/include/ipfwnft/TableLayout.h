@@ -89,10 +89,9 @@ bool looksUpState(const ipfwsim::Rule& rule);
 // The same, read from stored rule lines as they stand.
 bool linesLookUpState(std::string_view lines);
 
-// The rule lines of a stretch of numbers. Comparing two stretches reads the lines as
-// they stand; only the rules that are compiled are decoded, so that a change costs what
-// it compiles rather than what its stretch holds. Complete when the stretch starts and
-// ends on a number boundary.
+// The rule lines of a stretch of numbers, as they stand in the state: a change compares
+// two stretches by their lines and decodes only what it must (see decode). Complete when
+// the stretch starts and ends on a number boundary.
 class RuleStretch {
 public:
     RuleStretch(const ipfwsim::StateFile& file, uint32_t low, uint32_t high);
@@ -100,7 +99,6 @@ public:
     bool empty() const { return lines_.empty(); }
     size_t size() const { return lines_.size(); }
     bool looksUpState() const;
-    bool holdsNumber(uint32_t number) const;
     uint32_t numberAt(size_t index) const { return numbers_[index]; }
     // Each rule as its stored line names it, without the counters traffic changes: equal
     // for the same rule before and after a change.
