@@ -276,11 +276,11 @@ private:
                 for (const auto& [key, value] : map.elements) {
                     keys.push_back(key);
                 }
-                out.rewritten += objects.kept.count(name) != 0
-                                     ? statement("delete element", shard, name, elementsText(keys))
-                                     : "";
-                out.deleted +=
-                    objects.kept.count(name) == 0 ? statement("delete map", shard, name) : "";
+                if (objects.kept.count(name) != 0) {
+                    out.rewritten += statement("delete element", shard, name, elementsText(keys));
+                } else {
+                    out.deleted += statement("delete map", shard, name);
+                }
             }
             for (const auto& [name, lines] : objects.chains) {
                 if (objects.kept.count(name) == 0) {
