@@ -4,12 +4,12 @@
 #include <pthread.h>
 
 #include <atomic>
-#include <chrono>
 #include <string>
 #include <thread>
 #include <vector>
 
 #include "QvLock.h"
+#include "TestUtil.h"
 
 using namespace qor::vela;
 
@@ -24,19 +24,6 @@ std::string lockFailureText(RwMutex& lock, Mode... mode) NO_THREAD_SAFETY_ANALYS
         return text;
     }
     return "";
-}
-
-// Spins until `done` holds or two seconds pass.
-template <typename Predicate>
-bool waitFor(Predicate done) {
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(2);
-    while (!done()) {
-        if (std::chrono::steady_clock::now() > deadline) {
-            return false;
-        }
-        std::this_thread::yield();
-    }
-    return true;
 }
 
 TEST(QvLockTest, MutexGuardSerialisesIncrements) {
@@ -69,11 +56,11 @@ TEST(QvLockTest, ReadersShareAndWritersExclude) {
         readers.emplace_back([&] {
             Guard<RwMutex> guard(lock, kShared);
             ++readersInside;
-            waitFor([&] { return release.load(); });
+            qvtest::eventually([&] { return release.load(); });
         });
     }
     // Both readers hold the lock at once, and a writer cannot get in meanwhile.
-    EXPECT_TRUE(waitFor([&] { return readersInside.load() == 2; }));
+    EXPECT_TRUE(qvtest::eventually([&] { return readersInside.load() == 2; }));
     EXPECT_NE(0, pthread_rwlock_trywrlock(lock.native()));
     release = true;
     for (std::thread& reader : readers) {

@@ -5,7 +5,6 @@
 #include <poll.h>
 #include <stdio.h>
 #include <sys/socket.h>
-#include <sys/un.h>
 #include <unistd.h>
 
 #include <string>
@@ -17,6 +16,7 @@
 #include "CtlArguments.h"
 #include "FrameChannel.h"
 #include "TempDir.h"
+#include "TestUtil.h"
 
 namespace {
 
@@ -25,12 +25,8 @@ namespace {
 class CannedDaemon {
 public:
     explicit CannedDaemon(std::string payload) : m_payload(std::move(payload)) {
-        m_listen = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-        sockaddr_un address{};
-        address.sun_family = AF_UNIX;
-        snprintf(address.sun_path, sizeof address.sun_path, "%s", path().c_str());
-        EXPECT_EQ(0, bind(m_listen, reinterpret_cast<sockaddr*>(&address), sizeof address));
-        EXPECT_EQ(0, listen(m_listen, 4));
+        m_listen = qvtest::listenUnix(path(), 4);
+        EXPECT_GE(m_listen, 0);
         EXPECT_EQ(0, pipe2(m_stop, O_CLOEXEC));
         m_thread = std::thread([this] { Serve(); });
     }

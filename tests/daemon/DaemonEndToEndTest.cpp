@@ -83,6 +83,14 @@ int StatusNumber(const DaemonSandbox& sandbox, const std::string& name) {
     return static_cast<int>(Field(Field(status, "daemon"), name).number_value());
 }
 
+// Starts qvfwd with `arguments` where it must refuse to run; its log, once it exited 1.
+std::string RefusedStartLog(const DaemonSandbox& sandbox, const std::string& arguments) {
+    const std::string log = sandbox.file("refused.log");
+    std::filesystem::remove(log);
+    EXPECT_EQ(DaemonSandbox::WaitExit(sandbox.SpawnDaemon(arguments, log), 30), 1) << arguments;
+    return readFile(log);
+}
+
 class DaemonTest : public ::testing::Test {
 protected:
     void SetUp() override { ASSERT_TRUE(sandbox.StartDaemon()) << sandbox.daemonLog(); }
@@ -302,30 +310,20 @@ TEST_F(DaemonTest, ADaemonKilledDuringSetRulesComesBackWithStoreAndIpfwAgreeing)
 }
 
 TEST_F(DaemonTest, ASecondDaemonOnTheSameSocketRefusesToStart) {
-    pid_t second = sandbox.SpawnDaemon("--service " + sandbox.file("run/other.sock"),
-                                       sandbox.file("second.log"));
-    EXPECT_EQ(DaemonSandbox::WaitExit(second, 30), 1);
-    EXPECT_NE(readFile(sandbox.file("second.log")).find("is already serving"), std::string::npos)
-        << readFile(sandbox.file("second.log"));
+    const std::string log = RefusedStartLog(sandbox, "--service " + sandbox.file("run/other.sock"));
+    EXPECT_NE(log.find("is already serving"), std::string::npos) << log;
     EXPECT_EQ(sandbox.Run("qvfwctl status").exitCode, 0);
 }
 
-TEST(DaemonStartTest, WithoutAConfigurationTheDaemonExitsWithTheCodeAndItsMeaning) {
-    DaemonSandbox sandbox;
-    sandbox.RemoveConfiguration();
-    pid_t daemon = sandbox.SpawnDaemon("", sandbox.file("qvfwd.log"));
-    EXPECT_EQ(DaemonSandbox::WaitExit(daemon, 30), 1);
-    EXPECT_NE(readFile(sandbox.file("qvfwd.log")).find("error 20013: the firewall manager failed"),
-              std::string::npos)
-        << readFile(sandbox.file("qvfwd.log"));
-}
+TEST(DaemonStartTest, WithoutAConfigurationOrAnIpfwThatAnswersTheDaemonExitsAndSaysWhy) {
+    DaemonSandbox unconfigured;
+    unconfigured.RemoveConfiguration();
+    std::string log = RefusedStartLog(unconfigured, "");
+    EXPECT_NE(log.find("error 20013: the firewall manager failed"), std::string::npos) << log;
 
-TEST(DaemonStartTest, WithoutAnIpfwThatAnswersTheDaemonRefusesToStartAndSaysWhy) {
-    DaemonSandbox sandbox;
-    sandbox.SetEnv("PATH", "/usr/bin:/bin");
-    pid_t daemon = sandbox.SpawnDaemon("", sandbox.file("qvfwd.log"));
-    EXPECT_EQ(DaemonSandbox::WaitExit(daemon, 30), 1);
-    const std::string log = readFile(sandbox.file("qvfwd.log"));
+    DaemonSandbox withoutIpfw;
+    withoutIpfw.SetEnv("PATH", "/usr/bin:/bin");
+    log = RefusedStartLog(withoutIpfw, "");
     EXPECT_NE(log.find("cannot start: ipfw exited with status 127"), std::string::npos) << log;
     EXPECT_NE(log.find("the firewall would enforce nothing"), std::string::npos) << log;
 }
@@ -333,12 +331,7 @@ TEST(DaemonStartTest, WithoutAnIpfwThatAnswersTheDaemonRefusesToStartAndSaysWhy)
 // A raw client of the control socket, to send what qvfwctl never would.
 class RawClient {
 public:
-    explicit RawClient(const std::string& path) {
-        sockaddr_un address{};
-        address.sun_family = AF_UNIX;
-        snprintf(address.sun_path, sizeof address.sun_path, "%s", path.c_str());
-        m_connected = connect(m_fd, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0;
-    }
+    explicit RawClient(const std::string& path) : m_connected(qvtest::connectUnix(m_fd, path)) {}
     ~RawClient() { close(m_fd); }
     bool connected() const { return m_connected; }
 
@@ -423,18 +416,6 @@ bool RaiseDescriptorLimit(rlim_t wanted) {
     return setrlimit(RLIMIT_NOFILE, &limit) == 0;
 }
 
-size_t Occurrences(const std::string& text, const std::string& part) {
-    size_t count = 0;
-    for (size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + 1)) {
-        ++count;
-    }
-    return count;
-}
-
-double Seconds(std::chrono::steady_clock::time_point start) {
-    return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-}
-
 using Clients = std::vector<std::unique_ptr<RawClient>>;
 
 // `count` clients of the control socket, every other one half-way through a frame.
@@ -478,7 +459,7 @@ TEST_F(DaemonLoadTest, StatusAnswersWithinASecondWhileSixHundredClientsHoldConne
 
     const auto start = std::chrono::steady_clock::now();
     RunResult status = sandbox.Run("qvfwctl status");
-    const double took = Seconds(start);
+    const double took = qvtest::secondsSince(start);
     EXPECT_EQ(status.exitCode, 0) << status.err;
     EXPECT_LT(took, 1.0);
     RecordProperty("status_ms", std::to_string(static_cast<int>(took * 1000)));
@@ -526,14 +507,14 @@ TEST_F(DaemonLoadTest, AFrameThatStallsHalfWayIsDroppedWithALogLineAndAnIdleClie
     qvctl::Frame reply;
     EXPECT_FALSE(stalled.Receive(&reply)) << "the daemon answered a frame it never had whole";
     EXPECT_FALSE(service.Receive(&reply));
-    EXPECT_GE(Seconds(start), 0.9);
-    EXPECT_LT(Seconds(start), 5.0) << "the 1 s stall limit was not kept";
+    EXPECT_GE(qvtest::secondsSince(start), 0.9);
+    EXPECT_LT(qvtest::secondsSince(start), 5.0) << "the 1 s stall limit was not kept";
     const std::string log = sandbox.daemonLog();
     EXPECT_NE(log.find("closed a client of the control socket (uid " + std::to_string(geteuid())),
               std::string::npos)
         << log;
     EXPECT_NE(log.find("closed a client of the host service socket"), std::string::npos) << log;
-    EXPECT_EQ(Occurrences(log, "its frame brought no byte for 1 s"), 2u) << log;
+    EXPECT_EQ(qvtest::countOf(log, "its frame brought no byte for 1 s"), 2u) << log;
 
     // The client that sent nothing at all waited longer than the limit and is still served.
     idle.Send(qvctl::kStatus, 0, "");
@@ -558,7 +539,7 @@ TEST_F(DaemonLoadTest, AClientOverTheCapIsAnsweredBusyAndTheNextOneAfterAHangUpI
     EXPECT_NE(status.err.find(qvctl::DescribeCode(qvctl::kDaemonBusy)), std::string::npos)
         << status.err;
     // Two refusals in a row, one line.
-    EXPECT_EQ(Occurrences(sandbox.daemonLog(), "refusing clients"), 1u) << sandbox.daemonLog();
+    EXPECT_EQ(qvtest::countOf(sandbox.daemonLog(), "refusing clients"), 1u) << sandbox.daemonLog();
 
     clients.pop_back();
     EXPECT_TRUE(WaitFor([&] { return sandbox.Run("qvfwctl status").exitCode == 0; }, 20));
@@ -594,7 +575,7 @@ TEST_F(DaemonLoadTest, OutOfDescriptorsTheAcceptLoopRestsInsteadOfSpinningAndRec
     const long used = CpuTicks(daemon) - ticksBefore;
     EXPECT_LT(used, sysconf(_SC_CLK_TCK) / 5)
         << "ticks of CPU in one second while out of descriptors";
-    EXPECT_EQ(Occurrences(sandbox.daemonLog(), "cannot accept on the control socket"), 1u);
+    EXPECT_EQ(qvtest::countOf(sandbox.daemonLog(), "cannot accept on the control socket"), 1u);
 
     ASSERT_EQ(prlimit(daemon, RLIMIT_NOFILE, &normal, nullptr), 0);
     clients.clear();
@@ -635,9 +616,7 @@ TEST(DaemonStartTest, AControlSocketDirectoryOthersMayWriteOrOwnIsRefusedAtStart
     const std::string shared = sandbox.file("shared");
     std::filesystem::create_directories(shared);
     ASSERT_EQ(chmod(shared.c_str(), 0777), 0);
-    pid_t daemon = sandbox.SpawnDaemon("--control " + shared + "/qvfw.sock", sandbox.file("a.log"));
-    EXPECT_EQ(DaemonSandbox::WaitExit(daemon, 30), 1);
-    std::string log = readFile(sandbox.file("a.log"));
+    std::string log = RefusedStartLog(sandbox, "--control " + shared + "/qvfw.sock");
     EXPECT_NE(log.find("cannot start: the directory " + shared + " of " + shared +
                        "/qvfw.sock belongs to uid " + std::to_string(geteuid()) +
                        " with mode 0777; it must belong to root or uid"),
@@ -648,9 +627,7 @@ TEST(DaemonStartTest, AControlSocketDirectoryOthersMayWriteOrOwnIsRefusedAtStart
     if (geteuid() == 0) {
         ASSERT_EQ(chmod(shared.c_str(), 0755), 0);
         ASSERT_EQ(chown(shared.c_str(), 65534, 65534), 0);
-        daemon = sandbox.SpawnDaemon("--control " + shared + "/qvfw.sock", sandbox.file("b.log"));
-        EXPECT_EQ(DaemonSandbox::WaitExit(daemon, 30), 1);
-        log = readFile(sandbox.file("b.log"));
+        log = RefusedStartLog(sandbox, "--control " + shared + "/qvfw.sock");
         EXPECT_NE(log.find("belongs to uid 65534 with mode 0755"), std::string::npos) << log;
     }
     // The same directory made private is accepted.
@@ -679,12 +656,8 @@ TEST(DaemonStartTest, QvfwctlRefusesASocketServedByAnotherUser) {
         if (setgid(65534) != 0 || setuid(65534) != 0) {
             _exit(3);
         }
-        int listener = socket(AF_UNIX, SOCK_STREAM, 0);
-        sockaddr_un address{};
-        address.sun_family = AF_UNIX;
-        snprintf(address.sun_path, sizeof address.sun_path, "%s", path.c_str());
-        if (bind(listener, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0 ||
-            listen(listener, 4) != 0) {
+        const int listener = qvtest::listenUnix(path, 4);
+        if (listener < 0) {
             _exit(3);
         }
         (void)!write(ready[1], "r", 1);

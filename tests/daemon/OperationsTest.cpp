@@ -294,45 +294,41 @@ TEST(DaemonPeerIdentityTest, TheProgramIsTheFirstLineOfItsCommFile) {
 class FakePlugin {
 public:
     int32_t Call(uint32_t command, const std::string& request, std::string* response) {
+        const bool exception = command == QV_CMD_ADD_EXCP_RULE ||
+                               command == QV_CMD_DELETE_EXCP_RULE ||
+                               command == QV_CMD_GET_EXCP_RULES;
+        auto& list = lists[exception ? "exception" : "normal"];
+        qor::vela::FwRule rule;
+        qor::vela::UIntType number;
+        qor::vela::FwRuleList all;
+        qor::vela::FwRuleInfoList wanted;
+        qor::vela::UIntPairArray pairs;
         response->clear();
         switch (command) {
             case QV_CMD_ADD_RULE:
-            case QV_CMD_ADD_EXCP_RULE: {
-                qor::vela::FwRule rule;
+            case QV_CMD_ADD_EXCP_RULE:
                 rule.ParseFromString(request);
-                qor::vela::UIntType number;
-                number.set_value(Add(command == QV_CMD_ADD_RULE ? "normal" : "exception", rule));
+                number.set_value(Add(exception ? "exception" : "normal", rule));
                 *response = number.SerializeAsString();
                 return 0;
-            }
             case QV_CMD_DELETE_RULE:
-            case QV_CMD_DELETE_EXCP_RULE: {
-                qor::vela::UIntType number;
+            case QV_CMD_DELETE_EXCP_RULE:
                 number.ParseFromString(request);
                 ++deletes;
-                return lists[command == QV_CMD_DELETE_RULE ? "normal" : "exception"].erase(
-                           number.value()) == 1
-                           ? 0
-                           : FW_ERR_RULE_NOT_FOUND;
-            }
+                return list.erase(number.value()) == 1 ? 0 : FW_ERR_RULE_NOT_FOUND;
             case QV_CMD_GET_ALL_RULES:
-            case QV_CMD_GET_EXCP_RULES: {
-                qor::vela::FwRuleList list;
-                for (const auto& [number, rule] :
-                     lists[command == QV_CMD_GET_ALL_RULES ? "normal" : "exception"]) {
-                    *list.add_rules() = rule;
+            case QV_CMD_GET_EXCP_RULES:
+                for (const auto& entry : list) {
+                    *all.add_rules() = entry.second;
                 }
-                *response = list.SerializeAsString();
+                *response = all.SerializeAsString();
                 return 0;
-            }
             case QV_CMD_SET_RULE_LIST:
-            case QV_CMD_ADD_RULE_LIST: {
-                qor::vela::FwRuleInfoList wanted;
+            case QV_CMD_ADD_RULE_LIST:
                 wanted.ParseFromString(request);
                 if (command == QV_CMD_SET_RULE_LIST) {
-                    lists["normal"].clear();
+                    list.clear();
                 }
-                qor::vela::UIntPairArray pairs;
                 for (const qor::vela::FwRuleInfo& info : wanted.rules()) {
                     qor::vela::UIntPair* pair = pairs.add_values();
                     pair->set_first(info.order());
@@ -341,7 +337,6 @@ public:
                 *response = pairs.SerializeAsString();
                 return failNextSet && command == QV_CMD_SET_RULE_LIST ? (failNextSet = false, 20704)
                                                                       : 0;
-            }
         }
         return QV_ERR_INVALID_ARG;
     }

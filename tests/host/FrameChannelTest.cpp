@@ -14,6 +14,7 @@
 
 #include "FrameChannel.h"
 #include "QvFrame.h"
+#include "TestUtil.h"
 
 // ThreadSanitizer's runtime brings its own operator new, which cannot be replaced; its
 // builds leave the allocation test out (the test-tsan run does not select this suite).
@@ -106,10 +107,6 @@ public:
     int writer = -1;
 };
 
-double SecondsSince(Clock::time_point start) {
-    return std::chrono::duration<double>(Clock::now() - start).count();
-}
-
 #if QV_COUNTS_ALLOCATIONS
 TEST(HostFrameChannelTest, APayloadGrowsWithTheBytesThatArriveNotWithTheAnnouncedLength) {
     SocketPair pair;
@@ -188,8 +185,8 @@ TEST(HostFrameChannelTest, AFrameThatStopsHalfWayIsDroppedAfterTheStallTimeWhere
         qvctl::Frame frame;
         const auto start = Clock::now();
         EXPECT_EQ(channel.Read(&frame), qvctl::FrameStatus::kStalled);
-        EXPECT_GE(SecondsSince(start), 0.29);
-        EXPECT_LT(SecondsSince(start), 5.0);
+        EXPECT_GE(qvtest::secondsSince(start), 0.29);
+        EXPECT_LT(qvtest::secondsSince(start), 5.0);
     }
 }
 
@@ -217,7 +214,7 @@ TEST(HostFrameChannelTest, BetweenFramesOnlyTheChannelsOwnTimeOutApplies) {
     qvctl::Frame frame;
     auto start = Clock::now();
     EXPECT_EQ(channel.Read(&frame), qvctl::FrameStatus::kTimedOut);
-    EXPECT_GE(SecondsSince(start), 0.59) << "an idle peer was cut off by the stall time";
+    EXPECT_GE(qvtest::secondsSince(start), 0.59) << "an idle peer was cut off by the stall time";
 
     // Without a stall limit a frame cut short waits for the channel's time-out, as before.
     SocketPair unlimited;
@@ -225,7 +222,7 @@ TEST(HostFrameChannelTest, BetweenFramesOnlyTheChannelsOwnTimeOutApplies) {
     qvctl::FrameChannel plain(unlimited.reader, -1, 300);
     start = Clock::now();
     EXPECT_EQ(plain.Read(&frame), qvctl::FrameStatus::kTimedOut);
-    EXPECT_GE(SecondsSince(start), 0.29);
+    EXPECT_GE(qvtest::secondsSince(start), 0.29);
 
     // A peer that hangs up inside a frame is malformed, between frames closed.
     SocketPair hangsUp;

@@ -10,7 +10,9 @@
 
 #include "QvLog.h"
 #include "QvUtil.h"
-#include "host/HostTestSupport.h"
+#include "ScopedEnv.h"
+#include "TempDir.h"
+#include "TestUtil.h"
 
 namespace {
 
@@ -69,30 +71,22 @@ TEST(QvGetFilePathTest, DefaultsToTheHostConfigurationDirectory) {
     }
 }
 
-size_t CountOf(const std::string& text, const std::string& part) {
-    size_t count = 0;
-    for (size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + 1)) {
-        ++count;
-    }
-    return count;
-}
-
 TEST(UtilLogTest, DiagnosticsGoToTheLogDirectoryAtTheSetLevel) {
     std::string logPath = UtilLogDir() + "/QvUtil.log";
     const std::string line = "<3> ";
     const std::string message = " QvUtil QvGetFilePath invalid argument";
     char buffer[16];
-    size_t before = CountOf(readFile(logPath), message);
+    size_t before = qvtest::countOf(readFile(logPath), message);
 
     QvSetUtilDebugLevel(2);
     EXPECT_EQ(QvGetFilePath(buffer, sizeof buffer, nullptr), 0);  // reported at level 3
-    EXPECT_EQ(CountOf(readFile(logPath), message), before);
+    EXPECT_EQ(qvtest::countOf(readFile(logPath), message), before);
 
     QvSetUtilDebugLevel(3);
     EXPECT_EQ(QvGetFilePath(buffer, sizeof buffer, nullptr), 0);
     QvSetUtilDebugLevel(4);
     std::string log = readFile(logPath);
-    EXPECT_EQ(CountOf(log, message), before + 1) << log;
+    EXPECT_EQ(qvtest::countOf(log, message), before + 1) << log;
     EXPECT_NE(log.find(line), std::string::npos) << log;
 }
 

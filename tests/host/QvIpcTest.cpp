@@ -17,12 +17,14 @@
 #include "HostService.h"
 #include "QvFrame.h"
 #include "QvIpc.h"
-#include "host/HostTestSupport.h"
+#include "ScopedEnv.h"
+#include "TempDir.h"
+#include "TestUtil.h"
 
 namespace {
 
 using qvtest::ScopedEnv;
-using qvtest::SecondsSince;
+using qvtest::secondsSince;
 using qvtest::TempDir;
 using Clock = std::chrono::steady_clock;
 using Bytes = std::string;
@@ -50,14 +52,8 @@ class FakeService {
 public:
     explicit FakeService(std::function<void(int)> handler)
         : m_handler(std::move(handler)), m_env("QV_IPC_SOCKET", m_dir.file("svc.sock")) {
-        m_listener = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-        sockaddr_un address{};
-        address.sun_family = AF_UNIX;
-        std::string path = m_dir.file("svc.sock");
-        snprintf(address.sun_path, sizeof address.sun_path, "%s", path.c_str());
-        bool ok = bind(m_listener, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0 &&
-                  listen(m_listener, 16) == 0;
-        EXPECT_TRUE(ok) << path;
+        m_listener = qvtest::listenUnix(m_dir.file("svc.sock"));
+        EXPECT_GE(m_listener, 0);
         m_acceptor = std::thread([this] { AcceptLoop(); });
     }
     ~FakeService() {
@@ -154,10 +150,7 @@ TEST(IpcCallTest, BrokenServicesFailTheCallWithoutAReply) {
     const auto silent = [&release](int fd) {
         qvtest::ServiceCall request;
         qvtest::HostService::readCall(fd, &request);
-        Clock::time_point deadline = Clock::now() + std::chrono::seconds(10);
-        while (!release && Clock::now() < deadline) {
-            std::this_thread::sleep_for(std::chrono::milliseconds(5));
-        }
+        qvtest::eventually([&release] { return release.load(); });
     };
     const struct {
         const char* name;
@@ -190,7 +183,7 @@ TEST(IpcCallTest, BrokenServicesFailTheCallWithoutAReply) {
         EXPECT_EQ(ipc::call(1, large.data(), static_cast<int>(large.size()), &reply, &replyLength),
                   -1)
             << row.name;
-        double elapsed = SecondsSince(start);
+        double elapsed = secondsSince(start);
         release = true;
         EXPECT_GE(elapsed, row.minSeconds) << row.name;
         EXPECT_LT(elapsed, row.maxSeconds) << row.name;

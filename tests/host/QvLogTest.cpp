@@ -13,12 +13,13 @@
 #include "DbgLog.h"
 #include "LogLine.h"
 #include "QvLog.h"
-#include "host/HostTestSupport.h"
+#include "TempDir.h"
+#include "TestUtil.h"
 
 namespace {
 
 using qvtest::readFile;
-using qvtest::SplitLines;
+using qvtest::splitLines;
 using qvtest::TempDir;
 
 qvlog::LogStamp FixedStamp() {
@@ -86,7 +87,7 @@ TEST_F(LogFileTest, WritesLevelsUpToTheContextLevelWithLocalTimeAndIds) {
     QvrnWriteDbgLog(m_context, 2, "dropped after lowering");
     QvrnWriteDbgLog(m_context, 1, "kept after lowering");
 
-    std::vector<std::string> lines = SplitLines(readFile(path()));
+    std::vector<std::string> lines = splitLines(readFile(path()));
     ASSERT_EQ(lines.size(), 6u);
     std::regex layout(
         R"(^(\d{4}-\d\d-\d\d \d\d:\d\d):\d\d\.\d{3} <(\d)> (\d+):(\d+) QvFw level (\d)$)");
@@ -118,7 +119,7 @@ TEST_F(LogFileTest, CreatesTheFileOnItsFirstLineAndAppendsAndRefusesNulls) {
     qvtest::writeFile(path(), "earlier content\n");
     ASSERT_NE(Open(7), nullptr);
     QvrnWriteDbgLog(m_context, 6, "appended");
-    std::vector<std::string> lines = SplitLines(readFile(path()));
+    std::vector<std::string> lines = splitLines(readFile(path()));
     ASSERT_EQ(lines.size(), 2u);
     EXPECT_EQ(lines[0], "earlier content");
 
@@ -148,7 +149,7 @@ TEST_F(LogFileTest, CreatesTheFileOnItsFirstLineAndAppendsAndRefusesNulls) {
     ASSERT_EQ(mkdir(dir.c_str(), 0755), 0);
     QvrnWriteDbgLog(later, 3, "kept");
     QvrnReleaseDbgLog(later);
-    lines = SplitLines(readFile(dir + "/x.log"));
+    lines = splitLines(readFile(dir + "/x.log"));
     ASSERT_EQ(lines.size(), 1u);
     EXPECT_NE(lines[0].find("kept"), std::string::npos);
 }
@@ -162,7 +163,7 @@ std::string Payload(int writer, int sequence) {
 
 // Every line is one of the expected payloads, whole, and each appears exactly once.
 void ExpectWholeLines(const std::string& content, int writers, int count) {
-    std::vector<std::string> lines = SplitLines(content);
+    std::vector<std::string> lines = splitLines(content);
     ASSERT_EQ(lines.size(), static_cast<size_t>(writers * count));
     std::vector<std::vector<int>> seen(writers, std::vector<int>(count, 0));
     std::regex layout(R"(^\S+ \S+ <6> \d+:\d+ Conc w(\d+) s(\d+) .*$)");

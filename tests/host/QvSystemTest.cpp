@@ -14,13 +14,14 @@
 #include <vector>
 
 #include "QvUtil.h"
-#include "host/HostTestSupport.h"
+#include "TempDir.h"
+#include "TestUtil.h"
 
 namespace {
 
 using qvtest::readFile;
-using qvtest::SecondsSince;
-using qvtest::SplitLines;
+using qvtest::secondsSince;
+using qvtest::splitLines;
 using qvtest::TempDir;
 using Clock = std::chrono::steady_clock;
 
@@ -72,7 +73,7 @@ TEST(QvSystemTest, EightThreadsCaptureOutputAndLearnWhetherTheShellRan) {
                 EXPECT_EQ(RunShell(row.command, &ok, row.timeout, row.size), row.output)
                     << row.name;
                 EXPECT_EQ(ok, row.ok) << row.name;
-                EXPECT_LT(SecondsSince(start), 3.0) << row.name;
+                EXPECT_LT(secondsSince(start), 3.0) << row.name;
             }
         });
     }
@@ -107,7 +108,7 @@ TEST(QvSystemTest, TimeOutKillsTheWholeGroupEvenWhenItIgnoresTerm) {
     Clock::time_point start = Clock::now();
     bool ok = true;
     std::string output = RunShell(command, &ok, 1);
-    double elapsed = SecondsSince(start);
+    double elapsed = secondsSince(start);
     EXPECT_FALSE(ok);
     EXPECT_EQ(output, "started\n");
     EXPECT_GE(elapsed, 0.9);
@@ -142,7 +143,7 @@ TEST(QvSystemTest, ChildGetsTheStandardStreamsOnly) {
     }
     EXPECT_TRUE(ok);
     EXPECT_EQ(readFile(errPath), "to-err\n");
-    std::vector<std::string> lines = SplitLines(listing);
+    std::vector<std::string> lines = splitLines(listing);
     std::set<std::string> numbers(lines.begin(), lines.end());
     EXPECT_TRUE(numbers.count("0") && numbers.count("1") && numbers.count("2")) << listing;
     for (int fd : {saved, file, pair[0], pair[1]}) {

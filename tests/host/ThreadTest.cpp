@@ -11,23 +11,10 @@
 #include <memory>
 #include <thread>
 
+#include "TestUtil.h"
 #include "Thread.h"
 
 namespace {
-
-using Clock = std::chrono::steady_clock;
-
-template <typename Predicate>
-bool WaitUntil(Predicate done, std::chrono::milliseconds limit = std::chrono::seconds(5)) {
-    Clock::time_point deadline = Clock::now() + limit;
-    while (!done()) {
-        if (Clock::now() >= deadline) {
-            return false;
-        }
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    }
-    return true;
-}
 
 // A thread body that announces it runs, waits for release, then finishes.
 struct Gate {
@@ -60,7 +47,7 @@ TEST(ThreadTest, RunsAtConstructionAndStopOrDestructorWaitsForTheResult) {
     Gate gate;
     Thread thread(Gate::Body, &gate, false, PRIORITY_NORMAL);
     ASSERT_TRUE(thread.started());
-    EXPECT_TRUE(WaitUntil([&] { return gate.running.load(); }));
+    EXPECT_TRUE(qvtest::eventually([&] { return gate.running.load(); }));
     EXPECT_FALSE(gate.finished);
 
     // Two threads stop it at once: both wait for the function and get its result.
@@ -115,7 +102,7 @@ struct SelfOwner {
 TEST(ThreadTest, AThreadCanNeitherWaitForItselfNorHangWhenDeletingItself) {
     SelfOwner owner;
     owner.self = new Thread(SelfOwner::Body, &owner, false, PRIORITY_NORMAL);
-    EXPECT_TRUE(WaitUntil([&] { return owner.deleted.load(); }));
+    EXPECT_TRUE(qvtest::eventually([&] { return owner.deleted.load(); }));
     EXPECT_TRUE(owner.stopReturnedNull);
 }
 

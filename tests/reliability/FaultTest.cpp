@@ -7,7 +7,6 @@
 #include <sched.h>
 #include <sys/mount.h>
 #include <sys/socket.h>
-#include <sys/un.h>
 
 #include <chrono>
 #include <cstring>
@@ -76,14 +75,9 @@ TEST_F(FaultTest, HostServiceAbsentOrSilentNeitherLosesCallbacksNorBlocksStop) {
     for (const Case& c : cases) {
         service.reset();
         unlink(socketPath.c_str());
-        const int silent = socket(AF_UNIX, SOCK_STREAM, 0);
-        if (c.listening) {
-            sockaddr_un address{};
-            address.sun_family = AF_UNIX;
-            std::strncpy(address.sun_path, socketPath.c_str(), sizeof address.sun_path - 1);
-            ASSERT_EQ(bind(silent, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
-            ASSERT_EQ(listen(silent, 8), 0);  // accepts into its backlog, never answers
-        }
+        // Listening, it accepts into its backlog and never answers.
+        const int silent = c.listening ? qvtest::listenUnix(socketPath, 8) : -1;
+        ASSERT_EQ(silent >= 0, c.listening);
         CallbackEvents::clear();
         ASSERT_EQ(start(), 0);
         std::ofstream(fwLog(), std::ios::app)
@@ -93,7 +87,7 @@ TEST_F(FaultTest, HostServiceAbsentOrSilentNeitherLosesCallbacksNorBlocksStop) {
             << utilLog();
         const auto begin = Clock::now();
         stop();
-        EXPECT_LT(std::chrono::duration<double>(Clock::now() - begin).count(), 6.0);
+        EXPECT_LT(qvtest::secondsSince(begin), 6.0);
         close(silent);
     }
 }

@@ -1,10 +1,16 @@
 // The rule compiler against the fact sheet of the real command: which bodies it
-// accepts, how it lists them, and the exact message and exit code of each refusal.
-// The bodies the plug-in itself sends are checked through the binary (IpfwBinaryTest).
+// accepts, how it lists them, and the exact message and exit code of each refusal; then
+// the stored form of rules: the token codec, and the state file's damage. The bodies the
+// plug-in itself sends are checked through the binary (IpfwBinaryTest); the file's index
+// (lookups in the sorted part and the overflow, the last number) through SimulatorTest's
+// commands, and dynamic entries kept across rewrites through PacketMatcherTest's: every
+// command there reloads the state.
 
 #include <gtest/gtest.h>
 
 #include "SimFakes.h"
+#include "ipfwsim/FirewallState.h"
+#include "ipfwsim/RuleCodec.h"
 #include "ipfwsim/RuleLister.h"
 #include "ipfwsim/RuleParser.h"
 
@@ -143,6 +149,65 @@ TEST(RuleParserHead, NumberSetProbabilityWarningsAndServices) {
     ASSERT_TRUE(result.status.ok());
     EXPECT_EQ(names.lastServiceProtocol, "udp");
     EXPECT_EQ(result.rule.matches.back().ports[0].low, 53);
+}
+
+StoredRule stored(uint32_t number, const std::string& port) {
+    StoredRule entry;
+    entry.rule = compile("allow proto tcp dst-port " + port).rule;
+    entry.rule.number = number;
+    return entry;
+}
+
+TEST(RuleCodec, RoundTripsEveryConditionExactlyAndRefusesDamagedTokens) {
+    for (const char* body :
+         {"prob 0.1234567 unreach host-prohib log logamount 7 udp from not "
+          "10.0.0.0/8,1.2.3.4:255.0.255.0 53 to me not in",
+          "deny proto tcp tcpflags syn,!ack tcpoptions !sack ipoptions rr,!ts iptos lowdelay "
+          "established keep-state",
+          "skipto 200 mac 00:11:22:33:44:55&ff:00:ff:00:ff:00 any recv weird%name xmit 10.0.0.1 "
+          "icmptypes 0,3,31 src-port 1-2,9",
+          "check-state"}) {
+        const Compiled original = compile(body);
+        ASSERT_TRUE(original.status.ok()) << original.status.message;
+        Rule decoded;
+        ASSERT_TRUE(decodeRule(encodeRule(original.rule), decoded)) << encodeRule(original.rule);
+        decoded.number = original.rule.number;
+        EXPECT_EQ(RuleLister(names).body(decoded), original.listing);
+        EXPECT_EQ(encodeRule(decoded), encodeRule(original.rule));
+        EXPECT_EQ(decoded.probability, original.rule.probability);
+    }
+
+    Rule rule;
+    for (const char* text : {"", "action=explode", "action=allow proto:x", "action=allow src:1/2/3",
+                             "action=allow via:n:%4", "action=reject", "action=allow bogus"}) {
+        EXPECT_FALSE(decodeRule(text, rule)) << text;
+    }
+}
+
+TEST(StateFile, ReportsCorruptionButIgnoresAnInterruptedLastLine) {
+    std::string good = StateFile::format(StateHeader{}, {stored(100, "1"), stored(200, "2")});
+    std::string swapped = StateFile::format(StateHeader{}, {stored(200, "2"), stored(100, "1")});
+    std::string badHeader = good;
+    badHeader.replace(badHeader.find("verbose 1"), 9, "verbose 7");
+    std::string badRule = good;
+    badRule.replace(badRule.find("action=allow"), 12, "action=fly!!");
+    for (const std::string& content : {std::string("garbage\n"), std::string(), swapped, badHeader,
+                                       badRule, good.substr(0, 30)}) {
+        FirewallState state;
+        Status status = FirewallState::load(content, state);
+        EXPECT_EQ(status.code, kExitDataErr) << content;
+        EXPECT_EQ(status.message.rfind("state file is corrupt", 0), 0u);
+    }
+
+    std::string interrupted = StateFile::format(StateHeader{}, {stored(100, "1")});
+    interrupted += "00200 0 0 0 0 action=al";
+    StateFile index(interrupted);
+    ASSERT_TRUE(index.open().ok());
+    EXPECT_EQ(index.lastNumber(), 100u);
+    EXPECT_FALSE(index.appendKeepsOrder(300));
+    FirewallState kept;
+    ASSERT_TRUE(FirewallState::load(interrupted, kept).ok());
+    EXPECT_EQ(kept.rules().size(), 1u);
 }
 
 }  // namespace

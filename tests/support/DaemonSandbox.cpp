@@ -7,7 +7,6 @@
 #include <unistd.h>
 
 #include <filesystem>
-#include <thread>
 #include <vector>
 
 extern char** environ;
@@ -57,17 +56,6 @@ pid_t SpawnShell(const std::string& commandLine, const std::map<std::string, std
 }
 
 }  // namespace
-
-bool WaitFor(const std::function<bool()>& condition, double seconds) {
-    auto deadline = std::chrono::steady_clock::now() + std::chrono::duration<double>(seconds);
-    while (!condition()) {
-        if (std::chrono::steady_clock::now() >= deadline) {
-            return false;
-        }
-        std::this_thread::sleep_for(std::chrono::milliseconds(20));
-    }
-    return true;
-}
 
 DaemonSandbox::DaemonSandbox() {
     for (const char* directory : {"conf", "log", "run", "ipfw"}) {

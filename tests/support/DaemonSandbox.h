@@ -12,6 +12,7 @@
 #include <string>
 
 #include "TempDir.h"
+#include "TestUtil.h"
 
 namespace qvdaemontest {
 
@@ -21,8 +22,11 @@ struct RunResult {
     int exitCode = -1;  // -1: killed or not run
 };
 
-// Polls `condition` every 20 ms until it holds or `seconds` have passed.
-bool WaitFor(const std::function<bool()>& condition, double seconds);
+// Polls `condition` until it holds or `seconds` have passed.
+inline bool WaitFor(const std::function<bool()>& condition, double seconds) {
+    return qvtest::eventually(condition,
+                              std::chrono::milliseconds(static_cast<long>(seconds * 1000)));
+}
 
 class DaemonSandbox {
 public:

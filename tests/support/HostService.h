@@ -7,16 +7,16 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <sys/socket.h>
-#include <sys/un.h>
 #include <unistd.h>
 
 #include <atomic>
 #include <cstdint>
-#include <cstring>
 #include <mutex>
 #include <string>
 #include <thread>
 #include <vector>
+
+#include "TestUtil.h"
 
 namespace qvtest {
 
@@ -28,22 +28,15 @@ struct ServiceCall {
 class HostService {
 public:
     explicit HostService(const std::string& path) {
-        m_listener = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-        sockaddr_un address{};
-        address.sun_family = AF_UNIX;
-        std::strncpy(address.sun_path, path.c_str(), sizeof address.sun_path - 1);
-        m_listening =
-            pipe2(m_stop, O_CLOEXEC) == 0 &&
-            bind(m_listener, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0 &&
-            listen(m_listener, 64) == 0;
+        m_listener = listenUnix(path, 64);
+        m_listening = m_listener >= 0 && pipe2(m_stop, O_CLOEXEC) == 0;
         if (m_listening) {
             m_thread = std::thread([this] { serve(); });
         }
     }
     ~HostService() {
         if (m_listening) {
-            ssize_t ignored = write(m_stop[1], "x", 1);
-            (void)ignored;
+            (void)!write(m_stop[1], "x", 1);
             m_thread.join();
         }
         for (int fd : {m_listener, m_stop[0], m_stop[1]}) {

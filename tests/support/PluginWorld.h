@@ -10,13 +10,9 @@
 #include <sys/stat.h>
 
 #include <algorithm>
-#include <chrono>
-#include <functional>
 #include <memory>
 #include <mutex>
-#include <sstream>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "CommandOutput.h"
@@ -25,6 +21,7 @@
 #include "LoadedPlugin.h"
 #include "ScopedEnv.h"
 #include "TempDir.h"
+#include "TestUtil.h"
 #include "VelaCommonMsg.pb.h"
 #include "VelaEventLogMsg.pb.h"
 #include "VelaFwMsg.pb.h"
@@ -52,19 +49,6 @@ struct CallbackEvents {
     static inline std::mutex mutex;
     static inline std::vector<std::pair<int, std::string>> events;
 };
-
-// True once `condition` holds, false if it still does not after `limit`.
-inline bool eventually(const std::function<bool()>& condition,
-                       std::chrono::milliseconds limit = std::chrono::seconds(10)) {
-    const auto deadline = std::chrono::steady_clock::now() + limit;
-    while (!condition()) {
-        if (std::chrono::steady_clock::now() > deadline) {
-            return false;
-        }
-        std::this_thread::sleep_for(std::chrono::milliseconds(5));
-    }
-    return true;
-}
 
 class PluginWorld : public ::testing::Test {
 protected:
@@ -103,9 +87,8 @@ protected:
     std::string debugLog() const { return readFile(m_dir.file("logs/QvFw.log")); }
     // True when the debug log has a line of `level` that holds `text`.
     bool logged(int level, const std::string& text) const {
-        std::istringstream in(debugLog());
         const std::string tag = "<" + std::to_string(level) + ">";
-        for (std::string line; std::getline(in, line);) {
+        for (const std::string& line : splitLines(debugLog())) {
             if (line.find(tag) != std::string::npos && line.find(text) != std::string::npos) {
                 return true;
             }
@@ -195,7 +178,6 @@ protected:
     static std::string ipfw(const std::string& args) {
         return commandOutput("ipfw " + args + " 2>&1");
     }
-    static std::vector<IpfwRuleLine> installed(int set) { return rulesInSet(ipfw("-S show"), set); }
     // The store and ipfw hold the same rule numbers in both sets.
     void expectStoreAndIpfwAgree() {
         auto sorted = [](std::vector<uint32_t> v) {
