@@ -1,14 +1,21 @@
 // The two texts the plug-in reads besides its messages: lines of the firewall log, which
 // become events, and the system logger's configuration, which must route ipfw's lines
-// into that log.
+// into that log; and the event watcher against a real log file: what it reports, with
+// which notification flag.
 #include <gtest/gtest.h>
 
+#include <atomic>
+#include <chrono>
+#include <cstdio>
 #include <memory>
 #include <sstream>
 #include <string>
+#include <thread>
 
+#include "EventWatcher.h"
 #include "FwLogParser.h"
 #include "FwMgr.h"
+#include "InMemoryIpfw.h"
 #include "RecordingEventSink.h"
 #include "SyslogRedirection.h"
 #include "TempDir.h"
@@ -101,6 +108,52 @@ TEST(SyslogRedirectionTest, OnlyALineInsideTheBlockCountsAndTheManagerAppendsItO
     EXPECT_TRUE(manager.MatchQvLogPath("*.*\t\t\t/var/log/Quorvane/QvrnCore/ipfw.log"));
     EXPECT_TRUE(manager.MatchQvLogPath(" *.* /VAR/log/Quorvane/QvrnCore/ipfwXlog"));
     EXPECT_FALSE(manager.MatchQvLogPath("*.*\t/var/log/ipfw.log"));
+}
+
+void append(const std::string& path, const std::string& line) {
+    FILE* file = fopen(path.c_str(), "a");
+    ASSERT_NE(file, nullptr);
+    fputs(line.c_str(), file);
+    fclose(file);
+}
+
+std::string denyLine(int rule) {
+    return "Nov 26 03:00:00 host kernel: ipfw: " + std::to_string(rule) +
+           " Deny TCP 10.0.0.1:1234 10.0.0.2:22 in via eth0\n";
+}
+
+// Following the file through a rotation: the plug-in's watcher test (tests/e2e).
+TEST(EventWatcherTest, ReportsNewLinesWithTheNotificationFlag) {
+    qvtest::TempDir dir;
+    const std::string log = dir.file("ipfw.log");
+    append(log, denyLine(2100));
+    qvtest::InMemoryIpfw shell;
+    qvtest::RecordingEventSink sink;
+    std::atomic<bool> notify{false};
+    EventWatcher watcher(
+        shell, sink, [&notify] { return notify.load(); }, log);
+
+    // The watcher reads from the end it found when it opened the file; until it reports
+    // the first new line, that moment is unknown, so the line is written again.
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(5);
+    while (sink.reported().empty() && std::chrono::steady_clock::now() < deadline) {
+        append(log, denyLine(3100));
+        std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    }
+    auto reported = sink.reported();
+    ASSERT_FALSE(reported.empty());
+    for (const auto& entry : reported) {
+        EXPECT_EQ(entry.event.rule_index(), 3100) << "the line from before the start is no news";
+        EXPECT_FALSE(entry.notify);
+    }
+
+    const size_t before = reported.size();
+    notify = true;
+    append(log, denyLine(3110));
+    reported = sink.waitFor(before + 1);
+    ASSERT_EQ(reported.size(), before + 1);
+    EXPECT_EQ(reported.back().event.rule_index(), 3110);
+    EXPECT_TRUE(reported.back().notify);
 }
 
 }  // namespace
