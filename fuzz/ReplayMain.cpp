@@ -9,36 +9,29 @@
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size);
 
-namespace {
-
-int replayFile(const std::filesystem::path& path) {
-    std::ifstream in(path, std::ios::binary);
-    if (!in) {
-        std::fprintf(stderr, "cannot read %s\n", path.c_str());
-        return 1;
-    }
-    std::vector<uint8_t> bytes((std::istreambuf_iterator<char>(in)), {});
-    LLVMFuzzerTestOneInput(bytes.data(), bytes.size());
-    return 0;
-}
-
-}  // namespace
-
 int main(int argc, char** argv) {
     int failures = 0;
     int replayed = 0;
+    const auto replay = [&](const std::filesystem::path& path) {
+        ++replayed;
+        std::ifstream in(path, std::ios::binary);
+        if (!in) {
+            std::fprintf(stderr, "cannot read %s\n", path.c_str());
+            ++failures;
+            return;
+        }
+        std::vector<uint8_t> bytes((std::istreambuf_iterator<char>(in)), {});
+        LLVMFuzzerTestOneInput(bytes.data(), bytes.size());
+    };
     for (int i = 1; i < argc; ++i) {
-        std::filesystem::path arg(argv[i]);
-        if (std::filesystem::is_directory(arg)) {
-            for (const auto& entry : std::filesystem::directory_iterator(arg)) {
-                if (entry.is_regular_file()) {
-                    failures += replayFile(entry.path());
-                    ++replayed;
-                }
+        if (!std::filesystem::is_directory(argv[i])) {
+            replay(argv[i]);
+            continue;
+        }
+        for (const auto& entry : std::filesystem::directory_iterator(argv[i])) {
+            if (entry.is_regular_file()) {
+                replay(entry.path());
             }
-        } else {
-            failures += replayFile(arg);
-            ++replayed;
         }
     }
     std::printf("replayed %d inputs\n", replayed);

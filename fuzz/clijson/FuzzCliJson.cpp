@@ -2,8 +2,6 @@
 // unchanged through the tool's own JSON output, and must be a message the plug-in's
 // handlers accept as complete.
 #include <cstdint>
-#include <cstdio>
-#include <cstdlib>
 #include <string>
 
 #include "FuzzWorld.h"

@@ -6,8 +6,6 @@
 #include <CoreFoundation/CoreFoundation.h>
 
 #include <cstdint>
-#include <cstdio>
-#include <cstdlib>
 #include <string>
 
 #include "FuzzPlist.h"

@@ -5,7 +5,6 @@
 // Input: byte 0 picks the table row (one past the end: the default handler), byte 1 holds
 // fault switches, the rest is the request.
 #include <cstdint>
-#include <cstdio>
 #include <cstdlib>
 #include <memory>
 #include <string>

@@ -5,7 +5,6 @@
 // it must reach the host intact.
 #include <cstdint>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <string>
 

@@ -3,10 +3,7 @@
 // writes the same bytes again.
 #include <CoreFoundation/CoreFoundation.h>
 
-#include <cstddef>
 #include <cstdint>
-#include <cstdio>
-#include <cstdlib>
 #include <cstring>
 
 #include "FuzzPlist.h"

@@ -2,10 +2,9 @@
 // nothing to /bin/sh (ShellInert.h). The text is what the rule set manager hands to the
 // shell.
 #include <cstdint>
-#include <cstdio>
-#include <cstdlib>
 #include <string>
 
+#include "FuzzWorld.h"
 #include "RuleFieldsReader.h"
 #include "RuleGenerator.h"
 #include "ShellInert.h"
@@ -20,9 +19,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     }
     const size_t at = qvfuzz::FirstShellActiveChar(text);
     if (at != std::string::npos) {
-        std::fprintf(stderr, "unsafe character 0x%02x at %zu in rule text: %s\n",
-                     static_cast<unsigned char>(text[at]), at, text.c_str());
-        std::abort();
+        qvfuzz::Fail("rule text the shell acts on", "at " + std::to_string(at) + ": " + text);
     }
     return 0;
 }

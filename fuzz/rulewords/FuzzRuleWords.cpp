@@ -1,10 +1,9 @@
 // Whatever qvfwctl's reader accepts as a rule in words, the plug-in's generator must
 // write, and that text must read back into the very same message.
 #include <cstdint>
-#include <cstdio>
-#include <cstdlib>
 #include <string>
 
+#include "FuzzWorld.h"
 #include "RuleFieldsReader.h"
 #include "RuleGenerator.h"
 #include "RuleReader.h"
@@ -18,15 +17,13 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     }
     std::string text;
     if (generator.CreateRule(qor::vela::ReadRuleFields(rule), text) != 0) {
-        std::fprintf(stderr, "read but not written: %s\n", typed.c_str());
-        std::abort();
+        qvfuzz::Fail("read but not written", typed);
     }
     qor::vela::FwRule again;
     qvctl::ReadResult reread = qvctl::ReadRuleText(text, &again);
     if (!reread.ok || again.SerializeAsString() != rule.SerializeAsString()) {
-        std::fprintf(stderr, "typed: %s\nwritten: %s\nread back: %s\n", typed.c_str(), text.c_str(),
-                     reread.Describe().c_str());
-        std::abort();
+        qvfuzz::Fail("written text does not read back the same",
+                     typed + " -> " + text + ": " + reread.Describe());
     }
     return 0;
 }
