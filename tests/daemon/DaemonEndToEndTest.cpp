@@ -1,6 +1,7 @@
 // qvfwd and qvfwctl end to end, as a person runs them: real processes, real sockets, a
 // temporary state directory and the simulated ipfw.
 #include <endian.h>
+#include <gmock/gmock.h>
 #include <google/protobuf/struct.pb.h>
 #include <google/protobuf/util/json_util.h>
 #include <google/protobuf/util/message_differencer.h>
@@ -31,6 +32,8 @@
 
 namespace qvdaemontest {
 namespace {
+
+using ::testing::HasSubstr;
 
 using google::protobuf::Value;
 using qvtest::readFile;
@@ -139,8 +142,8 @@ TEST_F(DaemonTest, RulesOfBothSetsGoThroughTheirWholeLifecycleFromJson) {
     EXPECT_EQ(Field(listed, "set").number_value(), 19);
     const Value& first = Field(listed, "rules").list_value().values(0);
     EXPECT_EQ(Field(first, "ipfw").string_value(), "deny log logamount 0 proto tcp dst-port 22");
-    EXPECT_NE(Ctl("check '" + JsonText(Field(first, "rule")) + "'").find("ipfw accepts it"),
-              std::string::npos);
+    EXPECT_THAT(Ctl("check '" + JsonText(Field(first, "rule")) + "'"),
+                HasSubstr("ipfw accepts it"));
 
     Ctl("swap 3100 3110");
     Ctl(std::string("modify 3120 '") + kSshDeny + "'");
@@ -148,7 +151,7 @@ TEST_F(DaemonTest, RulesOfBothSetsGoThroughTheirWholeLifecycleFromJson) {
     for (const char* rule :
          {"03100 0 0 set 19 reset", "03110 0 0 set 19 deny",
           "03120 0 0 set 19 deny log ip from any to any proto tcp dst-port 22"}) {
-        EXPECT_NE(installed.find(rule), std::string::npos) << rule << "\n" << installed;
+        EXPECT_THAT(installed, HasSubstr(rule));
     }
     Ctl("delete 3100");
     Ctl("delete-exception 2100");
@@ -166,7 +169,7 @@ TEST_F(DaemonTest, RulesOfBothSetsGoThroughTheirWholeLifecycleFromJson) {
     EXPECT_TRUE(ListedNumbers(sandbox, "list-exceptions").empty());
 
     EXPECT_EQ(sandbox.StopDaemon(SIGTERM), 0);
-    EXPECT_NE(sandbox.daemonLog().find("qvfwd: stopped"), std::string::npos);
+    EXPECT_THAT(sandbox.daemonLog(), HasSubstr("qvfwd: stopped"));
 }
 
 TEST_F(DaemonTest, RulesInWordsAreTheRulesOfTheirJsonAndListWithDottedAddressesAndCounters) {
@@ -189,16 +192,16 @@ TEST_F(DaemonTest, RulesInWordsAreTheRulesOfTheirJsonAndListWithDottedAddressesA
         Field(Field(json, "rule"), "rule_index");
     EXPECT_TRUE(google::protobuf::util::MessageDifferencer::Equals(rule, Field(json, "rule")))
         << JsonText(rule);
-    EXPECT_NE(Ctl("list").find("3100   19  deny   1        40       deny log logamount 0 proto tcp "
-                               "src-ip 10.1.2.3 dst-port 2222 in"),
-              std::string::npos);
+    EXPECT_THAT(Ctl("list"),
+                HasSubstr("3100   19  deny   1        40       deny log logamount 0 proto tcp "
+                          "src-ip 10.1.2.3 dst-port 2222 in"));
 
     // A list in words: one rule per line of standard input, comments skipped.
     EXPECT_EQ(Ctl("add-rules -", "# web\nallow proto tcp dst-port 80\n\nreset proto udp\n"),
               "order 1 -> rule 3120\norder 2 -> rule 3130\n");
     RunResult badList = sandbox.Run("qvfwctl add-rules 'allow proto udp' 'deny proto icmpp'");
     EXPECT_EQ(badList.exitCode, 2);
-    EXPECT_NE(badList.err.find("rule 2: word 3 'icmpp'"), std::string::npos) << badList.err;
+    EXPECT_THAT(badList.err, HasSubstr("rule 2: word 3 'icmpp'"));
 }
 
 TEST_F(DaemonTest, RefusalsPrintTheirCodeAndMeaningAndExitNonZero) {
@@ -222,8 +225,7 @@ TEST_F(DaemonTest, RefusalsPrintTheirCodeAndMeaningAndExitNonZero) {
     for (const Case& c : cases) {
         RunResult result = sandbox.Run("qvfwctl " + c.arguments);
         EXPECT_EQ(result.exitCode, c.exitCode) << c.arguments << "\n" << result.err;
-        EXPECT_NE(result.err.find(c.message), std::string::npos) << c.arguments << "\n"
-                                                                 << result.err;
+        EXPECT_THAT(result.err, HasSubstr(c.message)) << c.arguments;
     }
     EXPECT_TRUE(ListedNumbers(sandbox, "list").empty());
     EXPECT_EQ(Ctl("debug-level 7"), "ok\n");
@@ -247,19 +249,16 @@ TEST_F(DaemonTest, ADeniedPacketsEventReachesWatchAndIsKept) {
     // Kept: once through the host service, and once through the callback while notify is on.
     RunResult kept = sandbox.Run("qvfwctl events --all");
     ASSERT_EQ(kept.exitCode, 0) << kept.err;
-    EXPECT_NE(kept.out.find("(callback)  3100  Deny TCP 10.0.0.9:40000 10.0.0.2:22 in via en0\n"),
-              std::string::npos)
-        << kept.out;
-    EXPECT_NE(kept.out.find("(service)  3100  Deny TCP 10.0.0.9:40000 10.0.0.2:22 in via en0\n"),
-              std::string::npos)
-        << kept.out;
+    EXPECT_THAT(kept.out,
+                HasSubstr("(callback)  3100  Deny TCP 10.0.0.9:40000 10.0.0.2:22 in via en0\n"));
+    EXPECT_THAT(kept.out,
+                HasSubstr("(service)  3100  Deny TCP 10.0.0.9:40000 10.0.0.2:22 in via en0\n"));
     // As JSON, the daemon's records: the packet once, after the change that added its rule.
     RunResult records = sandbox.Run("qvfwctl events --json");
     ASSERT_EQ(records.exitCode, 0) << records.err;
     std::vector<std::string> types;
-    for (size_t start = 0, end; (end = records.out.find('\n', start)) != std::string::npos;
-         start = end + 1) {
-        Value record = ParseJson(records.out.substr(start, end - start));
+    for (const std::string& line : qvtest::splitLines(records.out)) {
+        const Value record = ParseJson(line);
         types.push_back(Field(record, "type").string_value());
         if (types.back() == "packet") {
             EXPECT_EQ(Field(record, "rule").number_value(), 3100);
@@ -311,7 +310,7 @@ TEST_F(DaemonTest, ADaemonKilledDuringSetRulesComesBackWithStoreAndIpfwAgreeing)
 
 TEST_F(DaemonTest, ASecondDaemonOnTheSameSocketRefusesToStart) {
     const std::string log = RefusedStartLog(sandbox, "--service " + sandbox.file("run/other.sock"));
-    EXPECT_NE(log.find("is already serving"), std::string::npos) << log;
+    EXPECT_THAT(log, HasSubstr("is already serving"));
     EXPECT_EQ(sandbox.Run("qvfwctl status").exitCode, 0);
 }
 
@@ -319,13 +318,13 @@ TEST(DaemonStartTest, WithoutAConfigurationOrAnIpfwThatAnswersTheDaemonExitsAndS
     DaemonSandbox unconfigured;
     unconfigured.RemoveConfiguration();
     std::string log = RefusedStartLog(unconfigured, "");
-    EXPECT_NE(log.find("error 20013: the firewall manager failed"), std::string::npos) << log;
+    EXPECT_THAT(log, HasSubstr("error 20013: the firewall manager failed"));
 
     DaemonSandbox withoutIpfw;
     withoutIpfw.SetEnv("PATH", "/usr/bin:/bin");
     log = RefusedStartLog(withoutIpfw, "");
-    EXPECT_NE(log.find("cannot start: ipfw exited with status 127"), std::string::npos) << log;
-    EXPECT_NE(log.find("the firewall would enforce nothing"), std::string::npos) << log;
+    EXPECT_THAT(log, HasSubstr("cannot start: ipfw exited with status 127"));
+    EXPECT_THAT(log, HasSubstr("the firewall would enforce nothing"));
 }
 
 // A raw client of the control socket, to send what qvfwctl never would.
@@ -393,16 +392,16 @@ long ProcStatus(pid_t pid, const std::string& key) {
 
 // The CPU time the process has used, in clock ticks (utime + stime of /proc/PID/stat).
 long CpuTicks(pid_t pid) {
-    std::string stat = readFile("/proc/" + std::to_string(pid) + "/stat");
-    std::istringstream fields(stat.substr(stat.rfind(')') + 2));
-    std::string field;
-    long ticks = 0;
-    for (int i = 3; fields >> field && i <= 15; ++i) {
-        if (i >= 14) {
-            ticks += std::stol(field);
-        }
+    const std::string stat = readFile("/proc/" + std::to_string(pid) + "/stat");
+    std::istringstream fields(stat.substr(stat.rfind(')') + 2));  // from field 3 on
+    std::string skipped;
+    for (int field = 3; field < 14; ++field) {
+        fields >> skipped;
     }
-    return ticks;
+    long user = 0;
+    long system = 0;
+    fields >> user >> system;
+    return user + system;
 }
 
 // Raises this process's descriptor limit (and so the daemon's, which inherits it) to
@@ -510,10 +509,9 @@ TEST_F(DaemonLoadTest, AFrameThatStallsHalfWayIsDroppedWithALogLineAndAnIdleClie
     EXPECT_GE(qvtest::secondsSince(start), 0.9);
     EXPECT_LT(qvtest::secondsSince(start), 5.0) << "the 1 s stall limit was not kept";
     const std::string log = sandbox.daemonLog();
-    EXPECT_NE(log.find("closed a client of the control socket (uid " + std::to_string(geteuid())),
-              std::string::npos)
-        << log;
-    EXPECT_NE(log.find("closed a client of the host service socket"), std::string::npos) << log;
+    EXPECT_THAT(
+        log, HasSubstr("closed a client of the control socket (uid " + std::to_string(geteuid())));
+    EXPECT_THAT(log, HasSubstr("closed a client of the host service socket"));
     EXPECT_EQ(qvtest::countOf(log, "its frame brought no byte for 1 s"), 2u) << log;
 
     // The client that sent nothing at all waited longer than the limit and is still served.
@@ -531,13 +529,10 @@ TEST_F(DaemonLoadTest, AClientOverTheCapIsAnsweredBusyAndTheNextOneAfterAHangUpI
     qvctl::Frame reply;
     ASSERT_TRUE(over.Receive(&reply)) << "refused without a word";
     EXPECT_EQ(static_cast<int32_t>(reply.head), qvctl::kDaemonBusy);
-    EXPECT_NE(reply.payload.find("already serves 3 clients on its control socket"),
-              std::string::npos)
-        << reply.payload;
+    EXPECT_THAT(reply.payload, HasSubstr("already serves 3 clients on its control socket"));
     RunResult status = sandbox.Run("qvfwctl status");
     EXPECT_NE(status.exitCode, 0);
-    EXPECT_NE(status.err.find(qvctl::DescribeCode(qvctl::kDaemonBusy)), std::string::npos)
-        << status.err;
+    EXPECT_THAT(status.err, HasSubstr(qvctl::DescribeCode(qvctl::kDaemonBusy)));
     // Two refusals in a row, one line.
     EXPECT_EQ(qvtest::countOf(sandbox.daemonLog(), "refusing clients"), 1u) << sandbox.daemonLog();
 
@@ -551,14 +546,9 @@ TEST_F(DaemonLoadTest, OutOfDescriptorsTheAcceptLoopRestsInsteadOfSpinningAndRec
     struct rlimit normal {};
     ASSERT_EQ(prlimit(daemon, RLIMIT_NOFILE, nullptr, &normal), 0);
     // Room for two more connections, then every accept fails with EMFILE.
-    size_t open = 0;
-    for (const auto& entry :
-         std::filesystem::directory_iterator("/proc/" + std::to_string(daemon) + "/fd")) {
-        (void)entry;
-        ++open;
-    }
+    const std::filesystem::directory_iterator fds("/proc/" + std::to_string(daemon) + "/fd");
     struct rlimit tight {};
-    tight.rlim_cur = open + 2;
+    tight.rlim_cur = static_cast<rlim_t>(std::distance(begin(fds), end(fds))) + 2;
     tight.rlim_max = normal.rlim_max;
     ASSERT_EQ(prlimit(daemon, RLIMIT_NOFILE, &tight, nullptr), 0);
     Clients clients = HoldConnections(sandbox, 8);
@@ -580,7 +570,7 @@ TEST_F(DaemonLoadTest, OutOfDescriptorsTheAcceptLoopRestsInsteadOfSpinningAndRec
     ASSERT_EQ(prlimit(daemon, RLIMIT_NOFILE, &normal, nullptr), 0);
     clients.clear();
     EXPECT_TRUE(WaitFor([&] { return sandbox.Run("qvfwctl status").exitCode == 0; }, 20));
-    EXPECT_NE(sandbox.daemonLog().find("accepting again on the control socket"), std::string::npos);
+    EXPECT_THAT(sandbox.daemonLog(), HasSubstr("accepting again on the control socket"));
 }
 
 // A session thread needs address space for its stack; with the daemon's address space
@@ -604,8 +594,7 @@ TEST_F(DaemonLoadTest, AClientNoThreadCanBeMadeForIsRefusedAndTheDaemonLivesOn) 
     ASSERT_EQ(prlimit(daemon, RLIMIT_AS, &normal, nullptr), 0);
     ASSERT_TRUE(answered) << "refused without a word";
     EXPECT_EQ(static_cast<int32_t>(reply.head), qvctl::kDaemonBusy);
-    EXPECT_NE(reply.payload.find("cannot make a thread for another client"), std::string::npos)
-        << reply.payload;
+    EXPECT_THAT(reply.payload, HasSubstr("cannot make a thread for another client"));
     EXPECT_TRUE(WaitFor([&] { return sandbox.Run("qvfwctl status").exitCode == 0; }, 20))
         << sandbox.daemonLog();
     EXPECT_EQ(kill(daemon, 0), 0);
@@ -617,18 +606,16 @@ TEST(DaemonStartTest, AControlSocketDirectoryOthersMayWriteOrOwnIsRefusedAtStart
     std::filesystem::create_directories(shared);
     ASSERT_EQ(chmod(shared.c_str(), 0777), 0);
     std::string log = RefusedStartLog(sandbox, "--control " + shared + "/qvfw.sock");
-    EXPECT_NE(log.find("cannot start: the directory " + shared + " of " + shared +
-                       "/qvfw.sock belongs to uid " + std::to_string(geteuid()) +
-                       " with mode 0777; it must belong to root or uid"),
-              std::string::npos)
-        << log;
+    EXPECT_THAT(log, HasSubstr("cannot start: the directory " + shared + " of " + shared +
+                               "/qvfw.sock belongs to uid " + std::to_string(geteuid()) +
+                               " with mode 0777; it must belong to root or uid"));
     EXPECT_FALSE(std::filesystem::exists(shared + "/qvfw.sock"));
 
     if (geteuid() == 0) {
         ASSERT_EQ(chmod(shared.c_str(), 0755), 0);
         ASSERT_EQ(chown(shared.c_str(), 65534, 65534), 0);
         log = RefusedStartLog(sandbox, "--control " + shared + "/qvfw.sock");
-        EXPECT_NE(log.find("belongs to uid 65534 with mode 0755"), std::string::npos) << log;
+        EXPECT_THAT(log, HasSubstr("belongs to uid 65534 with mode 0755"));
     }
     // The same directory made private is accepted.
     ASSERT_EQ(chown(shared.c_str(), geteuid(), getegid()), 0);
@@ -671,9 +658,8 @@ TEST(DaemonStartTest, QvfwctlRefusesASocketServedByAnotherUser) {
     close(ready[0]);
     RunResult status = sandbox.Run("qvfwctl --control " + path + " status");
     EXPECT_EQ(status.exitCode, 3);
-    EXPECT_NE(status.err.find("refusing to talk to " + path + ": it is served by uid 65534"),
-              std::string::npos)
-        << status.err;
+    EXPECT_THAT(status.err,
+                HasSubstr("refusing to talk to " + path + ": it is served by uid 65534"));
     EXPECT_EQ(DaemonSandbox::WaitExit(impostor, 10), 0) << "the impostor was sent a request";
 }
 
