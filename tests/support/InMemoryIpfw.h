@@ -69,24 +69,18 @@ private:
     static std::vector<std::string> Words(const std::string& line) {
         std::vector<std::string> words;
         std::string word;
-        bool inWord = false;
-        for (size_t i = 0; i < line.size(); ++i) {
-            if (line[i] == ' ') {
-                if (inWord) {
+        for (size_t i = 0; i <= line.size(); ++i) {
+            if (i == line.size() || line[i] == ' ') {
+                if (!word.empty()) {
                     words.push_back(word);
                 }
                 word.clear();
-                inWord = false;
                 continue;
             }
             if (line[i] == '\\' && i + 1 < line.size()) {
                 ++i;
             }
             word += line[i];
-            inWord = true;
-        }
-        if (inWord) {
-            words.push_back(word);
         }
         return words;
     }

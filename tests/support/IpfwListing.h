@@ -1,7 +1,6 @@
 // Reads the rules out of what `ipfw -S show` or `ipfw -S list` prints.
 #pragma once
 
-#include <algorithm>
 #include <cstdint>
 #include <cstdio>
 #include <sstream>
@@ -39,18 +38,13 @@ inline std::vector<IpfwRuleLine> parseIpfwListing(const std::string& listing) {
     return rules;
 }
 
-// The listing's rules in `set`, in its order, and their numbers.
-inline std::vector<IpfwRuleLine> rulesInSet(const std::string& listing, int set) {
-    std::vector<IpfwRuleLine> rules = parseIpfwListing(listing);
-    rules.erase(std::remove_if(rules.begin(), rules.end(),
-                               [set](const IpfwRuleLine& rule) { return rule.set != set; }),
-                rules.end());
-    return rules;
-}
+// The numbers of the listing's rules in `set`, in its order.
 inline std::vector<uint32_t> numbersInSet(const std::string& listing, int set) {
     std::vector<uint32_t> numbers;
-    for (const IpfwRuleLine& rule : rulesInSet(listing, set)) {
-        numbers.push_back(static_cast<uint32_t>(rule.number));
+    for (const IpfwRuleLine& rule : parseIpfwListing(listing)) {
+        if (rule.set == set) {
+            numbers.push_back(static_cast<uint32_t>(rule.number));
+        }
     }
     return numbers;
 }

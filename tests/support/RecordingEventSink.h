@@ -3,10 +3,10 @@
 
 #include <chrono>
 #include <mutex>
-#include <thread>
 #include <vector>
 
 #include "EventSink.h"
+#include "TestUtil.h"
 
 namespace qvtest {
 
@@ -25,10 +25,7 @@ public:
     // What was reported once `count` events came, or at the deadline.
     std::vector<Reported> waitFor(size_t count,
                                   std::chrono::milliseconds patience = std::chrono::seconds(5)) {
-        const auto deadline = std::chrono::steady_clock::now() + patience;
-        while (std::chrono::steady_clock::now() < deadline && reported().size() < count) {
-            std::this_thread::sleep_for(std::chrono::milliseconds(10));
-        }
+        eventually([&] { return reported().size() >= count; }, patience);
         return reported();
     }
 

@@ -3,6 +3,7 @@
 
 #include <stdlib.h>
 
+#include <optional>
 #include <string>
 
 namespace qvtest {
@@ -11,32 +12,19 @@ namespace qvtest {
 class ScopedEnv {
 public:
     ScopedEnv(const char* name, const char* value) : m_name(name) {
-        const char* old = getenv(name);
-        m_hadOld = old != nullptr;
-        if (m_hadOld) {
+        if (const char* old = getenv(name)) {
             m_old = old;
         }
-        if (value) {
-            setenv(name, value, 1);
-        } else {
-            unsetenv(name);
-        }
+        value != nullptr ? setenv(name, value, 1) : unsetenv(name);
     }
     ScopedEnv(const char* name, const std::string& value) : ScopedEnv(name, value.c_str()) {}
-    ~ScopedEnv() {
-        if (m_hadOld) {
-            setenv(m_name.c_str(), m_old.c_str(), 1);
-        } else {
-            unsetenv(m_name.c_str());
-        }
-    }
+    ~ScopedEnv() { m_old ? setenv(m_name.c_str(), m_old->c_str(), 1) : unsetenv(m_name.c_str()); }
     ScopedEnv(const ScopedEnv&) = delete;
     ScopedEnv& operator=(const ScopedEnv&) = delete;
 
 private:
     std::string m_name;
-    std::string m_old;
-    bool m_hadOld = false;
+    std::optional<std::string> m_old;
 };
 
 }  // namespace qvtest

@@ -2,7 +2,6 @@
 
 // In-memory stand-ins for the simulator's seams: names, state bytes, clock, console.
 
-#include <algorithm>
 #include <cstdlib>
 #include <ctime>
 #include <initializer_list>
@@ -147,14 +146,7 @@ public:
 
 // Splits at blanks as /bin/sh would (no quoting needed by the tests).
 inline std::vector<std::string> splitAtBlanks(const std::string& text) {
-    std::vector<std::string> words;
-    for (size_t start = 0, end; start < text.size(); start = end + 1) {
-        end = std::min(text.find(' ', start), text.size());
-        if (end > start) {
-            words.push_back(text.substr(start, end - start));
-        }
-    }
-    return words;
+    return words(text);
 }
 
 // Runs commands against one in-memory rule state, like a shell session would.
