@@ -161,67 +161,43 @@ protected:
             entry->set_order(k);
             *entry->mutable_rule() = tcpRule(static_cast<uint32_t>(100 + k));
         }
-        FwRuleList all;
-        UIntPair pair;
-        DebugOption debug;
-        switch (below(21)) {
-            case 0:
-            case 1:
-                if (exception && stored(true).size() >= kExceptionRoom) {
-                    call(QV_CMD_FLUSH_EXCP_RULES, NullObject());
-                } else {
-                    call(exception ? QV_CMD_ADD_EXCP_RULE : QV_CMD_ADD_RULE, rule);
-                }
-                break;
-            case 2:
-                call(QV_CMD_ADD_RULE_LIST, list);
-                break;
-            case 3:
-                call(exception ? QV_CMD_SET_EXCP_RULE_LIST : QV_CMD_SET_RULE_LIST, list);
-                break;
-            case 4:
-            case 5:
-                rule.set_rule_index(someNumber(false).value());
-                call(QV_CMD_MODIFY_RULE, rule);
-                break;
-            case 6:
-            case 7:
-            case 8:
-                pair.set_first(someNumber(false).value());
-                pair.set_second(someNumber(false).value());
-                call(QV_CMD_SWAP_RULES, pair);
-                break;
-            case 9:
-            case 10:
-                call(exception ? QV_CMD_DELETE_EXCP_RULE : QV_CMD_DELETE_RULE,
-                     someNumber(exception));
-                break;
-            case 11:
-                if (below(4) == 0) {
-                    call(exception
-                             ? QV_CMD_FLUSH_EXCP_RULES
-                             : (below(4) == 0 ? QV_CMD_FLUSH_RULES : QV_CMD_FLUSH_NORMAL_RULES),
-                         NullObject());
-                }
-                break;
-            case 12:
-            case 13:
-                call(below(2) == 0 ? QV_CMD_ENABLE_FW : QV_CMD_DISABLE_FW, NullObject());
-                break;
-            case 14:
-                call(below(2) == 0 ? QV_CMD_ENABLE_NOTIFY : QV_CMD_DISABLE_NOTIFY, NullObject());
-                break;
-            case 15:
-                call(below(2) == 0 ? QV_CMD_IS_FW_ENABLE : QV_CMD_IS_NOTIFY_ENABLE, NullObject());
-                break;
-            case 16:
-                debug.set_plugins(below(2));
-                debug.set_debug_level(below(8));
-                call(QV_CMD_SET_DEBUG_LEVEL, debug);
-                break;
-            default:
-                call(exception ? QV_CMD_GET_EXCP_RULES : QV_CMD_GET_ALL_RULES, NullObject(), &all);
-                break;
+        const int pick = below(21);  // the kinds of call by weight
+        if (pick < 2 && exception && stored(true).size() >= kExceptionRoom) {
+            call(QV_CMD_FLUSH_EXCP_RULES, NullObject());
+        } else if (pick < 2) {
+            call(exception ? QV_CMD_ADD_EXCP_RULE : QV_CMD_ADD_RULE, rule);
+        } else if (pick == 2) {
+            call(QV_CMD_ADD_RULE_LIST, list);
+        } else if (pick == 3) {
+            call(exception ? QV_CMD_SET_EXCP_RULE_LIST : QV_CMD_SET_RULE_LIST, list);
+        } else if (pick < 6) {
+            rule.set_rule_index(someNumber(false).value());
+            call(QV_CMD_MODIFY_RULE, rule);
+        } else if (pick < 9) {
+            UIntPair pair;
+            pair.set_first(someNumber(false).value());
+            pair.set_second(someNumber(false).value());
+            call(QV_CMD_SWAP_RULES, pair);
+        } else if (pick < 11) {
+            call(exception ? QV_CMD_DELETE_EXCP_RULE : QV_CMD_DELETE_RULE, someNumber(exception));
+        } else if (pick == 11 && below(4) == 0) {
+            call(exception ? QV_CMD_FLUSH_EXCP_RULES
+                           : (below(4) == 0 ? QV_CMD_FLUSH_RULES : QV_CMD_FLUSH_NORMAL_RULES),
+                 NullObject());
+        } else if (pick == 12 || pick == 13) {
+            call(below(2) == 0 ? QV_CMD_ENABLE_FW : QV_CMD_DISABLE_FW, NullObject());
+        } else if (pick == 14) {
+            call(below(2) == 0 ? QV_CMD_ENABLE_NOTIFY : QV_CMD_DISABLE_NOTIFY, NullObject());
+        } else if (pick == 15) {
+            call(below(2) == 0 ? QV_CMD_IS_FW_ENABLE : QV_CMD_IS_NOTIFY_ENABLE, NullObject());
+        } else if (pick == 16) {
+            DebugOption debug;
+            debug.set_plugins(below(2));
+            debug.set_debug_level(below(8));
+            call(QV_CMD_SET_DEBUG_LEVEL, debug);
+        } else if (pick > 16) {
+            FwRuleList all;
+            call(exception ? QV_CMD_GET_EXCP_RULES : QV_CMD_GET_ALL_RULES, NullObject(), &all);
         }
     }
 
