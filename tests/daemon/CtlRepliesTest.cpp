@@ -1,14 +1,9 @@
 // qvfwctl's sub-commands against a daemon whose replies cannot be read: each is an error
 // with exit status 1 and a line that says so, never an empty success.
-#include <fcntl.h>
 #include <gtest/gtest.h>
-#include <poll.h>
 #include <stdio.h>
-#include <sys/socket.h>
-#include <unistd.h>
 
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "CommandTable.h"
@@ -22,43 +17,19 @@ namespace {
 
 // A control socket that answers every request with code 0 and the same payload, twice:
 // an event stream takes the second as its first event, a call leaves it unread.
-class CannedDaemon {
-public:
-    explicit CannedDaemon(std::string payload) : m_payload(std::move(payload)) {
-        m_listen = qvtest::listenUnix(path(), 4);
-        EXPECT_GE(m_listen, 0);
-        EXPECT_EQ(0, pipe2(m_stop, O_CLOEXEC));
-        m_thread = std::thread([this] { Serve(); });
-    }
-    ~CannedDaemon() {
-        (void)!write(m_stop[1], "x", 1);
-        m_thread.join();
-        for (int fd : {m_listen, m_stop[0], m_stop[1]}) {
-            close(fd);
-        }
-    }
+struct CannedDaemon {
+    explicit CannedDaemon(const std::string& payload)
+        : server(path(), [payload](int peer) {
+              qvctl::FrameChannel channel(peer, -1, 5000);
+              qvctl::Frame request;
+              while (channel.Read(&request) == qvctl::FrameStatus::kOk &&
+                     channel.Write(0, payload) && channel.Write(0, payload)) {
+              }
+          }) {}
+    std::string path() const { return dir.file("control.sock"); }
 
-    std::string path() const { return m_dir.file("control.sock"); }
-
-private:
-    void Serve() {
-        pollfd waits[2] = {{m_listen, POLLIN, 0}, {m_stop[0], POLLIN, 0}};
-        while (poll(waits, 2, -1) > 0 && waits[1].revents == 0) {
-            const int peer = accept4(m_listen, nullptr, nullptr, SOCK_CLOEXEC);
-            qvctl::FrameChannel channel(peer, m_stop[0], 5000);
-            qvctl::Frame request;
-            while (channel.Read(&request) == qvctl::FrameStatus::kOk &&
-                   channel.Write(0, m_payload) && channel.Write(0, m_payload)) {
-            }
-            close(peer);
-        }
-    }
-
-    qvtest::TempDir m_dir;
-    std::string m_payload;
-    int m_listen = -1;
-    int m_stop[2] = {-1, -1};
-    std::thread m_thread;
+    qvtest::TempDir dir;
+    qvtest::UnixServer server;
 };
 
 struct Ran {

@@ -46,43 +46,13 @@ void WriteAll(int fd, const Bytes& data) {
     }
 }
 
-// A listening Unix socket in a temporary directory, serving each connection with
-// `handler` on one thread; $QV_IPC_SOCKET points at it while it lives.
-class FakeService {
-public:
-    explicit FakeService(std::function<void(int)> handler)
-        : m_handler(std::move(handler)), m_env("QV_IPC_SOCKET", m_dir.file("svc.sock")) {
-        m_listener = qvtest::listenUnix(m_dir.file("svc.sock"));
-        EXPECT_GE(m_listener, 0);
-        m_acceptor = std::thread([this] { AcceptLoop(); });
-    }
-    ~FakeService() {
-        shutdown(m_listener, SHUT_RDWR);  // accept fails from now on
-        m_acceptor.join();
-        close(m_listener);
-    }
-
-private:
-    // Connections are served one after the other.
-    void AcceptLoop() {
-        for (int connection; (connection = accept(m_listener, nullptr, nullptr)) >= 0;) {
-            m_handler(connection);
-            close(connection);
-        }
-    }
-
-    TempDir m_dir;
-    std::function<void(int)> m_handler;
-    ScopedEnv m_env;
-    int m_listener = -1;
-    std::thread m_acceptor;
-};
-
 // The service answers each request with the command as code and the payload as reply:
 // bytes and codes, negative ones and empty replies included, pass both ways unchanged,
 // and eight threads calling at once each get their own reply.
 TEST(IpcCallTest, RoundTripsCommandPayloadCodeAndReply) {
-    FakeService service([](int fd) {
+    TempDir dir;
+    ScopedEnv socketPath("QV_IPC_SOCKET", dir.file("svc.sock"));
+    qvtest::UnixServer service(dir.file("svc.sock"), [](int fd) {
         qvtest::ServiceCall request;
         if (qvtest::HostService::readCall(fd, &request)) {
             WriteAll(fd, Le32(request.command) +
@@ -172,10 +142,11 @@ TEST(IpcCallTest, BrokenServicesFailTheCallWithoutAReply) {
     for (const auto& row : rows) {
         release = false;
         TempDir dir;
-        ScopedEnv absent("QV_IPC_SOCKET", dir.file("nobody.sock"));
-        std::unique_ptr<FakeService> service;
+        ScopedEnv socketPath("QV_IPC_SOCKET", dir.file("svc.sock"));
+        std::unique_ptr<qvtest::UnixServer> service;
         if (row.service) {
-            service = std::make_unique<FakeService>(row.service);
+            service = std::make_unique<qvtest::UnixServer>(dir.file("svc.sock"), row.service);
+            ASSERT_TRUE(service->listening());
         }
         void* reply = reinterpret_cast<void*>(0x1);
         int replyLength = 99;

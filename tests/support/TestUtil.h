@@ -1,5 +1,5 @@
 // Small helpers every test directory shares: waiting against a deadline, timing, counting
-// and splitting text, and Unix stream sockets by path.
+// and splitting text, and Unix stream sockets by path with a server on them.
 #pragma once
 
 #include <sys/socket.h>
@@ -75,5 +75,31 @@ inline bool connectUnix(int fd, const std::string& path) {
     const sockaddr_un address = unixAddress(path);
     return connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
 }
+
+// A Unix stream socket listening on `path` that serves one connection after the other
+// with `serve` on a thread of its own, closing each after it, until it is destroyed.
+class UnixServer {
+public:
+    UnixServer(const std::string& path, std::function<void(int)> serve)
+        : m_listener(listenUnix(path)), m_serve(std::move(serve)), m_thread([this] {
+              for (int connection; (connection = accept(m_listener, nullptr, nullptr)) >= 0;) {
+                  m_serve(connection);
+                  close(connection);
+              }
+          }) {}
+    ~UnixServer() {
+        shutdown(m_listener, SHUT_RDWR);  // accept fails from now on
+        m_thread.join();
+        close(m_listener);
+    }
+    UnixServer(const UnixServer&) = delete;
+    UnixServer& operator=(const UnixServer&) = delete;
+    bool listening() const { return m_listener >= 0; }
+
+private:
+    int m_listener;
+    std::function<void(int)> m_serve;
+    std::thread m_thread;
+};
 
 }  // namespace qvtest
