@@ -6,7 +6,6 @@
 
 #include <errno.h>
 #include <stdlib.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cstdio>

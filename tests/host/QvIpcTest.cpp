@@ -2,12 +2,10 @@
 // broken frames, and the frame layout on plain bytes.
 #include <gtest/gtest.h>
 #include <sys/socket.h>
-#include <sys/un.h>
 #include <unistd.h>
 
 #include <atomic>
 #include <chrono>
-#include <cstring>
 #include <functional>
 #include <memory>
 #include <string>

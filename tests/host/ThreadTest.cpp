@@ -8,7 +8,6 @@
 
 #include <atomic>
 #include <chrono>
-#include <memory>
 #include <thread>
 
 #include "TestUtil.h"

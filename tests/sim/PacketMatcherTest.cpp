@@ -4,7 +4,6 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
 
 #include "SimFakes.h"
 #include "ipfwsim/KernelLog.h"
