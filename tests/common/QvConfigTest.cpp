@@ -13,6 +13,7 @@
 #include "ConfigTestSupport.h"
 #include "QvConfig.h"
 #include "TempDir.h"
+#include "TestUtil.h"
 #include "VelaFwInternalMsgConvert.h"
 #include "VelaFwMsgConvert.h"
 
@@ -25,11 +26,7 @@ namespace {
 using Store = QvConfig<Mutex>;
 
 std::string plistDocument(const std::string& body) {
-    return "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
-           "<!DOCTYPE plist PUBLIC \"-//Apple//DTD PLIST 1.0//EN\" "
-           "\"http://www.apple.com/DTDs/PropertyList-1.0.dtd\">\n"
-           "<plist version=\"1.0\">\n" +
-           body + "\n</plist>\n";
+    return qvtest::plistDocument(body + "\n");
 }
 
 std::string optionsDocument(int setNum) {

@@ -91,12 +91,8 @@ TEST(UtilLogTest, DiagnosticsGoToTheLogDirectoryAtTheSetLevel) {
 }
 
 std::string XmlPlist(const std::string& debugLevelValue) {
-    return "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
-           "<!DOCTYPE plist PUBLIC \"-//Apple//DTD PLIST 1.0//EN\" "
-           "\"http://www.apple.com/DTDs/PropertyList-1.0.dtd\">\n"
-           "<plist version=\"1.0\">\n<dict>\n"
-           "\t<key>FwOptions</key>\n\t<dict/>\n" +
-           debugLevelValue + "</dict>\n</plist>\n";
+    return qvtest::plistDocument("<dict>\n\t<key>FwOptions</key>\n\t<dict/>\n" + debugLevelValue +
+                                 "</dict>\n");
 }
 
 std::string XmlWithLevel(const std::string& element) {

@@ -7,6 +7,8 @@
 #include <memory>
 #include <string>
 
+#include "TestUtil.h"
+
 namespace qvtest {
 
 struct CFReleaser {
@@ -72,14 +74,6 @@ inline CFHolder parse(const std::string& bytes,
         static_cast<CFIndex>(bytes.size()), kCFAllocatorNull));
     return CFHolder(CFPropertyListCreateWithData(
         kCFAllocatorDefault, static_cast<CFDataRef>(data.get()), options, format, nullptr));
-}
-
-inline std::string xmlDocument(const std::string& body) {
-    return "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
-           "<!DOCTYPE plist PUBLIC \"-//Apple//DTD PLIST 1.0//EN\" "
-           "\"http://www.apple.com/DTDs/PropertyList-1.0.dtd\">\n"
-           "<plist version=\"1.0\">\n" +
-           body + "</plist>\n";
 }
 
 }  // namespace qvtest

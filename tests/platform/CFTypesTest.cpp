@@ -140,8 +140,8 @@ TEST(CFDictionary, SetKeepsItsOwnValueAddKeepsSetReplacesRemoveAllEmpties) {
 // A mutable copy of an immutable document shares its values: changing the copy's keys
 // leaves the original as it was, and the two compare equal by content until then.
 TEST(CFDictionary, MutableCopyIsShallowAndEqualByContent) {
-    CFHolder frozen = parse(xmlDocument("<dict><key>rules</key><array><integer>3100</integer>"
-                                        "</array></dict>\n"),
+    CFHolder frozen = parse(plistDocument("<dict><key>rules</key><array><integer>3100</integer>"
+                                          "</array></dict>\n"),
                             kCFPropertyListImmutable);
     ASSERT_NE(frozen, nullptr);
     auto original = static_cast<CFDictionaryRef>(frozen.get());

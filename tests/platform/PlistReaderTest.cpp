@@ -65,10 +65,10 @@ TEST(PlistReader, ValuesReadAsCoreFoundationReadsThem) {
     };
     for (const auto& row : rows) {
         CFPropertyListFormat format = kCFPropertyListBinaryFormat_v1_0;
-        CFHolder value = parse(xmlDocument(row.body), kCFPropertyListMutableContainers, &format);
+        CFHolder value = parse(plistDocument(row.body), kCFPropertyListMutableContainers, &format);
         ASSERT_NE(value, nullptr) << row.body;
         EXPECT_EQ(format, kCFPropertyListXMLFormat_v1_0) << row.body;
-        EXPECT_EQ(toXml(value.get()), xmlDocument(std::string(row.written) + "\n")) << row.body;
+        EXPECT_EQ(toXml(value.get()), plistDocument(std::string(row.written) + "\n")) << row.body;
     }
 }
 
@@ -98,7 +98,7 @@ TEST(PlistReader, MalformedValuesFailTheDocument) {
           "<string>a&</string>", "<string>&nbsp;</string>", "<string>&#00000065;</string>",
           "<string>&#0;</string>", "<string>&#xD800;</string>", "<string>&#x110000;</string>",
           "<string>a<!-- c -->b</string>", "<string>a<![CDATA[b</string>"}) {
-        EXPECT_EQ(parse(xmlDocument(bad)), nullptr) << bad;
+        EXPECT_EQ(parse(plistDocument(bad)), nullptr) << bad;
     }
 }
 
@@ -112,12 +112,12 @@ TEST(PlistReader, MalformedValuesFailTheDocument) {
         _exit(2);
     }
     uselocale(german);
-    CFHolder half = parse(xmlDocument("<real>0.5</real>"));
+    CFHolder half = parse(plistDocument("<real>0.5</real>"));
     double value = 0;
     const bool read = half != nullptr && CFNumberGetValue(static_cast<CFNumberRef>(half.get()),
                                                           kCFNumberDoubleType, &value);
     std::fprintf(stderr, "read %g, wrote %s\n", value, read ? toXml(half.get()).c_str() : "");
-    _exit(read && value == 0.5 && toXml(half.get()) == xmlDocument("<real>0.5</real>\n") ? 0 : 3);
+    _exit(read && value == 0.5 && toXml(half.get()) == plistDocument("<real>0.5</real>\n") ? 0 : 3);
 }
 
 TEST(PlistReaderDeathTest, RealsIgnoreTheThreadLocale) {
@@ -140,7 +140,7 @@ std::string nestedArrays(size_t depth, const std::string& innermost = "") {
     for (size_t i = 0; i < depth; ++i) {
         text += "</array>";
     }
-    return xmlDocument(text);
+    return plistDocument(text);
 }
 
 TEST(PlistReader, NestingIsBoundedAt512LevelsAndValuesAt2To20) {
@@ -149,8 +149,8 @@ TEST(PlistReader, NestingIsBoundedAt512LevelsAndValuesAt2To20) {
     EXPECT_EQ(parse(nestedArrays(512, "<dict/>")), nullptr);
     EXPECT_EQ(parse(nestedArrays(100000)), nullptr);
     // Markup inside comments and CDATA does not count, nor do <plist> wrappers.
-    EXPECT_NE(parse(xmlDocument("<!-- <array><array> --><array><string><![CDATA[<array>]]>"
-                                "</string></array>")),
+    EXPECT_NE(parse(plistDocument("<!-- <array><array> --><array><string><![CDATA[<array>]]>"
+                                  "</string></array>")),
               nullptr);
     std::string wrappers;
     std::string closings;
@@ -165,17 +165,17 @@ TEST(PlistReader, NestingIsBoundedAt512LevelsAndValuesAt2To20) {
     for (size_t i = 0; i < (size_t{1} << 20) - 1; ++i) {
         many += "<true/>";
     }
-    EXPECT_NE(parse(xmlDocument("<array>" + many + "</array>")), nullptr);
-    EXPECT_EQ(parse(xmlDocument("<array>" + many + "<true/></array>")), nullptr);
+    EXPECT_NE(parse(plistDocument("<array>" + many + "</array>")), nullptr);
+    EXPECT_EQ(parse(plistDocument("<array>" + many + "<true/></array>")), nullptr);
 }
 
 TEST(PlistReader, MarkupAroundValuesIsSkipped) {
     const std::string canonical =
-        toXml(parse(xmlDocument("<dict><key>a</key><array><true/></array></dict>")).get());
+        toXml(parse(plistDocument("<dict><key>a</key><array><true/></array></dict>")).get());
     ASSERT_FALSE(canonical.empty());
     for (const std::string& document : std::vector<std::string>{
              "<dict><key>a</key><array><true/></array></dict>",
-             "\xEF\xBB\xBF" + xmlDocument("<dict><key>a</key><array><true/></array></dict>"),
+             "\xEF\xBB\xBF" + plistDocument("<dict><key>a</key><array><true/></array></dict>"),
              "\n\t<dict  ><key\n>a</key ><array><true></true></array\t></dict>",
              "<?xml version=\"1.0\"?><!-- c --><!DOCTYPE plist [ <!ENTITY x \"y\"> %p; "
              "<!-- ] --> <?i?> ]><plist><dict><key>a</key><array><true/></array></dict></plist>",
@@ -184,7 +184,7 @@ TEST(PlistReader, MarkupAroundValuesIsSkipped) {
              "<plist><plist><dict><key>a</key><array><plist><true/></plist></array></dict>"
              "</plist></plist>",
              "<dict><key>a</key><array><true/></array></dict> after the element: ignored <x",
-             xmlDocument("<dict><key>a</key><array><true/></array></dict>") + "trailing \x01",
+             plistDocument("<dict><key>a</key><array><true/></array></dict>") + "trailing \x01",
              "<dict a=\"<b\" c=\"\"><key>a</key><array><true/></array></dict>",
              "<dict><key>a</key><integer>1</integer><key>a</key><array><true/></array></dict>",
          }) {
@@ -193,7 +193,7 @@ TEST(PlistReader, MarkupAroundValuesIsSkipped) {
 }
 
 TEST(PlistReader, BrokenXmlFailsCleanly) {
-    const std::string good = xmlDocument("<dict><key>a</key><string>b</string></dict>");
+    const std::string good = plistDocument("<dict><key>a</key><string>b</string></dict>");
     ASSERT_NE(parse(good), nullptr);
     // Cut inside the root, before </plist>, and at no content at all.
     for (size_t cut : {size_t{0}, size_t{10}, good.size() / 2, good.size() - 12, good.size() - 9}) {
@@ -201,8 +201,8 @@ TEST(PlistReader, BrokenXmlFailsCleanly) {
     }
     for (const std::string& bad : std::vector<std::string>{
              std::string("not a property list at all"), std::string("\0\0\0\0", 4),
-             xmlDocument("<string>\xFF\xFE</string>"), xmlDocument("<key>\xC0\x80</key>"),
-             xmlDocument(std::string("<string>a\0b</string>", 20)),
+             plistDocument("<string>\xFF\xFE</string>"), plistDocument("<key>\xC0\x80</key>"),
+             plistDocument(std::string("<string>a\0b</string>", 20)),
              // Unclosed and mismatched elements; end tags with more than their name.
              "<plist><array><true/></array>", "<array><true/>", "<array></dict>",
              "<dict><key>a</key></key></dict>", "<array></array x>", "<array></array/>",
@@ -322,7 +322,7 @@ TEST(PlistReader, BinaryDocumentsReadOrAreRefused) {
         CFPropertyListFormat format = kCFPropertyListXMLFormat_v1_0;
         CFHolder value = parse(row.file, kCFPropertyListMutableContainers, &format);
         EXPECT_EQ(value == nullptr ? "" : toXml(value.get()),
-                  *row.written == '\0' ? "" : xmlDocument(std::string(row.written) + "\n"))
+                  *row.written == '\0' ? "" : plistDocument(std::string(row.written) + "\n"))
             << row.name;
         EXPECT_TRUE(value == nullptr || format == kCFPropertyListBinaryFormat_v1_0) << row.name;
     }

@@ -41,7 +41,7 @@ TEST(PlistWriter, ReferenceDocumentByteForByte) {
         put(dictionary, key, CFRetain(kCFBooleanTrue));
     }
 
-    EXPECT_EQ(toXml(root.get()), xmlDocument(R"(<dict>
+    EXPECT_EQ(toXml(root.get()), plistDocument(R"(<dict>
 	<key>Empty</key>
 	<dict/>
 	<key>list</key>
@@ -81,7 +81,7 @@ TEST(PlistWriter, DataLinesShrinkWithIndentationUpToEightTabs) {
     for (int level = 0; level < 10; ++level) {
         nested = "<array>\n" + nested + "</array>\n";
     }
-    CFHolder document = parse(xmlDocument(nested));
+    CFHolder document = parse(plistDocument(nested));
     ASSERT_NE(document, nullptr);
     const std::string xml = toXml(document.get());
     // The data element sits at level 10: lines indented 8 tabs and 76 - 64 = 12 long.
@@ -92,9 +92,9 @@ TEST(PlistWriter, DataLinesShrinkWithIndentationUpToEightTabs) {
     expected += std::string(10, '\t') + "</data>\n";
     EXPECT_NE(xml.find(expected), std::string::npos) << xml;
 
-    CFHolder shallow = parse(xmlDocument("<data>" + base64 + "</data>\n"));
-    EXPECT_EQ(toXml(shallow.get()), xmlDocument("<data>\n" + base64.substr(0, 76) + "\n" +
-                                                base64.substr(76) + "\n</data>\n"));
+    CFHolder shallow = parse(plistDocument("<data>" + base64 + "</data>\n"));
+    EXPECT_EQ(toXml(shallow.get()), plistDocument("<data>\n" + base64.substr(0, 76) + "\n" +
+                                                  base64.substr(76) + "\n</data>\n"));
 }
 
 // The store's validity check before writing: a dictionary that contains itself.
@@ -113,8 +113,8 @@ TEST(PlistWriter, InvalidDocumentsProduceNothing) {
 // written.
 TEST(PlistWriter, KeptTextIsExactAndPerDepthAndSharedValuesAreWrittenTwice) {
     const std::string inner = "<dict><key>b</key><array><dict/><integer>1</integer></array></dict>";
-    CFHolder frozen = parse(xmlDocument(inner), kCFPropertyListImmutable);
-    CFHolder fresh = parse(xmlDocument(inner));
+    CFHolder frozen = parse(plistDocument(inner), kCFPropertyListImmutable);
+    CFHolder fresh = parse(plistDocument(inner));
     ASSERT_NE(frozen, nullptr);
     for (int round = 0; round < 2; ++round) {
         EXPECT_EQ(toXml(frozen.get()), toXml(fresh.get())) << "writing " << round;
@@ -124,7 +124,7 @@ TEST(PlistWriter, KeptTextIsExactAndPerDepthAndSharedValuesAreWrittenTwice) {
     put((CFMutableDictionaryRef)outer.get(), "c", CFRetain(frozen.get()));
     EXPECT_TRUE(CFPropertyListIsValid(outer.get(), kCFPropertyListBinaryFormat_v1_0));
     CFHolder nested =
-        parse(xmlDocument("<dict><key>a</key>" + inner + "<key>c</key>" + inner + "</dict>"));
+        parse(plistDocument("<dict><key>a</key>" + inner + "<key>c</key>" + inner + "</dict>"));
     EXPECT_EQ(toXml(outer.get()), toXml(nested.get()));
 
     CFErrorRef error = nullptr;
@@ -145,8 +145,8 @@ TEST(PlistWriter, LargeDocumentsOfChangingSizeKeepTheirOwnBytes) {
         CFHolder dictionary(newDictionary());
         put((CFMutableDictionaryRef)dictionary.get(), "fill", str(text.c_str()));
         const std::string written = toXml(dictionary.get());
-        EXPECT_EQ(written, xmlDocument("<dict>\n\t<key>fill</key>\n\t<string>" + text +
-                                       "</string>\n</dict>\n"));
+        EXPECT_EQ(written, plistDocument("<dict>\n\t<key>fill</key>\n\t<string>" + text +
+                                         "</string>\n</dict>\n"));
     }
 }
 

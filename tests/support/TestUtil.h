@@ -1,5 +1,6 @@
 // Small helpers every test directory shares: waiting against a deadline, timing, counting
-// and splitting text, and Unix stream sockets by path with a server on them.
+// and splitting text, property-list documents, and Unix stream sockets by path with a
+// server on them.
 #pragma once
 
 #include <sys/socket.h>
@@ -49,6 +50,15 @@ inline std::vector<std::string> splitLines(const std::string& text) {
         lines.push_back(line);
     }
     return lines;
+}
+
+// An XML property list document around `body`, which ends with its own line end.
+inline std::string plistDocument(const std::string& body) {
+    return "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
+           "<!DOCTYPE plist PUBLIC \"-//Apple//DTD PLIST 1.0//EN\" "
+           "\"http://www.apple.com/DTDs/PropertyList-1.0.dtd\">\n"
+           "<plist version=\"1.0\">\n" +
+           body + "</plist>\n";
 }
 
 inline sockaddr_un unixAddress(const std::string& path) {
