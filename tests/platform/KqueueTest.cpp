@@ -1,6 +1,7 @@
 // The kqueue subset on real files: what the log watcher relies on. Following a rotated
 // file through a reopened descriptor is tested on the watcher itself (tests/e2e).
 #include "support/TempDir.h"
+#include "support/TestUtil.h"
 
 #include <gtest/gtest.h>
 #include <sys/event.h>
@@ -14,12 +15,9 @@
 #include <fstream>
 #include <future>
 #include <string>
-#include <thread>
 
 namespace qvtest {
 namespace {
-
-using Clock = std::chrono::steady_clock;
 
 // One EVFILT_USER change without an event list, as the watcher makes them: 0, or -1.
 int changeUser(int queue, uintptr_t ident, unsigned short flags, unsigned int fflags) {
@@ -148,11 +146,7 @@ TEST_F(FollowedFile, UserTriggerFromAnotherThreadWakesALongWait) {
         return kevent(queue_, nullptr, 0, events, 4, &timeout);
     });
     // Trigger only once the waiter is blocked, so that a wait in progress must be woken.
-    const auto deadline = Clock::now() + std::chrono::seconds(5);
-    while (Clock::now() < deadline && !(waiterId != 0 && threadSleeps(waiterId))) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    }
-    ASSERT_TRUE(waiterId != 0 && threadSleeps(waiterId));
+    ASSERT_TRUE(eventually([&] { return waiterId != 0 && threadSleeps(waiterId); }));
     ASSERT_EQ(changeUser(queue_, kIdent, 0, NOTE_TRIGGER), 0);
 
     ASSERT_EQ(waiter.wait_for(std::chrono::seconds(5)), std::future_status::ready)
