@@ -7,13 +7,13 @@
 #include <netinet/in.h>
 #include <poll.h>
 #include <sched.h>
-#include <stdio.h>
 #include <sys/ioctl.h>
 #include <sys/socket.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cstring>
+
+#include "CommandOutput.h"
 
 namespace nfttest {
 namespace {
@@ -65,16 +65,7 @@ bool EnterPrivateNetwork(std::string& whyNot) {
 
 CommandResult Shell(const std::string& commandLine) {
     CommandResult result;
-    FILE* pipe = popen((commandLine + " 2>&1").c_str(), "r");
-    if (pipe == nullptr) {
-        return result;
-    }
-    char buffer[4096];
-    for (size_t n; (n = fread(buffer, 1, sizeof(buffer), pipe)) > 0;) {
-        result.output.append(buffer, n);
-    }
-    const int status = pclose(pipe);
-    result.exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    result.output = qvtest::commandOutput(commandLine + " 2>&1", &result.exitCode);
     return result;
 }
 
