@@ -103,14 +103,8 @@ TEST(DaemonEventRecordTest, RecordsAreOneLineOfJsonWithTheirFieldsAndUtcMicrosec
         EXPECT_NE(unknown.find(part), std::string::npos) << part << "\n" << unknown;
     }
 
-    qvfwd::ChangeFacts change;
-    change.uid = 1000;
-    change.pid = 42;
-    change.program = "qv\"ctl";
-    change.command = "delete";
-    change.ruleNumber = 3100;
-    change.ruleText = "deny proto tcp\n";
-    change.code = 20701;
+    // uid, pid, program, command, rule number, rule text, code
+    const qvfwd::ChangeFacts change{1000, 42, "qv\"ctl", "delete", 3100, "deny proto tcp\n", 20701};
     EXPECT_EQ(
         qvfwd::ChangeRecord(0, change),
         R"({"type":"change","time":"1970-01-01T00:00:00.000000Z","uid":1000,"pid":42,)"
