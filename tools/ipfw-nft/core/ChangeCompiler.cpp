@@ -148,24 +148,22 @@ public:
         if (was.empty() != is.empty()) {
             (was.empty() ? out.came : out.went).push_back(block);
         }
-        // Runs are compared by their rules' identities; only those that changed compile. A
-        // rule the same before and after is parsed once, and one whose stored words show it
-        // is no key only when its line is compiled.
-        const std::vector<std::string> wasIdentities = was.identities();
-        const std::vector<std::string> isIdentities = is.identities();
         // Rules only added after the block's last leave the pieces of the others as they were:
-        // the state before is not even decoded then. The same holds for rules only deleted
-        // from the block's end, seen from the other side.
-        const bool appended =
-            !was.empty() && was.size() < is.size() &&
-            std::equal(wasIdentities.begin(), wasIdentities.end(), isIdentities.begin());
-        const bool cut =
-            !is.empty() && is.size() < was.size() &&
-            std::equal(isIdentities.begin(), isIdentities.end(), wasIdentities.begin()) &&
-            was.numberAt(is.size() - 1) != was.numberAt(is.size());
+        // the state before is not even decoded then, and only the added rules' identities
+        // are needed. The same holds for rules only deleted from the block's end, seen from
+        // the other side.
+        const bool appended = !was.empty() && was.size() < is.size() && was.leads(is);
+        const bool cut = !is.empty() && is.size() < was.size() && is.leads(was) &&
+                         was.numberAt(is.size() - 1) != was.numberAt(is.size());
         if (cut) {
-            return cutScript(block, was, wasIdentities, is.size(), out);
+            return cutScript(block, was, was.identities(is.size()), is.size(), out);
         }
+        // Otherwise runs are compared by their rules' identities; only those that changed
+        // compile. A rule the same before and after is parsed once, and one whose stored
+        // words show it is no key only when its line is compiled.
+        const std::vector<std::string> wasIdentities =
+            appended ? std::vector<std::string>() : was.identities();
+        const std::vector<std::string> isIdentities = is.identities(appended ? was.size() : 0);
         BlockRules before(was);
         BlockRules after(is);
         Status status = after.decode();

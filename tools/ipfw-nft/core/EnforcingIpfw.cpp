@@ -58,8 +58,26 @@ int EnforcingIpfw::simulate(const std::vector<std::string>& arguments) {
     return ipfwsim::Simulator(env_, store_, console_).run(arguments);
 }
 
+EnforcingIpfw::ReadCommand EnforcingIpfw::read(const std::vector<std::string>& arguments) const {
+    ReadCommand command;
+    ipfwsim::CommandLine line;
+    if (!ipfwsim::CommandLine::parse(arguments, line).ok()) {
+        return command;
+    }
+    command.words = std::move(line.words);
+    if (verbIs(command.words, 0, "add")) {
+        ipfwsim::Diagnostics ignored;
+        const std::vector<std::string> body(command.words.begin() + 1, command.words.end());
+        command.ruleRead = ipfwsim::RuleParser(env_.names(), ignored)
+                               .parse(body, command.rule, command.number)
+                               .ok();
+    }
+    return command;
+}
+
 int EnforcingIpfw::run(const std::vector<std::string>& arguments) {
-    Status status = refuseUnenforceable(arguments);
+    const ReadCommand command = read(arguments);
+    Status status = refuseUnenforceable(command);
     if (!status.ok()) {
         console_.err("ipfw: " + status.message + "\n");
         return status.code;
@@ -86,7 +104,7 @@ int EnforcingIpfw::run(const std::vector<std::string>& arguments) {
         }
         return result;
     }
-    status = keepKernelInStep(arguments, recording, generation);
+    status = keepKernelInStep(command, recording, generation);
     if (!status.ok()) {
         console_.err("ipfw: " + status.message + "\n");
         // The kernel kept its table; the state goes back to what that table says.
@@ -111,35 +129,18 @@ int EnforcingIpfw::run(const std::vector<std::string>& arguments) {
 }
 
 // Only what the simulator would accept is checked here; its own refusals keep their words.
-Status EnforcingIpfw::refuseUnenforceable(const std::vector<std::string>& arguments) const {
-    ipfwsim::CommandLine line;
-    if (!ipfwsim::CommandLine::parse(arguments, line).ok() || !verbIs(line.words, 0, "add")) {
-        return Status::success();
-    }
-    ipfwsim::Diagnostics ignored;
-    ipfwsim::Rule rule;
-    uint64_t number = 0;
-    const std::vector<std::string> body(line.words.begin() + 1, line.words.end());
-    if (!ipfwsim::RuleParser(env_.names(), ignored).parse(body, rule, number).ok()) {
-        return Status::success();
-    }
-    return checkEnforceable(rule);
+Status EnforcingIpfw::refuseUnenforceable(const ReadCommand& command) const {
+    return command.ruleRead ? checkEnforceable(command.rule) : Status::success();
 }
 
-RuleChange EnforcingIpfw::describeChange(const std::vector<std::string>& arguments,
+RuleChange EnforcingIpfw::describeChange(const ReadCommand& command,
                                          const ipfwsim::StateFile& after) const {
     RuleChange change;
-    ipfwsim::CommandLine line;
-    (void)ipfwsim::CommandLine::parse(arguments, line);
-    const std::vector<std::string>& words = line.words;
+    const std::vector<std::string>& words = command.words;
     if (verbIs(words, 0, "add")) {
-        ipfwsim::Diagnostics ignored;
-        ipfwsim::Rule rule;
-        uint64_t number = 0;
-        const std::vector<std::string> body(words.begin() + 1, words.end());
-        (void)ipfwsim::RuleParser(env_.names(), ignored).parse(body, rule, number);
         // An unnumbered rule went in after the last one.
-        const uint32_t added = number != 0 ? static_cast<uint32_t>(number) : after.lastNumber();
+        const uint32_t added =
+            command.number != 0 ? static_cast<uint32_t>(command.number) : after.lastNumber();
         change.numbers.emplace_back(added, added);
     } else if (verbIs(words, 0, "delete") && !verbIs(words, 1, "set")) {
         for (const std::string& word : ipfwsim::deleteOperands({words.begin() + 1, words.end()})) {
@@ -156,8 +157,8 @@ RuleChange EnforcingIpfw::describeChange(const std::vector<std::string>& argumen
     return change;
 }
 
-Status EnforcingIpfw::keepKernelInStep(const std::vector<std::string>& arguments,
-                                       UndoableStore& recording, uint32_t generation) {
+Status EnforcingIpfw::keepKernelInStep(const ReadCommand& command, UndoableStore& recording,
+                                       uint32_t generation) {
     const uint32_t next = nextGeneration(generation);
     if (generation == 0 || generation == kPendingGeneration) {
         const Status status = rebuild(generation == kPendingGeneration, next);
@@ -191,7 +192,7 @@ Status EnforcingIpfw::keepKernelInStep(const std::vector<std::string>& arguments
     std::string script;
     bool whole = false;
     if (status.ok()) {
-        status = compileChange(was, is, describeChange(arguments, is), table_, script, whole);
+        status = compileChange(was, is, describeChange(command, is), table_, script, whole);
     }
     if (status.ok() && whole) {
         status = rebuild(false, next);

@@ -97,13 +97,26 @@ uint32_t ruleLineSet(std::string_view line) {
 
 }  // namespace
 
-std::vector<std::string> RuleStretch::identities() const {
-    std::vector<std::string> found;
-    found.reserve(lines_.size());
-    for (std::string_view line : lines_) {
-        found.push_back(ruleIdentity(line));
+std::vector<std::string> RuleStretch::identities(size_t from) const {
+    std::vector<std::string> found(lines_.size());
+    for (size_t i = from; i < lines_.size(); ++i) {
+        found[i] = ruleIdentity(lines_[i]);
     }
     return found;
+}
+
+// Lines the same to the byte need no identities; counters may differ, the rest may not.
+bool RuleStretch::leads(const RuleStretch& other) const {
+    if (lines_.size() > other.lines_.size()) {
+        return false;
+    }
+    for (size_t i = 0; i < lines_.size(); ++i) {
+        if (lines_[i] != other.lines_[i] &&
+            ruleIdentity(lines_[i]) != ruleIdentity(other.lines_[i])) {
+            return false;
+        }
+    }
+    return true;
 }
 
 RuleStretch::RuleStretch(const ipfwsim::StateFile& file, uint32_t low, uint32_t high)

@@ -78,30 +78,51 @@ bool SystemNameService::serviceByName(const std::string& name, const std::string
     if (name.empty()) {
         return false;
     }
-    const servent* entry =
-        getservbyname(name.c_str(), protocol.empty() ? nullptr : protocol.c_str());
-    if (entry == nullptr) {
+    auto cached = servicePorts_.find({name, protocol});
+    if (cached == servicePorts_.end()) {
+        cached =
+            servicePorts_.emplace(std::make_pair(name, protocol), lookupServicePort(name, protocol))
+                .first;
+    }
+    if (cached->second < 0) {
         return false;
     }
-    port = ntohs(static_cast<uint16_t>(entry->s_port));
+    port = static_cast<uint16_t>(cached->second);
     return true;
+}
+
+int SystemNameService::lookupServicePort(const std::string& name,
+                                         const std::string& protocol) const {
+    const servent* entry =
+        getservbyname(name.c_str(), protocol.empty() ? nullptr : protocol.c_str());
+    return entry == nullptr ? -1 : ntohs(static_cast<uint16_t>(entry->s_port));
 }
 
 bool SystemNameService::protocolByName(const std::string& name, uint8_t& number) const {
     if (name.empty()) {
         return false;
     }
+    auto cached = protocolNumbers_.find(name);
+    if (cached == protocolNumbers_.end()) {
+        cached = protocolNumbers_.emplace(name, lookupProtocolNumber(name)).first;
+    }
+    if (cached->second < 0) {
+        return false;
+    }
+    number = static_cast<uint8_t>(cached->second);
+    return true;
+}
+
+int SystemNameService::lookupProtocolNumber(const std::string& name) const {
     if (const protoent* entry = getprotobyname(name.c_str())) {
-        number = static_cast<uint8_t>(entry->p_proto);
-        return true;
+        return static_cast<uint8_t>(entry->p_proto);
     }
     for (const KnownProtocol& known : kKnownProtocols) {
         if (name == known.name) {
-            number = known.number;
-            return true;
+            return known.number;
         }
     }
-    return false;
+    return -1;
 }
 
 std::string SystemNameService::protocolName(uint8_t number) const {

@@ -2,6 +2,7 @@
 
 #include <map>
 #include <string>
+#include <utility>
 
 #include "ipfwsim/NameService.h"
 
@@ -22,12 +23,17 @@ public:
 
 private:
     std::string lookupProtocolName(uint8_t number) const;
+    int lookupProtocolNumber(const std::string& name) const;
+    int lookupServicePort(const std::string& name, const std::string& protocol) const;
 
     bool useHosts_;
     std::map<std::string, uint32_t> hosts_;
-    // Listings ask for the same few names thousands of times; each system lookup
-    // rereads the protocols file.
+    // Listings ask for the same few names thousands of times, and reading one rule asks
+    // for some more than once; each system lookup rereads the protocols or services file.
+    // Names that are not there are kept too, as -1.
     mutable std::map<uint8_t, std::string> protocolNames_;
+    mutable std::map<std::string, int> protocolNumbers_;
+    mutable std::map<std::pair<std::string, std::string>, int> servicePorts_;
 };
 
 }  // namespace ipfwsim

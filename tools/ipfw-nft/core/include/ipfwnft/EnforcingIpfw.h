@@ -8,6 +8,7 @@
 #include "ipfwnft/UndoableStore.h"
 #include "ipfwsim/Console.h"
 #include "ipfwsim/Environment.h"
+#include "ipfwsim/Rule.h"
 #include "ipfwsim/StateStore.h"
 
 namespace ipfwnft {
@@ -49,12 +50,22 @@ public:
     static constexpr uint32_t kPendingGeneration = 0xffffffff;
 
 private:
+    // The command's words and, for an add, the rule it names, read once: refusing what
+    // nftables cannot enforce and describing the change both need the rule, and reading
+    // it looks names up in the system's databases.
+    struct ReadCommand {
+        std::vector<std::string> words;
+        bool ruleRead = false;
+        ipfwsim::Rule rule;
+        uint64_t number = 0;
+    };
+    ReadCommand read(const std::vector<std::string>& arguments) const;
+
     int simulate(const std::vector<std::string>& arguments);
-    ipfwsim::Status refuseUnenforceable(const std::vector<std::string>& arguments) const;
-    RuleChange describeChange(const std::vector<std::string>& arguments,
-                              const ipfwsim::StateFile& after) const;
-    ipfwsim::Status keepKernelInStep(const std::vector<std::string>& arguments,
-                                     UndoableStore& recording, uint32_t generation);
+    ipfwsim::Status refuseUnenforceable(const ReadCommand& command) const;
+    RuleChange describeChange(const ReadCommand& command, const ipfwsim::StateFile& after) const;
+    ipfwsim::Status keepKernelInStep(const ReadCommand& command, UndoableStore& recording,
+                                     uint32_t generation);
     // The tables whole, carrying `generation`; `rules` (when given) the number of rules.
     ipfwsim::Status rebuild(bool drifted, uint32_t generation, size_t* rules = nullptr);
     ipfwsim::Status readGeneration(uint32_t& generation);

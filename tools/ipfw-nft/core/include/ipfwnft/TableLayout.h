@@ -101,8 +101,11 @@ public:
     bool looksUpState() const;
     uint32_t numberAt(size_t index) const { return numbers_[index]; }
     // Each rule as its stored line names it, without the counters traffic changes: equal
-    // for the same rule before and after a change.
-    std::vector<std::string> identities() const;
+    // for the same rule before and after a change. Those before the `from`th are left
+    // empty, for a caller that needs only the last ones.
+    std::vector<std::string> identities(size_t from = 0) const;
+    // Whether this stretch's rules are the first ones of `other`, as identities go.
+    bool leads(const RuleStretch& other) const;
     // The rules, decoded into `storage`, with their places among the rules sharing their
     // number; where `known` has the `i`th rule parsed already, that one stands for it.
     // With `unparsed`, a rule whose stored words show it is no key (surelyNoKey) is left
