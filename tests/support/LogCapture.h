@@ -2,12 +2,12 @@
 // the object, so a test can assert on the exact messages and levels written.
 #pragma once
 
-#include <sstream>
 #include <string>
 
 #include "QvDebugLog.h"
 #include "QvLog.h"
 #include "TempDir.h"
+#include "TestUtil.h"
 
 namespace qvtest {
 
@@ -29,15 +29,7 @@ public:
 
     // True when some line was written at `level` and ends with `message`.
     bool has(int level, const std::string& message) const {
-        const std::string tag = "<" + std::to_string(level) + ">";
-        std::istringstream in(text());
-        for (std::string line; std::getline(in, line);) {
-            if (line.find(tag) != std::string::npos && line.size() >= message.size() &&
-                line.compare(line.size() - message.size(), message.size(), message) == 0) {
-                return true;
-            }
-        }
-        return false;
+        return hasLogLine(text(), level, message, true);
     }
 
 private:

@@ -87,13 +87,7 @@ protected:
     std::string debugLog() const { return readFile(m_dir.file("logs/QvFw.log")); }
     // True when the debug log has a line of `level` that holds `text`.
     bool logged(int level, const std::string& text) const {
-        const std::string tag = "<" + std::to_string(level) + ">";
-        for (const std::string& line : splitLines(debugLog())) {
-            if (line.find(tag) != std::string::npos && line.find(text) != std::string::npos) {
-                return true;
-            }
-        }
-        return false;
+        return hasLogLine(debugLog(), level, text);
     }
 
     std::string optionsXml() const {

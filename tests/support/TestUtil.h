@@ -52,6 +52,20 @@ inline std::vector<std::string> splitLines(const std::string& text) {
     return lines;
 }
 
+// True when `log` has a line of `level` ("<N>") that holds `text`, or ends with it.
+inline bool hasLogLine(const std::string& log, int level, const std::string& text,
+                       bool atEnd = false) {
+    const std::string tag = "<" + std::to_string(level) + ">";
+    for (const std::string& line : splitLines(log)) {
+        const size_t at = line.rfind(text);
+        if (line.find(tag) != std::string::npos && at != std::string::npos &&
+            (!atEnd || at + text.size() == line.size())) {
+            return true;
+        }
+    }
+    return false;
+}
+
 // An XML property list document around `body`, which ends with its own line end.
 inline std::string plistDocument(const std::string& body) {
     return "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
