@@ -70,6 +70,13 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
+// A header announcing `length` bytes after `head`.
+std::string Header(uint32_t head, uint32_t length) {
+    uint8_t header[ipc::kHeaderBytes];
+    ipc::EncodeHeader({head, length}, header, UINT32_MAX);
+    return std::string(reinterpret_cast<char*>(header), sizeof header);
+}
+
 class SocketPair {
 public:
     SocketPair() {
@@ -90,9 +97,7 @@ public:
     }
     // A header announcing `length` bytes after `head`, then `bytes`.
     void Send(uint32_t head, uint32_t length, const std::string& bytes) {
-        uint8_t header[ipc::kHeaderBytes];
-        ipc::EncodeHeader({head, length}, header, UINT32_MAX);
-        SendRaw(std::string(reinterpret_cast<char*>(header), sizeof header) + bytes);
+        SendRaw(Header(head, length) + bytes);
     }
     void SendRaw(const std::string& bytes) {
         size_t done = 0;
@@ -133,12 +138,8 @@ TEST(HostFrameChannelTest, FramesArrivingInUnevenPiecesAreReadWholeAndInOrder) {
     }
     const std::string small = "after the large one";
     std::thread writer([&] {
-        uint8_t header[ipc::kHeaderBytes];
-        ipc::EncodeHeader({1, static_cast<uint32_t>(large.size())}, header);
-        std::string bytes(reinterpret_cast<char*>(header), sizeof header);
-        bytes += large;
-        ipc::EncodeHeader({2, static_cast<uint32_t>(small.size())}, header);
-        bytes += std::string(reinterpret_cast<char*>(header), sizeof header) + small;
+        const std::string bytes = Header(1, static_cast<uint32_t>(large.size())) + large +
+                                  Header(2, static_cast<uint32_t>(small.size())) + small;
         // Pieces of odd sizes, split inside headers too, with short pauses between some.
         size_t done = 0;
         for (size_t piece = 3; done < bytes.size(); piece = piece * 7 % 300007 + 1) {
@@ -168,9 +169,7 @@ TEST(HostFrameChannelTest, AFrameThatStopsHalfWayIsDroppedAfterTheStallTimeWhere
         const char* where;
         std::string bytes;  // after which nothing more comes
     };
-    uint8_t header[ipc::kHeaderBytes];
-    ipc::EncodeHeader({9, 100}, header);
-    const std::string whole(reinterpret_cast<char*>(header), sizeof header);
+    const std::string whole = Header(9, 100);
     const Case cases[] = {
         {"inside the header", whole.substr(0, 3)},
         {"after the header", whole},
