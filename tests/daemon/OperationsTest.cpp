@@ -398,19 +398,18 @@ protected:
 
     int32_t AddFor(const qor::vela::FwRule& rule, int64_t seconds) {
         std::lock_guard<std::mutex> gate(timed.gate());
-        std::string response;
-        std::string log;
         return timed.AddExpiring(QV_CMD_ADD_RULE, seconds, rule.SerializeAsString(), &response,
-                                 &log);
+                                 &logLine);
     }
 
     int32_t Apply(const std::vector<uint32_t>& ports, int64_t confirmSeconds) {
         std::lock_guard<std::mutex> gate(timed.gate());
-        std::string response;
-        std::string log;
-        return timed.Apply("normal", confirmSeconds, ListOf(ports), &response, &log);
+        return timed.Apply("normal", confirmSeconds, ListOf(ports), &response, &logLine);
     }
 
+    // The answer and log line of the last change, which the tests do not read.
+    std::string response;
+    std::string logLine;
     qvtest::TempDir dir;
     FakePlugin plugin;
     FakeClock clock;
