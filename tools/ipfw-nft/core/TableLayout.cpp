@@ -119,10 +119,13 @@ bool RuleStretch::leads(const RuleStretch& other) const {
     return true;
 }
 
-RuleStretch::RuleStretch(const ipfwsim::StateFile& file, uint32_t low, uint32_t high)
-    : lines_(file.linesInRange(low, high)) {
-    for (std::string_view line : lines_) {
-        const long number = ipfwsim::ruleLineNumber(line);
+RuleStretch::RuleStretch(const ipfwsim::StateFile& file, uint32_t low, uint32_t high) {
+    const std::vector<std::pair<long, std::string_view>> numbered =
+        file.numberedLinesInRange(low, high);
+    lines_.reserve(numbered.size());
+    numbers_.reserve(numbered.size());
+    for (const auto& [number, line] : numbered) {
+        lines_.push_back(line);
         numbers_.push_back(static_cast<uint32_t>(number < 0 ? 0 : number));
     }
 }

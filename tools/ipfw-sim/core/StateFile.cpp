@@ -293,7 +293,8 @@ bool StateFile::visitLinesInRange(uint32_t low, uint32_t high, Visit visit) cons
     return true;
 }
 
-std::vector<std::string_view> StateFile::linesInRange(uint32_t low, uint32_t high) const {
+std::vector<std::pair<long, std::string_view>> StateFile::numberedLinesInRange(
+    uint32_t low, uint32_t high) const {
     std::vector<std::pair<long, std::string_view>> found;
     visitLinesInRange(low, high, [&found](long number, std::string_view line) {
         found.emplace_back(number, line);
@@ -305,8 +306,12 @@ std::vector<std::string_view> StateFile::linesInRange(uint32_t low, uint32_t hig
     if (!std::is_sorted(found.begin(), found.end(), byNumber)) {
         std::stable_sort(found.begin(), found.end(), byNumber);
     }
+    return found;
+}
+
+std::vector<std::string_view> StateFile::linesInRange(uint32_t low, uint32_t high) const {
     std::vector<std::string_view> lines;
-    for (const auto& entry : found) {
+    for (const auto& entry : numberedLinesInRange(low, high)) {
         lines.push_back(entry.second);
     }
     return lines;

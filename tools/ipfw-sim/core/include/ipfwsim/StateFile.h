@@ -5,6 +5,7 @@
 #include <memory>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "ipfwsim/Rule.h"
@@ -83,6 +84,9 @@ public:
     Status readHeader(StateHeader& header, bool withDynamic) const;
     // Rule lines numbered within [low, high] in listing order.
     std::vector<std::string_view> linesInRange(uint32_t low, uint32_t high) const;
+    // The same, each with its number.
+    std::vector<std::pair<long, std::string_view>> numberedLinesInRange(uint32_t low,
+                                                                        uint32_t high) const;
     // Whether any rule is numbered within [low, high]; stops at the first.
     bool holdsRulesIn(uint32_t low, uint32_t high) const;
     // Where `line`, a view into this file, starts.
