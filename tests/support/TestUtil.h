@@ -1,4 +1,5 @@
-// Small helpers every test directory shares: waiting against a deadline, timing, counting
+// Small helpers every test directory shares: waiting against a deadline, timing, CPU use,
+// counting
 // and splitting text, property-list documents, and Unix stream sockets by path with a
 // server on them.
 #pragma once
@@ -9,7 +10,9 @@
 
 #include <chrono>
 #include <cstdio>
+#include <fstream>
 #include <functional>
+#include <iterator>
 #include <sstream>
 #include <string>
 #include <thread>
@@ -32,6 +35,26 @@ inline bool eventually(const std::function<bool()>& condition,
 
 inline double secondsSince(std::chrono::steady_clock::time_point start) {
     return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+}
+
+// The CPU time process `pid` uses in the next `seconds`, in seconds (from /proc/PID/stat).
+inline double cpuSecondsOver(pid_t pid, double seconds) {
+    const auto ticks = [pid] {
+        std::ifstream in("/proc/" + std::to_string(pid) + "/stat");
+        const std::string stat((std::istreambuf_iterator<char>(in)), {});
+        std::istringstream fields(stat.substr(stat.rfind(')') + 2));  // from field 3 on
+        std::string skipped;
+        for (int field = 3; field < 14; ++field) {
+            fields >> skipped;
+        }
+        long user = 0;
+        long system = 0;
+        fields >> user >> system;
+        return user + system;
+    };
+    const long before = ticks();
+    std::this_thread::sleep_for(std::chrono::duration<double>(seconds));
+    return static_cast<double>(ticks() - before) / static_cast<double>(sysconf(_SC_CLK_TCK));
 }
 
 // How often `part` occurs in `text`, overlaps included.
