@@ -99,14 +99,7 @@ public:
     void Send(uint32_t head, uint32_t length, const std::string& bytes) {
         SendRaw(Header(head, length) + bytes);
     }
-    void SendRaw(const std::string& bytes) {
-        size_t done = 0;
-        while (done < bytes.size()) {
-            ssize_t sent = send(writer, bytes.data() + done, bytes.size() - done, MSG_NOSIGNAL);
-            ASSERT_GT(sent, 0);
-            done += static_cast<size_t>(sent);
-        }
-    }
+    void SendRaw(const std::string& bytes) { ASSERT_TRUE(qvtest::sendAll(writer, bytes)); }
 
     int reader = -1;
     int writer = -1;

@@ -33,17 +33,6 @@ Bytes Le32(uint32_t value) {
     return Bytes(reinterpret_cast<const char*>(&value), 4);
 }
 
-void WriteAll(int fd, const Bytes& data) {
-    size_t done = 0;
-    while (done < data.size()) {
-        ssize_t put = send(fd, data.data() + done, data.size() - done, MSG_NOSIGNAL);
-        if (put <= 0) {
-            return;
-        }
-        done += static_cast<size_t>(put);
-    }
-}
-
 // The service answers each request with the command as code and the payload as reply:
 // bytes and codes, negative ones and empty replies included, pass both ways unchanged,
 // and eight threads calling at once each get their own reply.
@@ -53,8 +42,9 @@ TEST(IpcCallTest, RoundTripsCommandPayloadCodeAndReply) {
     qvtest::UnixServer service(dir.file("svc.sock"), [](int fd) {
         qvtest::ServiceCall request;
         if (qvtest::HostService::readCall(fd, &request)) {
-            WriteAll(fd, Le32(request.command) +
-                             Le32(static_cast<uint32_t>(request.payload.size())) + request.payload);
+            qvtest::sendAll(fd, Le32(request.command) +
+                                    Le32(static_cast<uint32_t>(request.payload.size())) +
+                                    request.payload);
         }
     });
     const Bytes request("event\0bytes", 11);
@@ -108,7 +98,7 @@ std::function<void(int)> Answer(const Bytes& answer) {
     return [answer](int fd) {
         qvtest::ServiceCall request;
         if (qvtest::HostService::readCall(fd, &request)) {
-            WriteAll(fd, answer);
+            qvtest::sendAll(fd, answer);
         }
     };
 }

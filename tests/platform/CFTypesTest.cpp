@@ -48,16 +48,11 @@ std::pair<double, bool> readAs(CFNumberRef number, CFNumberType type) {
     int32_t narrow = 0;
     int64_t wide = 0;
     double real = 0;
-    if (type == kCFNumberSInt32Type) {
-        const bool exact = CFNumberGetValue(number, type, &narrow);
-        return {narrow, exact};
-    }
-    if (type == kCFNumberSInt64Type) {
-        const bool exact = CFNumberGetValue(number, type, &wide);
-        return {static_cast<double>(wide), exact};
-    }
-    const bool exact = CFNumberGetValue(number, type, &real);
-    return {real, exact};
+    void* value = type == kCFNumberSInt32Type   ? static_cast<void*>(&narrow)
+                  : type == kCFNumberSInt64Type ? static_cast<void*>(&wide)
+                                                : static_cast<void*>(&real);
+    const bool exact = CFNumberGetValue(number, type, value);
+    return {value == &narrow ? narrow : value == &wide ? static_cast<double>(wide) : real, exact};
 }
 
 TEST(CFNumber, ConversionsTruncateAndReportLoss) {

@@ -105,6 +105,18 @@ inline sockaddr_un unixAddress(const std::string& path) {
     return address;
 }
 
+// Sends all of `bytes` on socket `fd`; false when it cannot.
+inline bool sendAll(int fd, const std::string& bytes) {
+    for (size_t done = 0; done < bytes.size();) {
+        const ssize_t sent = send(fd, bytes.data() + done, bytes.size() - done, MSG_NOSIGNAL);
+        if (sent <= 0) {
+            return false;
+        }
+        done += static_cast<size_t>(sent);
+    }
+    return true;
+}
+
 // A Unix stream socket listening on `path`, or -1.
 inline int listenUnix(const std::string& path, int backlog = 16) {
     const int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
