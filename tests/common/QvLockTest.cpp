@@ -38,9 +38,7 @@ TEST(QvLockTest, MutexGuardSerialisesIncrements) {
             }
         });
     }
-    for (std::thread& thread : threads) {
-        thread.join();
-    }
+    qvtest::joinAll(threads);
     EXPECT_EQ(8 * 20000, counter);
     // Released at the end of every scope.
     EXPECT_EQ(0, pthread_mutex_trylock(mutex.native()));
@@ -63,9 +61,7 @@ TEST(QvLockTest, ReadersShareAndWritersExclude) {
     EXPECT_TRUE(qvtest::eventually([&] { return readersInside.load() == 2; }));
     EXPECT_NE(0, pthread_rwlock_trywrlock(lock.native()));
     release = true;
-    for (std::thread& reader : readers) {
-        reader.join();
-    }
+    qvtest::joinAll(readers);
     {
         Guard<RwMutex> writer(lock, kExclusive);
         EXPECT_NE(0, pthread_rwlock_tryrdlock(lock.native()));

@@ -19,6 +19,7 @@
 #include "RecordingEventSink.h"
 #include "ScopedEnv.h"
 #include "TempDir.h"
+#include "TestUtil.h"
 
 using namespace qor::vela;
 
@@ -132,9 +133,7 @@ protected:
                 }
             });
         }
-        for (std::thread& thread : threads) {
-            thread.join();
-        }
+        qvtest::joinAll(threads);
     }
 
     static constexpr size_t kExceptionRoom = 90;  // numbers 2100 to 2990

@@ -87,9 +87,7 @@ TEST(IpcCallTest, RoundTripsCommandPayloadCodeAndReply) {
             }
         });
     }
-    for (auto& thread : threads) {
-        thread.join();
-    }
+    qvtest::joinAll(threads);
     EXPECT_EQ(good, kThreads * 20);
 }
 

@@ -215,9 +215,7 @@ TEST(LogConcurrencyTest, ProcessesAndThreadsOnOneFileWriteWholeLines) {
     for (int t = 0; t < kThreads; ++t) {
         threads.emplace_back(writeLines, context, t);
     }
-    for (auto& thread : threads) {
-        thread.join();
-    }
+    qvtest::joinAll(threads);
     QvrnReleaseDbgLog(context);
     for (pid_t child : children) {
         int status = 0;

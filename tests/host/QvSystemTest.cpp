@@ -77,9 +77,7 @@ TEST(QvSystemTest, EightThreadsCaptureOutputAndLearnWhetherTheShellRan) {
             }
         });
     }
-    for (auto& thread : threads) {
-        thread.join();
-    }
+    qvtest::joinAll(threads);
     EXPECT_TRUE(QvSystem("false", nullptr, 0, 5));
     EXPECT_FALSE(QvSystem("kill -KILL $$", nullptr, 0, 5));
     // Without a buffer the output is discarded.

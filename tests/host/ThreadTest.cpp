@@ -60,9 +60,7 @@ TEST(ThreadTest, RunsAtConstructionAndStopOrDestructorWaitsForTheResult) {
         });
     }
     std::thread releaser = ReleaseLater(gate);
-    for (auto& stopper : stoppers) {
-        stopper.join();
-    }
+    qvtest::joinAll(stoppers);
     releaser.join();
     EXPECT_EQ(finishedSeen, 2) << "stop returned before the function did";
     EXPECT_EQ(results[0], &gate.result);

@@ -15,6 +15,7 @@
 
 #include "CommandOutput.h"
 #include "TempDir.h"
+#include "TestUtil.h"
 #include "ipfwsim/FirewallState.h"
 
 namespace {
@@ -193,9 +194,7 @@ TEST_F(IpfwBinary, ConcurrentWritersNeverLoseOrDuplicateARule) {
             failures[kWriters] += whole ? 0 : 1;
         }
     });
-    for (std::thread& thread : threads) {
-        thread.join();
-    }
+    qvtest::joinAll(threads);
     EXPECT_EQ(std::count(failures.begin(), failures.end(), 0), kWriters + 1);
 
     ipfwsim::FirewallState state;

@@ -33,6 +33,14 @@ inline bool eventually(const std::function<bool()>& condition,
     return true;
 }
 
+// Joins every thread of `threads` (a container or an array).
+template <typename Threads>
+void joinAll(Threads& threads) {
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+}
+
 inline double secondsSince(std::chrono::steady_clock::time_point start) {
     return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
 }
