@@ -20,6 +20,7 @@
 #include "DaemonSandbox.h"
 #include "NetnsWorld.h"
 #include "TempDir.h"
+#include "TestUtil.h"
 
 namespace nfttest {
 
@@ -77,7 +78,7 @@ public:
     // kernel took (the rule drops them at the output hook: EPERM, but logged).
     int SendBurst(int count) const {
         const int fd = socket(AF_INET, SOCK_DGRAM, 0);
-        const sockaddr_in to = loopback(kPort);
+        const sockaddr_in to = Loopback(kPort);
         int sent = 0;
         for (int i = 0; i < count; ++i) {
             const ssize_t n =
@@ -95,8 +96,8 @@ public:
         const auto deadline =
             std::chrono::steady_clock::now() + std::chrono::duration<double>(seconds);
         const int fd = socket(AF_INET, SOCK_DGRAM, 0);
-        const sockaddr_in from = loopback(kMarkerPort);
-        const sockaddr_in to = loopback(kPort);
+        const sockaddr_in from = Loopback(kMarkerPort);
+        const sockaddr_in to = Loopback(kPort);
         bind(fd, reinterpret_cast<const sockaddr*>(&from), sizeof from);
         int markers = 0;
         bool written = false;
@@ -114,10 +115,7 @@ public:
         const std::string lostText = " ipfw: lost ";
         const std::string log = qvtest::readFile(logPath());
         LogTally tally;
-        for (size_t start = 0, end; start < log.size(); start = end + 1) {
-            end = log.find('\n', start);
-            end = end == std::string::npos ? log.size() : end;
-            const std::string line = log.substr(start, end - start);
+        for (const std::string& line : qvtest::splitLines(log)) {
             if (line.find(packetText) != std::string::npos) {
                 ++tally.written;
             } else if (const size_t lost = line.find(lostText); lost != std::string::npos) {
@@ -131,14 +129,6 @@ public:
     std::string Log() const { return qvtest::readFile(logPath()); }
 
 private:
-    static sockaddr_in loopback(int port) {
-        sockaddr_in address{};
-        address.sin_family = AF_INET;
-        address.sin_port = htons(static_cast<uint16_t>(port));
-        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        return address;
-    }
-
     std::string logPath() const { return m_dir.file("ipfw.log"); }
 
     std::string variables() const {

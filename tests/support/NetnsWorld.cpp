@@ -31,6 +31,8 @@ bool BringLoopbackUp() {
     return up;
 }
 
+}  // namespace
+
 sockaddr_in Loopback(int port) {
     sockaddr_in address{};
     address.sin_family = AF_INET;
@@ -38,8 +40,6 @@ sockaddr_in Loopback(int port) {
     address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
     return address;
 }
-
-}  // namespace
 
 bool EnterPrivateNetwork(std::string& whyNot) {
     static int entered = -1;

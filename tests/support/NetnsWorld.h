@@ -3,6 +3,8 @@
 // firewall; plus TCP probes against 127.0.0.1 inside it.
 #pragma once
 
+#include <netinet/in.h>
+
 #include <string>
 
 namespace nfttest {
@@ -18,6 +20,9 @@ struct CommandResult {
 
 // Runs a shell command line, capturing its output.
 CommandResult Shell(const std::string& commandLine);
+
+// 127.0.0.1:port.
+sockaddr_in Loopback(int port);
 
 enum class Outcome { Connects, Refused, TimesOut };
 const char* OutcomeName(Outcome outcome);
