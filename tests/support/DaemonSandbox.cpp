@@ -17,14 +17,6 @@ namespace {
 using qvtest::readFile;
 using qvtest::writeFile;
 
-std::string Replace(std::string text, const std::string& from, const std::string& to) {
-    for (size_t at = text.find(from); at != std::string::npos; at = text.find(from, at)) {
-        text.replace(at, from.size(), to);
-        at += to.size();
-    }
-    return text;
-}
-
 // A process of /bin/sh -c `commandLine` with `env`, its standard streams on files.
 pid_t SpawnShell(const std::string& commandLine, const std::map<std::string, std::string>& env,
                  const std::string& in, const std::string& out, const std::string& err) {
@@ -88,8 +80,13 @@ DaemonSandbox::~DaemonSandbox() {
 
 void DaemonSandbox::WriteConfiguration() const {
     std::string text = readFile(std::string(QV_SOURCE_DIR) + "/host/qvfwd/dist/QvFw.conf.plist.in");
-    text = Replace(text, "@QV_FW_LOG_PATH@", m_dir.file("log/ipfw.log"));
-    text = Replace(text, "@QV_SYSLOG_CONF@", m_dir.file("syslog.conf"));
+    for (const auto& [from, to] :
+         {std::pair<std::string, std::string>{"@QV_FW_LOG_PATH@", m_dir.file("log/ipfw.log")},
+          {"@QV_SYSLOG_CONF@", m_dir.file("syslog.conf")}}) {
+        for (size_t at; (at = text.find(from)) != std::string::npos;) {
+            text.replace(at, from.size(), to);
+        }
+    }
     writeFile(m_dir.file("conf/QvFw.conf.plist"), text);
 }
 
