@@ -5,6 +5,7 @@
 #include "FreeBsdTools.h"
 #include "ipfwnft/EnforcingIpfw.h"
 
+#include <malloc.h>
 #include <unistd.h>
 
 #include <climits>
@@ -28,5 +29,10 @@ int enforce(ipfwsim::Environment& environment, ipfwsim::StateStore& store,
 }  // namespace
 
 int main(int argc, char** argv) {
+    // A change reads a block of up to thousands of rules into a few vectors of a few hundred
+    // KiB each; from the heap, the pages one vector left serve the next, where a mapping of
+    // its own for each costs every page a fault again.
+    mallopt(M_MMAP_THRESHOLD, 64 << 20);
+    mallopt(M_TRIM_THRESHOLD, 64 << 20);
     return ipfwsim::RunFreeBsdTool(argc, argv, enforce);
 }
