@@ -22,10 +22,11 @@ struct RunResult {
     int exitCode = -1;  // -1: killed or not run
 };
 
-// Polls `condition` until it holds or `seconds` have passed.
+// Polls `condition` every 20 ms until it holds or `seconds` have passed.
 inline bool WaitFor(const std::function<bool()>& condition, double seconds) {
     return qvtest::eventually(condition,
-                              std::chrono::milliseconds(static_cast<long>(seconds * 1000)));
+                              std::chrono::milliseconds(static_cast<long>(seconds * 1000)),
+                              std::chrono::milliseconds(20));
 }
 
 class DaemonSandbox {

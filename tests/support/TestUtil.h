@@ -20,15 +20,17 @@
 
 namespace qvtest {
 
-// True once `condition` holds, false if it still does not after `limit`.
+// True once `condition` holds, false if it still does not after `limit`; asked `every` so
+// often.
 inline bool eventually(const std::function<bool()>& condition,
-                       std::chrono::milliseconds limit = std::chrono::seconds(10)) {
+                       std::chrono::milliseconds limit = std::chrono::seconds(10),
+                       std::chrono::milliseconds every = std::chrono::milliseconds(5)) {
     const auto deadline = std::chrono::steady_clock::now() + limit;
     while (!condition()) {
         if (std::chrono::steady_clock::now() > deadline) {
             return false;
         }
-        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+        std::this_thread::sleep_for(every);
     }
     return true;
 }
