@@ -25,7 +25,9 @@ struct CannedDaemon {
               while (channel.Read(&request) == qvctl::FrameStatus::kOk &&
                      channel.Write(0, payload) && channel.Write(0, payload)) {
               }
-          }) {}
+          }) {
+        EXPECT_TRUE(server.listening());
+    }
     std::string path() const { return dir.file("control.sock"); }
 
     qvtest::TempDir dir;

@@ -47,6 +47,7 @@ TEST(IpcCallTest, RoundTripsCommandPayloadCodeAndReply) {
                                     request.payload);
         }
     });
+    ASSERT_TRUE(service.listening());
     const Bytes request("event\0bytes", 11);
     void* reply = nullptr;
     int replyLength = 0;

@@ -1,7 +1,6 @@
 // Small helpers every test directory shares: waiting against a deadline, timing, CPU use,
-// counting
-// and splitting text, property-list documents, and Unix stream sockets by path with a
-// server on them.
+// counting and splitting text, log lines, property-list documents, and Unix stream
+// sockets by path with a server on them.
 #pragma once
 
 #include <sys/socket.h>
