@@ -50,13 +50,11 @@ TEST(DaemonPacketLineTest, EveryShapeTheKernelLogsReadsAndOtherLinesDoNot) {
                     "in via en0") +
         std::string("\n\0", 2));
     ASSERT_TRUE(tcp);
-    EXPECT_EQ(tcp->rule, 3100u);
-    EXPECT_EQ(tcp->action, "deny");
-    EXPECT_EQ(tcp->protocol, "tcp");
-    EXPECT_EQ(tcp->source + ":" + std::to_string(*tcp->sourcePort), "10.0.0.9:40000");
-    EXPECT_EQ(tcp->destination + ":" + std::to_string(*tcp->destinationPort), "10.0.0.2:22");
-    EXPECT_EQ(tcp->direction + " " + tcp->interface, "in en0");
     EXPECT_EQ(tcp->text, "3100 Deny TCP 10.0.0.9:40000 10.0.0.2:22 in via en0");
+    // The same fields as the line without syslog's prefix and the watcher's end, which
+    // DaemonEventRecordTest reads one by one.
+    EXPECT_EQ(qvfwd::PacketRecord(0, *tcp, std::nullopt),
+              qvfwd::PacketRecord(0, *qvfwd::ReadPacketLine(tcp->text), std::nullopt));
 
     auto unreach =
         qvfwd::ReadPacketLine("3110 Unreach 3 UDP 10.0.0.2:53 10.0.0.7:5353 out via eth0");
