@@ -4,7 +4,6 @@
 
 #include <gtest/gtest.h>
 
-
 #include "SimFakes.h"
 #include "ipfwsim/KernelLog.h"
 #include "ipfwsim/SyslogRouter.h"
