@@ -140,14 +140,6 @@ public:
         const uint32_t high = low + kBlockSpan - 1;
         const RuleStretch was(before_, low, high);
         const RuleStretch is(after_, low, high);
-        possible = !was.looksUpState() && !is.looksUpState();
-        if (!possible) {
-            return Status::success();
-        }
-        ShardScript& out = shards_[shardOf(block)];
-        if (was.empty() != is.empty()) {
-            (was.empty() ? out.came : out.went).push_back(block);
-        }
         // Rules only added after the block's last leave the pieces of the others as they were:
         // the state before is not even decoded then, and only the added rules' identities
         // are needed. The same holds for rules only deleted from the block's end, seen from
@@ -155,6 +147,17 @@ public:
         const bool appended = !was.empty() && was.size() < is.size() && was.leads(is);
         const bool cut = !is.empty() && is.size() < was.size() && is.leads(was) &&
                          was.numberAt(is.size() - 1) != was.numberAt(is.size());
+        // Where one side's rules lead the other's, the longer side speaks for both.
+        possible = appended ? !is.looksUpState()
+                   : cut    ? !was.looksUpState()
+                            : !was.looksUpState() && !is.looksUpState();
+        if (!possible) {
+            return Status::success();
+        }
+        ShardScript& out = shards_[shardOf(block)];
+        if (was.empty() != is.empty()) {
+            (was.empty() ? out.came : out.went).push_back(block);
+        }
         if (cut) {
             return cutScript(block, was, was.identities(is.size()), is.size(), out);
         }

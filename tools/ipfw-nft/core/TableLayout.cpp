@@ -138,7 +138,8 @@ Status RuleStretch::decode(std::vector<ipfwsim::StoredRule>& storage,
                            std::vector<PlacedRule>& placed,
                            const std::function<const ipfwsim::Rule*(size_t)>& known,
                            std::vector<bool>* unparsed) const {
-    storage.assign(lines_.size(), ipfwsim::StoredRule());
+    storage.clear();
+    storage.resize(lines_.size());
     placed.clear();
     if (unparsed != nullptr) {
         unparsed->assign(lines_.size(), false);

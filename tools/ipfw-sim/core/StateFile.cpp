@@ -296,6 +296,7 @@ bool StateFile::visitLinesInRange(uint32_t low, uint32_t high, Visit visit) cons
 std::vector<std::pair<long, std::string_view>> StateFile::numberedLinesInRange(
     uint32_t low, uint32_t high) const {
     std::vector<std::pair<long, std::string_view>> found;
+    found.reserve(1024);  // a block of plug-in rules holds about as many
     visitLinesInRange(low, high, [&found](long number, std::string_view line) {
         found.emplace_back(number, line);
         return true;
