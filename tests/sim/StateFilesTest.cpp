@@ -1,8 +1,11 @@
 // The files ipfw keeps and writes on the machine, against another user of it: the rule
-// state, its lock and the log appends, in directories such a user may be able to write.
+// state, its lock and the log appends, in directories such a user may be able to write;
+// and the system's name databases as ipfw reads them.
 
+#include <arpa/inet.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <netdb.h>
 #include <sys/file.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -14,6 +17,7 @@
 #include "FreeBsdTools.h"
 #include "ScopedEnv.h"
 #include "SystemEnvironment.h"
+#include "SystemNameService.h"
 #include "TempDir.h"
 
 namespace {
@@ -186,6 +190,29 @@ TEST_F(IpfwStateFiles, TheStateIsWhereTheVariableSaysElseWhereTheBuildSays) {
     }
     qvtest::ScopedEnv set("IPFW_SIM_STATE", Rules());
     EXPECT_EQ(ipfwsim::StatePath(), Rules());
+}
+
+// Names are looked up once per process: a second answer is the first one, and a name the
+// databases lack stays unknown (kept as a miss, never as port or protocol 0). The system's
+// own database is the oracle, so that a machine without /etc/services passes too.
+TEST(SystemNameServiceTest, RepeatedLookupsAnswerAsTheFirstMissesIncluded) {
+    const ipfwsim::SystemNameService names(true, "");
+    const servent* entry = getservbyname("domain", "udp");
+    const bool known = entry != nullptr;
+    const uint16_t domain = known ? ntohs(static_cast<uint16_t>(entry->s_port)) : 7;
+    for (int round = 0; round < 2; ++round) {
+        SCOPED_TRACE("lookup " + std::to_string(round + 1));
+        uint8_t protocol = 99;
+        EXPECT_TRUE(names.protocolByName("udp", protocol));
+        EXPECT_EQ(protocol, 17);
+        EXPECT_FALSE(names.protocolByName("nosuchprotocol", protocol));
+        EXPECT_EQ(protocol, 17);
+        uint16_t port = 7;
+        EXPECT_FALSE(names.serviceByName("nosuchservice", "tcp", port));
+        EXPECT_EQ(port, 7);
+        EXPECT_EQ(names.serviceByName("domain", "udp", port), known);
+        EXPECT_EQ(port, domain);
+    }
 }
 
 }  // namespace
