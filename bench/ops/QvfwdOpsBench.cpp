@@ -29,6 +29,7 @@
 #include "BenchFiles.h"
 #include "QvControl.h"
 #include "QvFirewall.h"
+#include "TestUtil.h"
 #include "VelaEventLogMsg.pb.h"
 
 extern char** environ;
@@ -139,25 +140,11 @@ private:
 
 int Connect(const std::string& path) {
     const int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    std::strncpy(address.sun_path, path.c_str(), sizeof address.sun_path - 1);
-    if (fd >= 0 && connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0) {
+    if (fd >= 0 && !qvtest::connectUnix(fd, path)) {
         close(fd);
         return -1;
     }
     return fd;
-}
-
-bool SendAll(int fd, const std::string& bytes) {
-    for (size_t done = 0; done < bytes.size();) {
-        const ssize_t sent = send(fd, bytes.data() + done, bytes.size() - done, MSG_NOSIGNAL);
-        if (sent <= 0) {
-            return false;
-        }
-        done += static_cast<size_t>(sent);
-    }
-    return true;
 }
 
 bool ReadAll(int fd, char* data, size_t size) {
@@ -184,7 +171,8 @@ std::string Frame(uint32_t head, const std::string& payload) {
 // One request and its reply's payload; false when the exchange broke off.
 bool Exchange(int fd, uint32_t head, const std::string& payload, std::string* reply) {
     unsigned char header[8];
-    if (!SendAll(fd, Frame(head, payload)) || !ReadAll(fd, reinterpret_cast<char*>(header), 8)) {
+    if (!qvtest::sendAll(fd, Frame(head, payload)) ||
+        !ReadAll(fd, reinterpret_cast<char*>(header), 8)) {
         return false;
     }
     const uint32_t length =
