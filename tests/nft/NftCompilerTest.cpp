@@ -230,6 +230,10 @@ TEST_F(EnforcingIpfwTest, EachChangeTouchesOnlyItsOwnChains) {
     EXPECT_NE(kernel.scripts.back().find("add element inet ipfw gen { 3 }\n"
                                          "add element inet ipfw_s0 gen { 3 }\n"),
               std::string::npos);
+    EXPECT_EQ(ipfwnft::readAheadScript(kernel.scripts.back()),
+              "add table inet ipfw { }\nadd element inet ipfw gen { 3 }\n")
+        << "what the enforcer reads ahead with declares again what the change left";
+    EXPECT_EQ(ipfwnft::readAheadScript("delete element inet ipfw gen { 3 }\n"), "");
     ASSERT_EQ(ipfw("-q add 3120 set 18 deny proto icmp"), 0);
     EXPECT_EQ(lastScript(),
               "add chain inet ipfw_s0 rules_in_k0_v18_deny\n"

@@ -25,6 +25,7 @@
 #include "QvFrame.h"
 #include "TempDir.h"
 #include "ipfwnft/EnforcerProtocol.h"
+#include "ipfwnft/TableLayout.h"
 
 namespace {
 
@@ -142,6 +143,26 @@ TEST_F(NftPacketTest, DisablingTheSetLetsEverythingThroughAndEnablingBlocksAgain
     EXPECT_EQ(listener.Connect(), Outcome::TimesOut);
     Ipfw("delete 3100");
     EXPECT_EQ(listener.Connect(), Outcome::Connects);
+}
+
+// The enforcer has nft read the tables ahead after each change with a transaction that
+// must change nothing: the ruleset lists the same after it, and the next change finds
+// every table as the state left it (no rebuild, which ipfw would report).
+TEST_F(NftPacketTest, AReadAheadChangesNothing) {
+    Ipfw("add 3100 set 19 deny proto tcp dst-port 20150");
+    const std::string before = Shell("nft list ruleset").output;
+    const size_t at = before.find("elements = { 0x");
+    ASSERT_NE(at, std::string::npos) << before;
+    const uint32_t count = static_cast<uint32_t>(std::stoul(before.substr(at + 13), nullptr, 16));
+    const std::string script =
+        ipfwnft::readAheadScript("add element inet ipfw gen { " + std::to_string(count) + " }\n");
+    ASSERT_FALSE(script.empty());
+    EXPECT_EQ(Shell("printf '" + script + "' | nft -f -").exitCode, 0);
+    EXPECT_EQ(Shell("nft list ruleset").output, before);
+    nfttest::CommandResult next =
+        Shell(std::string(QV_BUILD_DIR) + "/nft/ipfw -q add 3110 set 19 deny proto udp");
+    EXPECT_EQ(next.exitCode, 0);
+    EXPECT_EQ(next.output, "") << "the next change found a table not as the state left it";
 }
 
 TEST_F(NftPacketTest, ProbabilityHalfMatchesRoughlyHalfOfTheTries) {

@@ -3,6 +3,7 @@
 #include <nftables/libnftables.h>
 
 #include "ipfwnft/EnforcerProtocol.h"
+#include "ipfwnft/TableLayout.h"
 
 #include <string>
 
@@ -33,6 +34,11 @@ LibNftTable::~LibNftTable() = default;
 ipfwsim::Status LibNftTable::run(const std::string& script, unsigned int outputFlags,
                                  std::string& output) {
     std::lock_guard<std::mutex> lock(mutex_);
+    return runHeld(script, outputFlags, output);
+}
+
+ipfwsim::Status LibNftTable::runHeld(const std::string& script, unsigned int outputFlags,
+                                     std::string& output) {
     if (!context_) {
         return ipfwsim::Status::failure(ipfwsim::kExitSoftware, "nftables: no context");
     }
@@ -59,8 +65,22 @@ ipfwsim::Status LibNftTable::listChain(const std::string& table, const std::stri
 }
 
 ipfwsim::Status LibNftTable::apply(const std::string& script) {
+    std::lock_guard<std::mutex> lock(mutex_);
     std::string ignored;
-    return run(script, 0, ignored);
+    const ipfwsim::Status status = runHeld(script, 0, ignored);
+    // Only until the next change does the count this one left stand in the head table.
+    readAhead_ = status.ok() ? readAheadScript(script) : std::string();
+    return status;
+}
+
+void LibNftTable::readAhead() {
+    std::lock_guard<std::mutex> lock(mutex_);
+    const std::string script = std::move(readAhead_);
+    readAhead_.clear();
+    std::string ignored;
+    if (!script.empty()) {
+        (void)runHeld(script, 0, ignored);
+    }
 }
 
 }  // namespace ipfwnft

@@ -65,7 +65,7 @@ ipfwsim::Status answer(const qvctl::Frame& request, ipfwnft::KernelTable& table,
 }
 
 void serve(const ipfwnft::EnforcerSocket& listener, ipfwnft::KernelTable& table,
-           ipfwnft::StateRestorer& restorer, bool resident) {
+           ipfwnft::LibNftTable& nft, ipfwnft::StateRestorer& restorer, bool resident) {
     for (;;) {
         const ipfwnft::EnforcerSocket peer =
             listener.accept(resident ? -1 : kIdleMs, kRequestSeconds);
@@ -82,6 +82,11 @@ void serve(const ipfwnft::EnforcerSocket& listener, ipfwnft::KernelTable& table,
             }
             if (stop) {
                 return;
+            }
+            // Answered first: ipfw goes on while nft reads the tables for the next change.
+            if (request.head == static_cast<uint32_t>(ipfwnft::RequestKind::Apply) &&
+                code == ipfwsim::kExitOk) {
+                nft.readAhead();
             }
             if (request.payload.size() > kLargeRequest) {
                 malloc_trim(0);  // a whole table's worth of nft's memory goes back
@@ -156,6 +161,6 @@ int main(int argc, char** argv) {
     ipfwnft::WatchedTable table(nft, watch);
     say("serving " + ipfwnft::EnforcerSocket::name() + (resident ? " until stopped" : "") +
         "; the rule state is " + statePath);
-    serve(listener, table, restorer, resident);
+    serve(listener, table, nft, restorer, resident);
     return 0;
 }

@@ -56,6 +56,22 @@ std::string generationMark(uint32_t generation, const std::vector<uint32_t>& sha
     return generationStatements("add", generation, shards);
 }
 
+std::string readAheadScript(const std::string& applied) {
+    const std::string mark =
+        std::string("add element ") + kHeadTable + " " + kGenerationSet + " { ";
+    const size_t at = applied.rfind(mark);
+    if (at == std::string::npos) {
+        return "";
+    }
+    const size_t digits = at + mark.size();
+    const size_t end = applied.find(" }\n", digits);
+    if (end == std::string::npos || end == digits ||
+        applied.find_first_not_of("0123456789", digits) != end) {
+        return "";
+    }
+    return std::string("add table ") + kHeadTable + " { }\n" + applied.substr(at, end + 3 - at);
+}
+
 bool looksUpState(const ipfwsim::Rule& rule) {
     return rule.action.kind == ipfwsim::ActionKind::CheckState || rule.keepsState();
 }

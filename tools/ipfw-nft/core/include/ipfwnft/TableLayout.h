@@ -84,6 +84,14 @@ std::string generationProof(uint32_t generation, const std::vector<uint32_t>& sh
 // The statements that leave `generation` in the head table and in each of `shards`.
 std::string generationMark(uint32_t generation, const std::vector<uint32_t>& shards);
 
+// nft reads every table, chain and set before a transaction unless the kernel's ruleset is
+// still the one it read last, and its own transactions change that too. This one changes
+// nothing (the head table declared again, and the count the head table holds added again,
+// which the kernel takes for no change) yet has nft read all that a change needs: run after
+// `applied` went in, while ipfw prepares the next change, it takes that reading off the
+// next change's way. Empty when `applied` leaves no count in the head table.
+std::string readAheadScript(const std::string& applied);
+
 // Whether ipfw looks a packet up among the kept flows at this rule.
 bool looksUpState(const ipfwsim::Rule& rule);
 // The same, read from stored rule lines as they stand.
