@@ -2,8 +2,6 @@
 // temporary state directory and the simulated ipfw.
 #include <endian.h>
 #include <gmock/gmock.h>
-#include <google/protobuf/struct.pb.h>
-#include <google/protobuf/util/json_util.h>
 #include <google/protobuf/util/message_differencer.h>
 #include <gtest/gtest.h>
 #include <sys/resource.h>
@@ -19,7 +17,7 @@
 #include <thread>
 #include <vector>
 
-#include "DaemonSandbox.h"
+#include "DaemonJson.h"
 #include "FrameChannel.h"
 #include "IpfwListing.h"
 #include "QvControl.h"
@@ -47,35 +45,10 @@ const char kAdminAllow[] = R"({"action":"ACTION_ALLOW","src_ip":{"ip_type":"IP_L
 const char kUdpAllow[] =
     R"({"action":"ACTION_ALLOW","protocol":{"type":"PROTO_SPECIFIED","protocol":"PROTO_VALUE_UDP"}})";
 
-Value ParseJson(const std::string& text) {
-    Value value;
-    auto status = google::protobuf::util::JsonStringToMessage(text, &value);
-    EXPECT_TRUE(status.ok()) << text;
-    return value;
-}
-
-const Value& Field(const Value& object, const std::string& name) {
-    static const Value kMissing;
-    auto found = object.struct_value().fields().find(name);
-    return found == object.struct_value().fields().end() ? kMissing : found->second;
-}
-
 std::string JsonText(const Value& value) {
     std::string text;
     google::protobuf::util::MessageToJsonString(value, &text);
     return text;
-}
-
-// The rule numbers of `qvfwctl list[-exceptions] --json`, in listed order.
-std::vector<int> ListedNumbers(const DaemonSandbox& sandbox, const std::string& command) {
-    RunResult listed = sandbox.Run("qvfwctl " + command + " --json");
-    EXPECT_EQ(listed.exitCode, 0) << listed.err;
-    std::vector<int> numbers;
-    const Value listing = ParseJson(listed.out);
-    for (const Value& rule : Field(listing, "rules").list_value().values()) {
-        numbers.push_back(static_cast<int>(Field(rule, "number").number_value()));
-    }
-    return numbers;
 }
 
 int StatusNumber(const DaemonSandbox& sandbox, const std::string& name) {
@@ -95,11 +68,8 @@ class DaemonTest : public ::testing::Test {
 protected:
     void SetUp() override { ASSERT_TRUE(sandbox.StartDaemon()) << sandbox.daemonLog(); }
 
-    // Runs a qvfwctl line that must succeed and returns its standard output.
     std::string Ctl(const std::string& arguments, const std::string& input = "") {
-        RunResult result = sandbox.Run("qvfwctl " + arguments, input);
-        EXPECT_EQ(result.exitCode, 0) << "qvfwctl " << arguments << "\n" << result.err;
-        return result.out;
+        return qvdaemontest::Ctl(sandbox, arguments, input);
     }
 
     std::string IpfwShow() { return sandbox.Run("ipfw -S show").out; }

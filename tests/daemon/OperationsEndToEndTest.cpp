@@ -3,8 +3,6 @@
 // parser and scraped through node exporter over loopback, rules that expire (a restart in
 // between), a list put back when not confirmed, a dry run, and rsyslog shipping the file.
 #include <arpa/inet.h>
-#include <google/protobuf/struct.pb.h>
-#include <google/protobuf/util/json_util.h>
 #include <gtest/gtest.h>
 #include <netinet/in.h>
 #include <sys/socket.h>
@@ -15,7 +13,7 @@
 #include <string>
 #include <vector>
 
-#include "DaemonSandbox.h"
+#include "DaemonJson.h"
 
 namespace qvdaemontest {
 namespace {
@@ -36,18 +34,6 @@ const char kParseMetrics[] =
 
 constexpr char kRsyslogd[] = "/usr/sbin/rsyslogd";
 constexpr char kNodeExporter[] = "/usr/bin/prometheus-node-exporter";
-
-Value ParseJson(const std::string& text) {
-    Value value;
-    EXPECT_TRUE(google::protobuf::util::JsonStringToMessage(text, &value).ok()) << text;
-    return value;
-}
-
-const Value& Field(const Value& object, const std::string& name) {
-    static const Value kMissing;
-    auto found = object.struct_value().fields().find(name);
-    return found == object.struct_value().fields().end() ? kMissing : found->second;
-}
 
 std::vector<Value> Records(const std::string& path) {
     std::vector<Value> records;
@@ -94,22 +80,9 @@ int FreeLoopbackPort() {
 
 class DaemonOperationsTest : public ::testing::Test {
 protected:
-    std::string Ctl(const std::string& arguments) {
-        RunResult result = sandbox.Run("qvfwctl " + arguments);
-        EXPECT_EQ(result.exitCode, 0) << "qvfwctl " << arguments << "\n" << result.err;
-        return result.out;
-    }
-
-    // The rule numbers of `qvfwctl list --json` whose ipfw text holds `part`.
+    std::string Ctl(const std::string& arguments) { return qvdaemontest::Ctl(sandbox, arguments); }
     std::vector<int> Listed(const std::string& part = "") {
-        std::vector<int> numbers;
-        const Value listing = ParseJson(Ctl("list --json"));
-        for (const Value& rule : Field(listing, "rules").list_value().values()) {
-            if (Field(rule, "ipfw").string_value().find(part) != std::string::npos) {
-                numbers.push_back(static_cast<int>(Field(rule, "number").number_value()));
-            }
-        }
-        return numbers;
+        return ListedNumbers(sandbox, "list", part);
     }
 
     // Samples of a Prometheus text, one per line, as Prometheus's own parser read them.
