@@ -221,17 +221,13 @@ TEST_F(DaemonTest, ADeniedPacketsEventReachesWatchAndIsKept) {
     EXPECT_THAT(kept.out,
                 HasSubstr("(service)  3100  Deny TCP 10.0.0.9:40000 10.0.0.2:22 in via en0\n"));
     // As JSON, the daemon's records: the packet once, after the change that added its rule.
+    // A record kept is the record written to the events file, whose packet fields are
+    // OperationsEndToEndTest's.
     RunResult records = sandbox.Run("qvfwctl events --json");
     ASSERT_EQ(records.exitCode, 0) << records.err;
     std::vector<std::string> types;
     for (const std::string& line : qvtest::splitLines(records.out)) {
-        const Value record = ParseJson(line);
-        types.push_back(Field(record, "type").string_value());
-        if (types.back() == "packet") {
-            EXPECT_EQ(Field(record, "rule").number_value(), 3100);
-            EXPECT_EQ(Field(record, "line").string_value(),
-                      "3100 Deny TCP 10.0.0.9:40000 10.0.0.2:22 in via en0");
-        }
+        types.push_back(Field(ParseJson(line), "type").string_value());
     }
     EXPECT_EQ(types, (std::vector<std::string>{"change", "packet"}));
 
