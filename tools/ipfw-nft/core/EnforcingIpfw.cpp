@@ -40,14 +40,13 @@ EnforcingIpfw::EnforcingIpfw(ipfwsim::Environment& env, ipfwsim::StateStore& sto
                              ipfwsim::Console& console, KernelTable& table)
     : env_(env), store_(store), console_(console), table_(table) {}
 
-bool EnforcingIpfw::reprograms(const std::vector<std::string>& arguments) {
-    ipfwsim::CommandLine line;
-    if (!ipfwsim::Simulator::changesState(arguments) ||
-        !ipfwsim::CommandLine::parse(arguments, line).ok()) {
+bool EnforcingIpfw::reprograms(const std::vector<std::string>& arguments,
+                               const ReadCommand& command) {
+    if (!ipfwsim::Simulator::changesState(arguments)) {
         return false;
     }
     for (const char* verb : {"add", "delete", "flush", "set"}) {
-        if (verbIs(line.words, 0, verb)) {
+        if (verbIs(command.words, 0, verb)) {
             return true;
         }
     }
@@ -83,7 +82,7 @@ int EnforcingIpfw::run(const std::vector<std::string>& arguments) {
         return status.code;
     }
     uint32_t generation = 0;
-    if (!reprograms(arguments) || !readGeneration(generation).ok()) {
+    if (!reprograms(arguments, command) || !readGeneration(generation).ok()) {
         return simulate(arguments);  // the simulator reports a damaged state itself
     }
     const bool marked = generation != 0 && generation != kPendingGeneration;

@@ -34,9 +34,6 @@ public:
     // `arguments` excludes the program name. Returns the exit code.
     int run(const std::vector<std::string>& arguments);
 
-    // Whether the command can change which rules are enforced.
-    static bool reprograms(const std::vector<std::string>& arguments);
-
     // Rebuilds the tables whole from the state and counts the change, as a command that
     // found them drifted does: for ipfw-enforcer, when someone else changed its tables.
     // The caller holds the state's lock. `rules` is the number of rules put back.
@@ -60,6 +57,8 @@ private:
         uint64_t number = 0;
     };
     ReadCommand read(const std::vector<std::string>& arguments) const;
+    // Whether the command can change which rules are enforced; its words as read once.
+    static bool reprograms(const std::vector<std::string>& arguments, const ReadCommand& command);
 
     int simulate(const std::vector<std::string>& arguments);
     ipfwsim::Status refuseUnenforceable(const ReadCommand& command) const;
